@@ -1,0 +1,153 @@
+// lmxutils.h: the common helpers every source file uses to check and log.
+//
+//   GetStatusText(sts)           static text of a status (never freed, no allocation).
+//   LMX_FAILED_ON(cond)          true when cond fails; logs "failed on <cond>" at 40000.
+//   LMX_CHECK(cond, ret)         returns ret from the caller when cond fails (logged).
+//   LMX_CALL_FAILED(sts, call)   runs call into sts; true (and logged as
+//                                "Error <text> calling <call>") when sts is negative.
+//   LMX_CHECK_CALL(call)         returns the call's status when it is negative (logged).
+//   LMX_TRACE(name)              traces entry and every exit of the scope at 5000.
+//   LMX_TRACE_AT(level, name)    the same at another level (scheduler internals: 2500).
+//
+// Messages are built only when the error level is enabled, so a disabled level
+// costs one query. Warnings (positive statuses) pass a call check silently.
+//
+// Example:
+//   Status AllocatorImpl::CreateImage(ImageInfo* info, ..., Image** image) {
+//     LMX_TRACE("CreateImage");
+//     LMX_CHECK(image, LMX_STATUS_HANDLE_INVALID);
+//     LMX_CHECK_CALL(obj->Init(info, data, options));
+//     ...
+#pragma once
+
+#include <cstdint>
+
+#include "lmxlogging.h"
+#include "lmxstatus.h"
+
+#if defined(_MSC_VER)
+#define LMX_FUNCSIG __FUNCSIG__
+#else
+#define LMX_FUNCSIG __PRETTY_FUNCTION__
+#endif
+
+namespace Norvik::Lumetra {
+
+// The text for values outside the table. One object, so its address identifies it.
+inline constexpr wchar_t kUnknownStatusText[] = L"Unknown lmxStatus code";
+
+// Text of a status from the table; any other value yields the wide text
+// "Unknown lmxStatus code" returned through the narrow pointer, as the kit's
+// headers have always done (a narrow consumer sees its first character only).
+inline const char* GetStatusText(Status sts) {
+  switch (sts) {
+    case LMX_STATUS_NO_ERROR: return "LMX_STATUS_NO_ERROR";
+    case LMX_STATUS_FEATURE_UNSUPPORTED: return "LMX_STATUS_FEATURE_UNSUPPORTED (Unsupported feature)";
+    case LMX_STATUS_PARAM_UNSUPPORTED: return "LMX_STATUS_PARAM_UNSUPPORTED (Unsupported parameter)";
+    case LMX_STATUS_ITEM_UNAVAILABLE: return "LMX_STATUS_ITEM_UNAVAILABLE (Item not found/not available)";
+    case LMX_STATUS_HANDLE_INVALID: return "LMX_STATUS_HANDLE_INVALID (Invalid session, algorithm instance, or pointer)";
+    case LMX_STATUS_ALLOC_FAILED: return "LMX_STATUS_ALLOC_FAILED (Memory allocation failure)";
+    case LMX_STATUS_DEVICE_FAILED: return "LMX_STATUS_DEVICE_FAILED (device failed due to malfunctioning)";
+    case LMX_STATUS_DEVICE_LOST: return "LMX_STATUS_DEVICE_LOST (device failed due to unplug or unavailability)";
+    case LMX_STATUS_DEVICE_BUSY: return "LMX_STATUS_DEVICE_BUSY (device busy)";
+    case LMX_STATUS_EXEC_ABORTED: return "LMX_STATUS_EXEC_ABORTED (Execution aborted due to errors in upstream components)";
+    case LMX_STATUS_EXEC_INPROGRESS: return "LMX_STATUS_EXEC_INPROGRESS (Asynchronous operation is in execution)";
+    case LMX_STATUS_EXEC_TIMEOUT: return "LMX_STATUS_EXEC_TIMEOUT (Operation time out)";
+    case LMX_STATUS_FILE_WRITE_FAILED: return "LMX_STATUS_FILE_WRITE_FAILED (Failure in open file in WRITE mode)";
+    case LMX_STATUS_FILE_READ_FAILED: return "LMX_STATUS_FILE_READ_FAILED (Failure in open file in READ mode)";
+    case LMX_STATUS_FILE_CLOSE_FAILED: return "LMX_STATUS_FILE_CLOSE_FAILED (Failure in close a file handle)";
+    case LMX_STATUS_DATA_UNAVAILABLE: return "LMX_STATUS_DATA_UNAVAILABLE (Data not available for MW model or processing)";
+    case LMX_STATUS_DATA_NOT_INITIALIZED: return "LMX_STATUS_DATA_NOT_INITIALIZED (Data failed to initialize)";
+    case LMX_STATUS_INIT_FAILED: return "LMX_STATUS_INIT_FAILED (Module failure during initialization)";
+    case LMX_STATUS_STREAM_CONFIG_CHANGED: return "LMX_STATUS_STREAM_CONFIG_CHANGED";
+    case LMX_STATUS_POWER_UID_ALREADY_REGISTER: return "LMX_STATUS_POWER_UID_ALREADY_REGISTER";
+    case LMX_STATUS_POWER_UID_NOT_REGISTERED: return "LMX_STATUS_POWER_UID_NOT_REGISTERED";
+    case LMX_STATUS_POWER_ILLEGAL_STATE: return "LMX_STATUS_POWER_ILLEGAL_STATE";
+    case LMX_STATUS_POWER_PROVIDER_NOT_EXISTS: return "LMX_STATUS_POWER_PROVIDER_NOT_EXISTS";
+    case LMX_STATUS_CAPTURE_CONFIG_ALREADY_SET:
+      return "LMX_STATUS_CAPTURE_CONFIG_ALREADY_SET (parameter cannot be changed since configuration for capturing has been already set)";
+    case LMX_STATUS_TIME_GAP: return "LMX_STATUS_TIME_GAP (Warning - time gap in time stamps)";
+    case LMX_STATUS_PARAM_INPLACE: return "LMX_STATUS_PARAM_INPLACE (Warning - the same parameters already defined)";
+    case LMX_STATUS_DATA_NOT_CHANGED: return "LMX_STATUS_DATA_NOT_CHANGED (Warning - Data not changed)";
+    case LMX_STATUS_PROCESS_FAILED: return "LMX_STATUS_PROCESS_FAILED (Warning - Module failure during processing)";
+  }
+  return reinterpret_cast<const char*>(kUnknownStatusText);
+}
+
+}  // namespace Norvik::Lumetra
+
+namespace lmx::detail {
+
+// Out of line so call sites stay small; each builds its message in a wide string
+// stream only after the level check at the call site has passed.
+void LogFailedOn(const char* condition, const char* file, int line, const char* function);
+void LogCallFailed(Norvik::Lumetra::Status sts, const char* call, const char* file, int line,
+                   const char* function);
+
+inline bool ErrorEnabled() {
+  return lmsdk::LogUtil::GetLogger()->IsLevelEnabled(Norvik::Lumetra::LOG_LEVEL_ERROR);
+}
+
+inline bool FailedOn(bool holds, const char* condition, const char* file, int line,
+                     const char* function) {
+  if (holds) return false;
+  if (ErrorEnabled()) LogFailedOn(condition, file, line, function);
+  return true;
+}
+
+inline bool CallFailed(Norvik::Lumetra::Status sts, const char* call, const char* file, int line,
+                       const char* function) {
+  if (sts >= 0) return false;
+  if (ErrorEnabled()) LogCallFailed(sts, call, file, line, function);
+  return true;
+}
+
+// Remembers the logger, level and name on entry when the level is enabled, and
+// reports the exit on every path out of the scope, exceptions included.
+class TraceScope {
+ public:
+  TraceScope(int32_t level, const char* name) {
+    Norvik::Lumetra::LoggingService* logger = lmsdk::LogUtil::GetLogger();
+    if (logger->IsLevelEnabled(level)) {
+      logger_ = logger;
+      level_ = level;
+      name_ = name;
+      logger_->TraceEnter(level_, name_);
+    }
+  }
+  ~TraceScope() {
+    if (logger_) logger_->TraceLeave(level_, name_);
+  }
+  TraceScope(const TraceScope&) = delete;
+  TraceScope& operator=(const TraceScope&) = delete;
+
+ private:
+  Norvik::Lumetra::LoggingService* logger_ = nullptr;
+  int32_t level_ = Norvik::Lumetra::LOG_LEVEL_DEBUG;
+  const char* name_ = nullptr;
+};
+
+}  // namespace lmx::detail
+
+#define LMX_FAILED_ON(cond) \
+  ::lmx::detail::FailedOn(static_cast<bool>(cond), #cond, __FILE__, __LINE__, LMX_FUNCSIG)
+
+#define LMX_CHECK(cond, ret)          \
+  do {                                \
+    if (LMX_FAILED_ON(cond)) return ret; \
+  } while (0)
+
+#define LMX_CALL_FAILED(sts, call) \
+  ::lmx::detail::CallFailed(((sts) = (call)), #call, __FILE__, __LINE__, LMX_FUNCSIG)
+
+#define LMX_CHECK_CALL(call)                                              \
+  do {                                                                    \
+    ::Norvik::Lumetra::Status lmx_call_sts_ = ::Norvik::Lumetra::LMX_STATUS_NO_ERROR; \
+    if (LMX_CALL_FAILED(lmx_call_sts_, call)) return lmx_call_sts_;        \
+  } while (0)
+
+#define LMX_TRACE_CONCAT2(a, b) a##b
+#define LMX_TRACE_CONCAT(a, b) LMX_TRACE_CONCAT2(a, b)
+#define LMX_TRACE_AT(level, name) \
+  ::lmx::detail::TraceScope LMX_TRACE_CONCAT(lmx_trace_, __LINE__)((level), (name))
+#define LMX_TRACE(name) LMX_TRACE_AT(::Norvik::Lumetra::LOG_LEVEL_TRACE, (name))

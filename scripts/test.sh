@@ -1,0 +1,9 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds a preset (default: "default") and runs its whole test suite.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+preset="${1:-default}"
+scripts/install-deps.sh build
+cmake --preset "$preset" >/dev/null
+cmake --build --preset "$preset"
+ctest --preset "$preset"
