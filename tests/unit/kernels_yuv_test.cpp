@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdlib>
 
+#include "kernels/cpu_features.h"
 #include "kernels/pixel_kernels.h"
 #include "kernels_test_planes.h"
 
@@ -174,6 +175,25 @@ TEST(YUY2ToFourChannel, NegativePitchFlipsRows) {
   for (int r = 0; r < height; ++r)
     for (int b = 0; b < 4 * width; ++b) ASSERT_EQ(flipped.at(height - 1 - r, b), upright.at(r, b));
   EXPECT_TRUE(flipped.Intact());
+}
+
+// The scalar kernels are the reference: with every feature masked off the
+// result must equal the dispatched one bit for bit (odd width, padded pitch).
+TEST(YUY2ToFourChannel, ScalarMaskMatchesDispatch) {
+  std::mt19937 rng(13);
+  const int width = 33, height = 3;
+  GuardedPlane src(2 * width, height, 5), fast(4 * width, height, 1), scalar(4 * width, height, 3, 0x5A);
+  src.Randomize(rng);
+  const uint32_t features = CpuFeatures();
+  ASSERT_EQ(YUY2ToRGBA(src.data(), src.pitch(), fast.data(), fast.pitch(), width, height, 255), 0);
+  {
+    ScopedCpuFeatureMask scalar_only(0);
+    EXPECT_EQ(CpuFeatures(), 0u);
+    ASSERT_EQ(YUY2ToRGBA(src.data(), src.pitch(), scalar.data(), scalar.pitch(), width, height, 255), 0);
+  }
+  EXPECT_EQ(CpuFeatures(), features);
+  EXPECT_TRUE(scalar.SamePayload(fast));
+  EXPECT_TRUE(scalar.Intact() && fast.Intact());
 }
 
 }  // namespace
