@@ -1,0 +1,42 @@
+// cpu_features.h: which instruction sets the pixel kernels may use.
+//
+// DetectedCpuFeatures() asks the processor once; CpuFeatures() is that set
+// restricted by the current mask. The dispatch table (dispatch.h) is filled from
+// CpuFeatures(), so masking features and refilling the table forces the scalar
+// kernels or one instruction set, which tests and benchmarks use to compare the
+// variants with each other.
+#pragma once
+
+#include <cstdint>
+
+namespace lmx::kernels {
+
+enum CpuFeature : uint32_t {
+  kCpuHasSSE2 = 1u << 0,
+  kCpuHasSSSE3 = 1u << 1,
+  kCpuHasAVX2 = 1u << 2,
+  kCpuAllFeatures = ~0u,
+};
+
+// Features of the processor, detected on first use (thread safe).
+uint32_t DetectedCpuFeatures();
+
+// Detected features AND the current mask.
+uint32_t CpuFeatures();
+
+// Restricts CpuFeatures() to `allowed` for the scope and refills the dispatch
+// table on entry and exit. Requires: no conversion runs on another thread while
+// a mask is installed or removed (tests and benchmarks only). Scopes nest.
+// Example: { ScopedCpuFeatureMask scalar(0); RunConversion(); }  // _C kernels only
+class ScopedCpuFeatureMask {
+ public:
+  explicit ScopedCpuFeatureMask(uint32_t allowed);
+  ~ScopedCpuFeatureMask();
+  ScopedCpuFeatureMask(const ScopedCpuFeatureMask&) = delete;
+  ScopedCpuFeatureMask& operator=(const ScopedCpuFeatureMask&) = delete;
+
+ private:
+  uint32_t previous_;
+};
+
+}  // namespace lmx::kernels

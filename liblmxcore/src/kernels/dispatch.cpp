@@ -1,0 +1,88 @@
+// The dispatch table of the row functions and its one-time set-up.
+#include "kernels/dispatch.h"
+
+#include <mutex>
+
+#include "kernels/cpu_features.h"
+#include "kernels/row.h"
+
+namespace lmx::kernels {
+namespace {
+
+// NV12ToYUY2Row_C has the two-input shape of TwoRowsFn with the luma row first.
+void NV12ToYUY2Rows(const uint8_t* y, const uint8_t* uv, uint8_t* dst, int width) {
+  NV12ToYUY2Row_C(y, uv, dst, width);
+}
+
+RowKernels g_active;
+std::once_flag g_once;
+
+}  // namespace
+
+RowKernels SelectRowKernels(uint32_t cpu_features) {
+  RowKernels k{};
+  k.yuy2_to_bgra = YUY2ToBGRARow_C;
+  k.yuy2_to_rgba = YUY2ToRGBARow_C;
+  k.yuy2_to_bgr = YUY2ToBGRRow_C;
+  k.yuy2_to_rgb = YUY2ToRGBRow_C;
+  k.yuy2_to_y8 = YUY2ToY8Row_C;
+  k.yuy2_to_uv = YUY2ToUVRow_C;
+  k.nv12_to_yuy2 = NV12ToYUY2Rows;
+  k.bgra_to_yuy2 = BGRAToYUY2Row_C;
+  k.rgba_to_yuy2 = RGBAToYUY2Row_C;
+  k.bgr_to_yuy2 = BGRToYUY2Row_C;
+  k.rgb_to_yuy2 = RGBToYUY2Row_C;
+  k.swap_rb4 = BGRAToRGBARow_C;
+  k.swap_rb3 = BGRToRGBRow_C;
+  k.drop_alpha = BGRAToBGRRow_C;
+  k.drop_alpha_swap = BGRAToRGBRow_C;
+  k.add_alpha = BGRToBGRARow_C;
+  k.add_alpha_swap = BGRToRGBARow_C;
+  k.bgra_to_y8 = BGRAToY8Row_C;
+  k.rgba_to_y8 = RGBAToY8Row_C;
+  k.bgr_to_y8 = BGRToY8Row_C;
+  k.rgb_to_y8 = RGBToY8Row_C;
+  k.y8_to_bgr = Y8ToBGRRow_C;
+  k.y8_to_y16 = Y8ToY16Row_C;
+  k.y16_to_y8 = Y16ToY8Row_C;
+  k.y16_to_bgra = Y16ToBGRARow_C;
+  k.depth_shift = DepthShiftRow_C;
+  k.depth_to_float = DepthToFloatRow_C;
+  k.float_to_depth = FloatToDepthRow_C;
+  k.copy = CopyRow_C;
+  k.set = SetRow_C;
+  k.mirror1 = MirrorRow_C;
+  k.mirror2 = MirrorRow2_C;
+  k.mirror3 = MirrorRow3_C;
+  k.mirror4 = MirrorRow4_C;
+  k.mirror8 = MirrorRow8_C;
+  k.mirror_yuy2 = MirrorYUY2Row_C;
+  k.rotate90 = RotatePlane90_C;
+  k.rotate270 = RotatePlane270_C;
+  // SIMD variants slot in here, in order of capability, e.g.
+  //   if (cpu_features & kCpuHasSSSE3) k.yuy2_to_bgra = YUY2ToBGRARow_Any_SSSE3;
+  //   if (cpu_features & kCpuHasAVX2)  k.yuy2_to_bgra = YUY2ToBGRARow_Any_AVX2;
+  (void)cpu_features;
+  return k;
+}
+
+void InitRowKernels() {
+  std::call_once(g_once, [] { g_active = SelectRowKernels(CpuFeatures()); });
+}
+
+void RefreshRowKernels() {
+  InitRowKernels();
+  g_active = SelectRowKernels(CpuFeatures());
+}
+
+const RowKernels& ActiveRowKernels() {
+  InitRowKernels();
+  return g_active;
+}
+
+namespace {
+// Fill the table at load so the first conversion does not pay for detection.
+const bool g_initialised_at_load = (InitRowKernels(), true);
+}  // namespace
+
+}  // namespace lmx::kernels

@@ -1,0 +1,202 @@
+// Conversion routing: size checks, direct kernels versus named intermediates,
+// rotation dispatch, and the depth scale rules.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "kernels/convert_image.h"
+#include "kernels/pixel_format_table.h"
+#include "kernels_test_planes.h"
+#include "test_support.h"
+
+namespace {
+
+using namespace lmx::kernels;
+using namespace Norvik::Lumetra;
+using kerneltest::GuardedPlane;
+
+constexpr int32_t Rotated(int32_t format, int32_t degrees) { return format | (degrees << kRotationShift); }
+
+// The planes of one buffer of a width x height image in a format key.
+struct Buffer {
+  Buffer(int32_t width, int32_t height, int32_t key) : info{width, height, key, 0} {
+    LMXImageService::PlaneInfo layout;
+    const int n = ComputePlaneLayout(width, height, key, &layout);
+    data = {};
+    data.format = key;
+    for (int c = 0; c < n; ++c) {
+      planes.emplace_back(static_cast<int>(layout.plane[c].width * layout.plane[c].bytesPerPixel),
+                          static_cast<int>(layout.plane[c].height), 3);
+      data.planes[c] = planes.back().data();
+      data.pitches[c] = planes.back().pitch();
+    }
+  }
+  Image::ImageInfo info;
+  Image::ImageData data;
+  std::vector<GuardedPlane> planes;
+};
+
+Status Convert(Buffer& src, Buffer& dst, DepthScaleSource& depth, Image::PixelFormat* interm) {
+  return ConvertImageBuffer(&src.info, &src.data, &dst.info, &dst.data, depth, interm);
+}
+
+TEST(ConvertImageBuffer, DirectPairsRunAndOthersNameTheIntermediate) {
+  lmxtest::ScopedCapture capture;
+  FixedDepthScale none;
+  std::mt19937 rng(2);
+  Buffer yuy2(6, 4, Image::PIXEL_FORMAT_YUY2), bgr(6, 4, Image::PIXEL_FORMAT_BGR);
+  yuy2.planes[0].Randomize(rng);
+  auto interm = static_cast<Image::PixelFormat>(0);
+  EXPECT_EQ(Convert(yuy2, bgr, none, &interm), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(interm, 0);
+  EXPECT_NE(bgr.planes[0].at(0, 0), 0xA5);
+  bool traced = false;
+  for (const auto& t : capture->Traces()) traced = traced || t.name == "ImageConvert YUY2->BGR";
+  EXPECT_TRUE(traced);
+
+  Buffer nv12(6, 4, Image::PIXEL_FORMAT_NV12), y16(6, 4, Image::PIXEL_FORMAT_Y16);
+  EXPECT_EQ(Convert(nv12, bgr, none, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_EQ(interm, Image::PIXEL_FORMAT_YUY2);
+  EXPECT_EQ(Convert(yuy2, y16, none, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_EQ(interm, Image::PIXEL_FORMAT_NV12);
+  EXPECT_EQ(Convert(yuy2, y16, none, nullptr), LMX_STATUS_PARAM_UNSUPPORTED) << "interm may be null";
+  EXPECT_TRUE(y16.planes[0].Intact());
+  Buffer y8(6, 4, Image::PIXEL_FORMAT_Y8), depth(6, 4, Image::PIXEL_FORMAT_DEPTH);
+  EXPECT_EQ(Convert(y8, depth, none, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_EQ(interm, Image::PIXEL_FORMAT_BGR);
+
+  // YUY2 -> NV12 -> YUY2 keeps the luma (chroma is averaged over row pairs).
+  Buffer again(6, 4, Image::PIXEL_FORMAT_YUY2);
+  ASSERT_EQ(Convert(yuy2, nv12, none, &interm), LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Convert(nv12, again, none, &interm), LMX_STATUS_NO_ERROR);
+  for (int r = 0; r < 4; ++r)
+    for (int x = 0; x < 6; ++x) EXPECT_EQ(again.planes[0].at(r, 2 * x), yuy2.planes[0].at(r, 2 * x));
+
+  // A source without conversions fails without naming anything.
+  Buffer nv21(6, 4, Image::PIXEL_FORMAT_NV21);
+  interm = static_cast<Image::PixelFormat>(0);
+  EXPECT_EQ(Convert(nv21, yuy2, none, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_EQ(interm, 0);
+  traced = false;
+  for (const auto& t : capture->Traces()) traced = traced || t.name == "ImageConvert NV21->YUY2";
+  EXPECT_TRUE(traced);
+}
+
+TEST(ConvertImageBuffer, SizesMustMatch) {
+  lmxtest::ScopedCapture capture;
+  FixedDepthScale none;
+  Buffer a(4, 4, Image::PIXEL_FORMAT_BGRA), narrow(2, 4, Image::PIXEL_FORMAT_RGBA), low(4, 2, Image::PIXEL_FORMAT_RGBA);
+  EXPECT_EQ(Convert(a, narrow, none, nullptr), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on src_info->width == dst_info->width"));
+  EXPECT_EQ(Convert(a, low, none, nullptr), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on src_info->height == dst_info->height"));
+  EXPECT_TRUE(narrow.planes[0].Intact() && low.planes[0].Intact());
+}
+
+TEST(ConvertImageBuffer, EqualKeysCopyOrSucceedUntouched) {
+  FixedDepthScale none;
+  std::mt19937 rng(4);
+  Buffer src(5, 5, Image::PIXEL_FORMAT_NV12), dst(5, 5, Image::PIXEL_FORMAT_NV12);
+  for (auto& p : src.planes) p.Randomize(rng);
+  EXPECT_EQ(Convert(src, src, none, nullptr), LMX_STATUS_NO_ERROR);
+  EXPECT_TRUE(dst.planes[0].Intact());
+  ASSERT_EQ(Convert(src, dst, none, nullptr), LMX_STATUS_NO_ERROR);
+  for (int c = 0; c < 2; ++c) EXPECT_TRUE(dst.planes[c].SamePayload(src.planes[c]) && dst.planes[c].Intact());
+}
+
+TEST(ConvertImageBuffer, RotationDispatch) {
+  FixedDepthScale none;
+  std::mt19937 rng(9);
+  auto interm = static_cast<Image::PixelFormat>(0);
+  // NV12 to 90 degrees and back, each plane as the layout gives it.
+  Buffer nv12(6, 5, Image::PIXEL_FORMAT_NV12), turned(6, 5, Rotated(Image::PIXEL_FORMAT_NV12, 90));
+  Buffer back(6, 5, Image::PIXEL_FORMAT_NV12);
+  for (auto& p : nv12.planes) p.Randomize(rng);
+  ASSERT_EQ(Convert(nv12, turned, none, &interm), LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Convert(turned, back, none, &interm), LMX_STATUS_NO_ERROR);
+  for (int c = 0; c < 2; ++c) EXPECT_TRUE(back.planes[c].SamePayload(nv12.planes[c]) && turned.planes[c].Intact());
+  // Another format and a rotation: convert first.
+  Buffer bgr90(6, 5, Rotated(Image::PIXEL_FORMAT_BGR, 90)), bgr270(6, 5, Rotated(Image::PIXEL_FORMAT_BGR, 270));
+  EXPECT_EQ(Convert(nv12, bgr90, none, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_EQ(interm, Image::PIXEL_FORMAT_BGR);
+  // Two rotated keys meet through the unrotated image.
+  interm = static_cast<Image::PixelFormat>(0);
+  EXPECT_EQ(Convert(bgr90, bgr270, none, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_EQ(interm, Image::PIXEL_FORMAT_BGR);
+  Buffer odd_angle(6, 5, Rotated(Image::PIXEL_FORMAT_NV12, 45));
+  EXPECT_EQ(Convert(nv12, odd_angle, none, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
+}
+
+TEST(DepthScale, ShiftFromScale) {
+  lmxtest::ScopedCapture capture;
+  int shift = -99;
+  FixedDepthScale one(1.0f), eighth(0.125f), four(4.0f), nearly(0.126f), tenth(0.1f), none;
+  EXPECT_EQ(one.GetDepthShift(&shift), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(shift, 0);
+  EXPECT_EQ(eighth.GetDepthShift(&shift), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(shift, 3);
+  EXPECT_EQ(nearly.GetDepthShift(&shift), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(shift, 3);
+  EXPECT_EQ(four.GetDepthShift(&shift), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(shift, -2);
+  shift = 7;
+  EXPECT_EQ(tenth.GetDepthShift(&shift), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on mant > 0.98 && mant <= 1.02"));
+  EXPECT_EQ(none.GetDepthShift(&shift), LMX_STATUS_FEATURE_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("calling GetDepthScale(&scale)"));
+  EXPECT_EQ(shift, 7) << "written only on success";
+}
+
+TEST(ConvertImageBuffer, DepthRules) {
+  lmxtest::ScopedCapture capture;
+  FixedDepthScale eighth(0.125f), none, tenth(0.1f);
+  Buffer depth(3, 2, Image::PIXEL_FORMAT_DEPTH), native(3, 2, Image::PIXEL_FORMAT_DEPTH_NATIVE);
+  Buffer flt(3, 2, Image::PIXEL_FORMAT_DEPTH_FLOAT), back(3, 2, Image::PIXEL_FORMAT_DEPTH);
+  for (int r = 0; r < 2; ++r)
+    for (int x = 0; x < 3; ++x) {
+      const uint16_t v = static_cast<uint16_t>(100 * r + x + 1);
+      std::memcpy(&depth.planes[0].at(r, 2 * x), &v, 2);
+    }
+  auto interm = static_cast<Image::PixelFormat>(0);
+  ASSERT_EQ(Convert(depth, native, eighth, &interm), LMX_STATUS_NO_ERROR);
+  uint16_t n;
+  std::memcpy(&n, &native.planes[0].at(1, 4), 2);
+  EXPECT_EQ(n, (100 + 3) << 3);
+  ASSERT_EQ(Convert(native, back, eighth, &interm), LMX_STATUS_NO_ERROR);
+  EXPECT_TRUE(back.planes[0].SamePayload(depth.planes[0]));
+  // Float: from native with the scale; from depth directly only without a scale.
+  ASSERT_EQ(Convert(native, flt, eighth, &interm), LMX_STATUS_NO_ERROR);
+  float f;
+  std::memcpy(&f, &flt.planes[0].at(1, 8), 4);
+  EXPECT_EQ(f, 103.0f);
+  ASSERT_EQ(Convert(flt, native, eighth, &interm), LMX_STATUS_NO_ERROR);
+  std::memcpy(&n, &native.planes[0].at(1, 4), 2);
+  EXPECT_EQ(n, 103 << 3);
+  EXPECT_EQ(Convert(depth, flt, eighth, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_EQ(interm, Image::PIXEL_FORMAT_DEPTH_NATIVE);
+  ASSERT_EQ(Convert(depth, flt, none, &interm), LMX_STATUS_NO_ERROR);
+  std::memcpy(&f, &flt.planes[0].at(0, 0), 4);
+  EXPECT_EQ(f, 1.0f);
+  // A scale that is no power of two stops the shift, logged at the call.
+  EXPECT_EQ(Convert(depth, native, tenth, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("calling GetDepthShift(&shift)"));
+  EXPECT_EQ(Convert(native, flt, none, &interm), LMX_STATUS_FEATURE_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("calling GetDepthScale(&scale)"));
+}
+
+TEST(PixelFormatTable, NamesAndLayout) {
+  EXPECT_STREQ(PixelFormatName(Image::PIXEL_FORMAT_DEPTH_NATIVE), L"DEPTH(NATIVE)");
+  EXPECT_STREQ(PixelFormatName(Rotated(Image::PIXEL_FORMAT_DEPTH_NATIVE, 90)), L"Unknown");
+  EXPECT_STREQ(PixelFormatName(Image::PIXEL_FORMAT_NV21), L"Unknown");
+  EXPECT_STREQ(ConversionFormatName(Image::PIXEL_FORMAT_NV21), L"NV21");
+  LMXImageService::PlaneInfo layout;
+  ASSERT_EQ(ComputePlaneLayout(641, 481, Image::PIXEL_FORMAT_NV12, &layout), 2);
+  EXPECT_EQ(layout.plane[1].width, 641u);
+  EXPECT_EQ(layout.plane[1].height, 240u);
+  ASSERT_EQ(ComputePlaneLayout(640, 480, Rotated(Image::PIXEL_FORMAT_NV12, 270), &layout), 2);
+  EXPECT_EQ(layout.plane[1].width, 240u);
+  EXPECT_EQ(layout.plane[1].height, 640u);
+  EXPECT_EQ(ComputePlaneLayout(640, 480, 0x12345, nullptr), 0);
+}
+
+}  // namespace
