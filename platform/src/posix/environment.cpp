@@ -1,0 +1,23 @@
+// Environment on POSIX: getenv, and $TMPDIR or /tmp/ as the temporary directory.
+#include "lmx/platform/environment.h"
+
+#include <cstdlib>
+
+#include "lmx/platform/text.h"
+
+namespace lmx::platform {
+
+std::optional<std::wstring> ReadEnvironmentVariable(const std::wstring& name) {
+  const char* value = std::getenv(WideToUtf8(name).c_str());
+  if (!value) return std::nullopt;
+  return Utf8ToWide(value);
+}
+
+std::filesystem::path TemporaryDirectory() {
+  const char* tmpdir = std::getenv("TMPDIR");
+  std::string directory = tmpdir && *tmpdir ? tmpdir : "/tmp/";
+  if (directory.back() != '/') directory.push_back('/');
+  return directory;
+}
+
+}  // namespace lmx::platform
