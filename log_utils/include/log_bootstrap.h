@@ -109,7 +109,7 @@ std::optional<std::wstring> DispatchRegistryPath();
 
 // The module's export table: the export "LMXDLLExportTable", else ordinal 1,
 // each accepted only with the signature 0x02454C44 at offset 16; null if neither.
-const Norvik::Lumetra::DLLExportTable* FindExportTable(lmx::platform::ModuleHandle module);
+const Norvik::Lumetra::Service::DLLExportTable* FindExportTable(lmx::platform::ModuleHandle module);
 
 // Path conversions between wide text and the file system's own form.
 std::filesystem::path ToPath(const std::wstring& text);

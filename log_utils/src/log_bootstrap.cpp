@@ -42,9 +42,9 @@ std::filesystem::path ToPath(const std::wstring& text) {
 
 std::wstring ToWide(const std::filesystem::path& path) {
   if constexpr (std::is_same_v<std::filesystem::path::value_type, wchar_t>) {
-    return path.native();
+    return path.wstring();
   } else {
-    return lmx::platform::Utf8ToWide(path.native());
+    return lmx::platform::Utf8ToWide(path.string());
   }
 }
 

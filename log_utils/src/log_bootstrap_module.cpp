@@ -14,6 +14,8 @@ namespace lmsdk::log_bootstrap {
 
 using lmx::platform::RegistryKey;
 using namespace Norvik::Lumetra;
+using Norvik::Lumetra::Service::DLLExportTable;
+using Norvik::Lumetra::Service::SessionService;
 
 namespace {
 

@@ -12,6 +12,8 @@
 namespace lmsdk {
 
 using namespace Norvik::Lumetra;
+using Norvik::Lumetra::Service::DLLExportTable;
+using Norvik::Lumetra::Service::SessionService;
 
 extern constinit EmptyLogger g_emptyLogger;
 
