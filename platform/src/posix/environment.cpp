@@ -13,6 +13,12 @@ std::optional<std::wstring> ReadEnvironmentVariable(const std::wstring& name) {
   return Utf8ToWide(value);
 }
 
+bool WriteEnvironmentVariable(const std::wstring& name, const std::optional<std::wstring>& value) {
+  const std::string narrow = WideToUtf8(name);
+  if (!value) return ::unsetenv(narrow.c_str()) == 0;
+  return ::setenv(narrow.c_str(), WideToUtf8(*value).c_str(), 1) == 0;
+}
+
 std::filesystem::path TemporaryDirectory() {
   const char* tmpdir = std::getenv("TMPDIR");
   std::string directory = tmpdir && *tmpdir ? tmpdir : "/tmp/";

@@ -3,6 +3,8 @@
 
 #include <windows.h>
 
+#include <cstdlib>
+
 namespace lmx::platform {
 
 std::optional<std::wstring> ReadEnvironmentVariable(const std::wstring& name) {
@@ -25,6 +27,13 @@ std::optional<std::wstring> ReadEnvironmentVariable(const std::wstring& name) {
     capacity = length;  // too small: length is the size needed, terminator included
   }
   return std::nullopt;
+}
+
+bool WriteEnvironmentVariable(const std::wstring& name, const std::optional<std::wstring>& value) {
+  // The process environment block is what GetEnvironmentVariableW reads; the C
+  // runtime's copy (getenv) is kept in step for code that reads it.
+  if (!::SetEnvironmentVariableW(name.c_str(), value ? value->c_str() : nullptr)) return false;
+  return ::_wputenv_s(name.c_str(), value ? value->c_str() : L"") == 0;
 }
 
 std::filesystem::path TemporaryDirectory() {

@@ -11,6 +11,10 @@ namespace lmx::platform {
 // that the platform can represent is returned as an empty text).
 std::optional<std::wstring> ReadEnvironmentVariable(const std::wstring& name);
 
+// Sets (or, given nothing, removes) an environment variable of this process, so
+// that ReadEnvironmentVariable and the platform's own lookups see it. For tests.
+bool WriteEnvironmentVariable(const std::wstring& name, const std::optional<std::wstring>& value);
+
 // The directory for temporary files, ending in a separator: GetTempPathW on
 // Windows; $TMPDIR (if set and not empty) else "/tmp/" on POSIX. Empty if the
 // platform cannot name one.
