@@ -1,21 +1,142 @@
 // The process-wide logger and event-log handler, and the logging bootstrap.
+#include <new>
+#include <sstream>
+#include <system_error>
+
+#include "lmx/platform/module.h"
 #include "lmx_loggers.h"
 #include "lmxlogging.h"
+#include "lmxutils.h"
+#include "log_bootstrap.h"
 
 namespace lmsdk {
 
 using namespace Norvik::Lumetra;
+using Norvik::Lumetra::Service::DLLExportTable;
+using Norvik::Lumetra::Service::SessionService;
 
 extern constinit EmptyLogger g_emptyLogger;
 
 LoggingService* LogUtil::logger_ = &g_emptyLogger;
 
+namespace {
+// The logging module stays loaded for the process's lifetime.
+lmx::platform::ModuleHandle g_loggingModule = nullptr;
+}  // namespace
+
 void LogUtil::SetLogger(LoggingService* logger) { logger_ = logger ? logger : &EmptyLogger::Instance(); }
 
-// Until a logger is chosen from the configuration, the library logs nowhere.
+// Runs once at library start. The global logger stays the EmptyLogger while the
+// choice is made, so it is never null, not even during Init.
 void LogUtil::Init(wchar_t*) {
-  if (!logger_) logger_ = &EmptyLogger::Instance();
+  log_bootstrap::BootstrapResult result =
+      log_bootstrap::SelectLogger(log_bootstrap::ProcessBootstrapContext(), LMX_FUNCSIG);
+  if (result.module) g_loggingModule = result.module;
+  SetLogger(result.logger);
 }
+
+namespace log_bootstrap {
+
+namespace {
+
+// Creates the logger from the first entry of the module's table; null if the
+// module offers none.
+LoggingService* CreateExternalLogger(const DLLExportTable* table) {
+  if (!table->factory) return nullptr;
+  Base* object = nullptr;
+  const Status sts = table->factory(nullptr, nullptr, nullptr, const_cast<DLLExportTable*>(table),
+                                    LoggingService::kIid, &object);
+  // A failed factory leaves the result untouched by convention; it is not released.
+  if (sts < LMX_STATUS_NO_ERROR || !object) return nullptr;
+  auto* logger = static_cast<LoggingService*>(object->QueryInstance(LoggingService::kIid));
+  if (!logger) object->Release();
+  return logger;
+}
+
+// Loads the logging module from the first candidate that loads and, if its table
+// gives a logger that accepts the properties file, names it and stores it in result.
+void LoadExternalLogger(const BootstrapContext& context, const PropertiesFile& properties, const char* function,
+                        BootstrapResult& result) {
+  for (const auto& candidate : LoggingModuleCandidates(context)) {
+    result.module = lmx::platform::LoadModule(ToPath(candidate));
+    if (result.module) {
+      result.modulePath = candidate;
+      break;
+    }
+  }
+  if (!result.module) {
+    const std::string text = "failed to load " + lmx::platform::SharedLibraryFileName("liblmxlog").string();
+    if (context.reportEvent) context.reportEvent(text.c_str());
+    return;
+  }
+
+  const DLLExportTable* table = FindExportTable(result.module);
+  LoggingService* logger = table ? CreateExternalLogger(table) : nullptr;
+  if (!logger) return;
+
+  if (!logger->IsConfigured()) {
+    logger->Configure(LoggingService::kConfigurePropertiesFile, properties.path.c_str(),
+                      static_cast<int32_t>(properties.watchDelay));
+    if (!logger->IsConfigured()) {
+      logger->Release();
+      return;
+    }
+  }
+  const std::wstring name = L"lmsdk." + context.moduleName;
+  logger->SetName(name.c_str());
+  if (logger->IsLevelEnabled(LOG_LEVEL_INFO)) {
+    std::wostringstream message;
+    message << L"Logger '" << name << L"' created with level " << logger->QueryLevel();
+    logger->LogW(LOG_LEVEL_INFO, message.str().c_str(), __FILE__, __LINE__, function);
+  }
+  result.logger = logger;
+  result.source = LoggerSource::kExternalModule;
+}
+
+}  // namespace
+
+BootstrapResult SelectLogger(const BootstrapContext& context, const char* function) {
+  BootstrapResult result;
+
+  // A registry value forces the debugger output at the level it names.
+  if (const auto levelName = ReadDebugViewLevel(context.moduleName)) {
+    auto* logger = new (std::nothrow) LoggerDebugView(LevelFromName(*levelName));
+    if (logger) {
+      logger->SetName(context.moduleName.c_str());
+      result.logger = logger;
+      result.source = LoggerSource::kDebugView;
+      return result;
+    }
+  }
+
+  const std::optional<std::wstring> tracing =
+      context.environment ? context.environment(L"NORVIK_LIBQTRNOTIFY64") : std::nullopt;
+  const bool tracingActive = tracing && !tracing->empty();
+
+  std::optional<PropertiesFile> properties = FindPropertiesFile(context);
+  if (!properties && tracingActive) {
+    // The tracing collector is active but nothing configures it: write the default text.
+    const std::wstring path = GeneratedPropertiesPath(context);
+    if (WriteDefaultProperties(path) && FileExists(path)) {
+      properties = PropertiesFile{path, 0};
+      result.propertiesGenerated = true;
+    }
+  }
+  if (properties) {
+    result.propertiesFile = properties->path;
+    result.watchDelay = properties->watchDelay;
+    LoadExternalLogger(context, *properties, function, result);
+  }
+
+  // The logging module has read the generated file by now; leave it empty.
+  if (result.propertiesGenerated) {
+    std::error_code error;
+    std::filesystem::resize_file(ToPath(result.propertiesFile), 0, error);
+  }
+  return result;
+}
+
+}  // namespace log_bootstrap
 
 LoggerEventHandler& EventLogHandler() {
   static LoggerEventHandler handler;

@@ -1,7 +1,10 @@
-// Module services on POSIX: dladdr, dlopen, dlsym; /proc/self/exe for the executable.
+// Module services on POSIX: dladdr, dlopen, dlsym, dl_iterate_phdr; /proc/self/exe for the executable.
 #include "lmx/platform/module.h"
 
 #include <dlfcn.h>
+#include <link.h>
+
+#include <string>
 
 #include <system_error>
 
@@ -27,6 +30,30 @@ ModuleHandle LoadModule(const std::filesystem::path& path) {
 
 void UnloadModule(ModuleHandle module) {
   if (module) ::dlclose(module);
+}
+
+std::filesystem::path LoadedModulePath(const std::string& stem) {
+  struct Search {
+    std::string fileName;
+    std::filesystem::path found;
+  } search{SharedLibraryFileName(stem).string(), {}};
+  ::dl_iterate_phdr(
+      [](dl_phdr_info* info, size_t, void* data) -> int {
+        auto* search = static_cast<Search*>(data);
+        if (!info->dlpi_name || !*info->dlpi_name) return 0;
+        const std::filesystem::path path(info->dlpi_name);
+        const std::string name = path.filename().string();
+        const bool matches = name == search->fileName ||
+                             (name.size() > search->fileName.size() && name.rfind(search->fileName + ".", 0) == 0);
+        if (!matches) return 0;
+        search->found = path;
+        return 1;  // stop
+      },
+      &search);
+  if (search.found.empty()) return {};
+  std::error_code error;
+  auto absolute = std::filesystem::absolute(search.found, error);
+  return error ? search.found : absolute;
 }
 
 void* FindExport(ModuleHandle module, const char* name) {

@@ -14,6 +14,10 @@ std::filesystem::path ModulePathOf(const void* address);
 // Loads a module by path; null if it cannot be loaded.
 ModuleHandle LoadModule(const std::filesystem::path& path);
 void UnloadModule(ModuleHandle module);
+// Full path of an already loaded module whose file name is SharedLibraryFileName(stem)
+// (on POSIX also a versioned "…so.N"; on Windows compared case-insensitively);
+// empty if none is loaded. Loads nothing and takes no reference.
+std::filesystem::path LoadedModulePath(const std::string& stem);
 // Looks up an export by plain name; null if absent.
 void* FindExport(ModuleHandle module, const char* name);
 // Looks up an export by ordinal; always null where the platform has no ordinals.

@@ -1,0 +1,209 @@
+// The logging bootstrap without registry values: names and levels, the generated
+// properties file, the logging module's search order, its export table and the
+// fall-backs when it is missing or refuses its configuration.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "log_bootstrap_support.h"
+
+using namespace lmxtest;
+using namespace lmsdk::log_bootstrap;
+
+namespace {
+
+constexpr char kFunction[] = "test-function";
+const std::wstring kModuleFile = LoggingModuleFileName();
+
+std::wstring Native(std::wstring text) {
+  for (auto& c : text)
+    if (c == L'/') c = static_cast<wchar_t>(fs::path::preferred_separator);
+  return text;
+}
+
+// Every test runs against an empty registry (a registry file that does not exist,
+// where the registry is a file), in a temporary folder of its own.
+class LogBootstrap : public ::testing::Test {
+ protected:
+  LogBootstrap() : registry_(L"LMSDK_REGISTRY", ToWide(folder_.path() / "none.reg")), test_(folder_) {}
+
+  ~LogBootstrap() override {
+    for (auto module : prepared_) lmx::platform::UnloadModule(module);
+  }
+
+  // Loads the module copy in directory and lets the test prepare its record; the
+  // copy stays loaded until the test ends, so the bootstrap finds the same record.
+  void Prepare(const std::wstring& directory, void (*prepare)(FakeLoggingRecord&)) {
+    auto module = lmx::platform::LoadModule(ToPath(directory + kModuleFile));
+    ASSERT_NE(module, nullptr);
+    prepared_.push_back(module);
+    prepare(*RecordOf(module));
+  }
+  void ActivateTracing() {
+    test_.environment[L"NORVIK_LIBQTRNOTIFY64"] = L"1";
+    folder_.Directory("tmp/lmsdk_logs");
+  }
+
+  TempFolder folder_;
+  ScopedEnvironment registry_;
+  TestContext test_;
+  std::vector<lmx::platform::ModuleHandle> prepared_;
+};
+
+}  // namespace
+
+TEST(LogBootstrapNames, ModuleNamesAndExactLevelNames) {
+  EXPECT_EQ(ModuleNameFromPath(L"C:\\sdk\\bin\\liblmxcore.dll"), L"liblmxcore");
+  EXPECT_EQ(ModuleNameFromPath(L"C:\\app\\viewer.exe"), L"viewer");
+  EXPECT_EQ(ModuleNameFromPath(L"/opt/sdk/lib/liblmxcore.so.1"), L"liblmxcore");
+  EXPECT_EQ(ModuleNameFromPath(L"relative/dir\\mixed.dll.bak"), L"mixed");
+  EXPECT_EQ(ModuleNameFromPath(L"plain"), L"plain");
+  EXPECT_EQ(ModuleNameFromPath(L""), L"");
+
+  EXPECT_EQ(LevelFromName(L"FATAL"), 50000);
+  EXPECT_EQ(LevelFromName(L"ERROR"), 40000);
+  EXPECT_EQ(LevelFromName(L"WARN"), 30000);
+  EXPECT_EQ(LevelFromName(L"INFO"), 20000);
+  EXPECT_EQ(LevelFromName(L"DEBUG"), 10000);
+  EXPECT_EQ(LevelFromName(L"TRACE"), 5000);
+  EXPECT_EQ(LevelFromName(L"VERBOSE"), 2500);
+  for (const wchar_t* other : {L"verbose", L"Trace", L" ERROR", L"", L"5000"})
+    EXPECT_EQ(LevelFromName(other), 20000) << "the comparison is exact: " << ToPath(other);
+}
+
+TEST_F(LogBootstrap, NothingConfiguredChoosesNothingAndWritesNoFile) {
+  PlaceModule(FakeLoggingModule(), test_.context.runtimeDirectory);
+  folder_.Directory("tmp/lmsdk_logs");
+  BootstrapResult result = SelectLogger(test_.context, kFunction);
+  ResultGuard guard{result};
+  EXPECT_EQ(result.logger, nullptr);
+  EXPECT_EQ(result.source, LoggerSource::kNone);
+  EXPECT_EQ(result.module, nullptr) << "no properties file, so no module is loaded";
+  EXPECT_FALSE(fs::exists(ToPath(GeneratedPropertiesPath(test_.context))));
+  EXPECT_TRUE(test_.events.empty());
+
+  // The tracing collector alone cannot create the folder the file belongs in.
+  fs::remove(ToPath(test_.context.temporaryDirectory + L"lmsdk_logs"));
+  test_.environment[L"NORVIK_LIBQTRNOTIFY64"] = L"1";
+  BootstrapResult second = SelectLogger(test_.context, kFunction);
+  ResultGuard secondGuard{second};
+  EXPECT_EQ(second.logger, nullptr);
+  EXPECT_FALSE(second.propertiesGenerated);
+  EXPECT_FALSE(fs::exists(ToPath(test_.context.temporaryDirectory + L"lmsdk_logs")));
+  EXPECT_TRUE(test_.events.empty());
+}
+
+TEST_F(LogBootstrap, TracingCollectorConfiguresTheModuleWithAGeneratedFileThenEmptiesIt) {
+  ActivateTracing();
+  PlaceModule(FakeLoggingModule(), test_.context.runtimeDirectory);
+  Prepare(test_.context.runtimeDirectory, [](FakeLoggingRecord& record) { record.level = 10000; });
+
+  BootstrapResult result = SelectLogger(test_.context, kFunction);
+  ResultGuard guard{result};
+  ASSERT_NE(result.logger, nullptr);
+  EXPECT_EQ(result.source, LoggerSource::kExternalModule);
+  EXPECT_EQ(result.modulePath, test_.context.runtimeDirectory + kModuleFile);
+  EXPECT_TRUE(result.propertiesGenerated);
+  EXPECT_EQ(result.propertiesFile, Native(test_.context.temporaryDirectory + L"lmsdk_logs/lmxlog.properties"));
+
+  const FakeLoggingRecord& record = *RecordOf(result.module);
+  EXPECT_EQ(record.factoryCalls, 1);
+  EXPECT_EQ(record.requestedIid, 0x3870DB28);
+  EXPECT_EQ(record.configureCalls, 1);
+  EXPECT_EQ(record.configureKind, 2);
+  EXPECT_EQ(record.watchDelay, 0);
+  EXPECT_EQ(std::wstring(record.configurePath), result.propertiesFile);
+  EXPECT_STREQ(record.propertiesText,
+               "log4j.rootLogger = TRACE, QTR\n"
+               "log4j.appender.QTR=org.apache.log4j.QTRAppender\n"
+               "log4j.appender.QTR.layout=org.apache.log4j.PatternLayout\n"
+               "log4j.appender.QTR.layout.ConversionPattern=%m\n");
+  EXPECT_EQ(std::wstring(record.name), L"lmsdk.bootstrap_test");
+  EXPECT_EQ(record.logCalls, 1);
+  EXPECT_EQ(record.logLevel, 20000);
+  EXPECT_EQ(std::wstring(record.message), L"Logger 'lmsdk.bootstrap_test' created with level 10000");
+  EXPECT_STREQ(record.file, "log_utils/src/log_utils.cpp");
+  EXPECT_STREQ(record.function, kFunction);
+  EXPECT_GT(record.line, 0);
+
+  std::error_code error;
+  EXPECT_EQ(fs::file_size(ToPath(result.propertiesFile), error), 0u) << "emptied after the module read it";
+  EXPECT_TRUE(test_.events.empty());
+}
+
+TEST_F(LogBootstrap, CreatedLineOnlyWhenTheModuleEnablesInfo) {
+  ActivateTracing();
+  PlaceModule(FakeLoggingModule(), test_.context.runtimeDirectory);
+  Prepare(test_.context.runtimeDirectory, [](FakeLoggingRecord& record) { record.level = 30000; });
+  BootstrapResult result = SelectLogger(test_.context, kFunction);
+  ResultGuard guard{result};
+  ASSERT_NE(result.logger, nullptr);
+  EXPECT_EQ(RecordOf(result.module)->logCalls, 0);
+  EXPECT_EQ(std::wstring(RecordOf(result.module)->name), L"lmsdk.bootstrap_test");
+}
+
+TEST_F(LogBootstrap, ModuleSearchOrder) {
+  const std::wstring& runtime = test_.context.runtimeDirectory;
+  test_.environment[L"LMSDK_DIR"] = folder_.Directory("sdkroot");
+  const std::vector<std::wstring> expected = {
+      runtime + Native(L"../../logging/x64/") + kModuleFile,
+      runtime + kModuleFile,
+      runtime + Native(L"x64/") + kModuleFile,
+      test_.environment[L"LMSDK_DIR"] + Native(L"runtime/logging/x64/") + kModuleFile,
+  };
+  EXPECT_EQ(LoggingModuleCandidates(test_.context), expected);
+
+  // The earliest candidate that loads wins.
+  ActivateTracing();
+  PlaceModule(FakeLoggingModule(), runtime + Native(L"x64/"));
+  PlaceModule(FakeLoggingModule(), test_.environment[L"LMSDK_DIR"] + Native(L"runtime/logging/x64/"));
+  BootstrapResult viaX64 = SelectLogger(test_.context, kFunction);
+  ResultGuard guardX64{viaX64};
+  EXPECT_EQ(viaX64.modulePath, expected[2]);
+  ASSERT_NE(viaX64.logger, nullptr);
+
+  PlaceModule(FakeLoggingModule(), ToWide(ToPath(runtime + Native(L"../../logging/x64/")).lexically_normal()));
+  BootstrapResult viaLogging = SelectLogger(test_.context, kFunction);
+  ResultGuard guardLogging{viaLogging};
+  EXPECT_EQ(viaLogging.modulePath, expected[0]);
+
+  // Without a runtime directory or LMSDK_DIR nothing is guessed relative to the working directory.
+  test_.context.runtimeDirectory.clear();
+  test_.environment.erase(L"LMSDK_DIR");
+  EXPECT_TRUE(LoggingModuleCandidates(test_.context).empty());
+}
+
+TEST_F(LogBootstrap, MissingModuleIsReportedToTheEventLog) {
+  ActivateTracing();
+  BootstrapResult result = SelectLogger(test_.context, kFunction);
+  ResultGuard guard{result};
+  EXPECT_EQ(result.logger, nullptr);
+  EXPECT_EQ(result.module, nullptr);
+  EXPECT_EQ(test_.events, std::vector<std::string>{"failed to load " + ToPath(kModuleFile).string()});
+  std::error_code error;
+  EXPECT_EQ(fs::file_size(ToPath(result.propertiesFile), error), 0u) << "the generated file is emptied on every path";
+}
+
+TEST_F(LogBootstrap, ModuleWithoutAValidTableOrConfigurationGivesNoLogger) {
+  ActivateTracing();
+  PlaceModule(BadSignatureLoggingModule(), test_.context.runtimeDirectory);
+  BootstrapResult bad = SelectLogger(test_.context, kFunction);
+  ResultGuard badGuard{bad};
+  ASSERT_NE(bad.module, nullptr) << "the module loads";
+  EXPECT_EQ(bad.logger, nullptr);
+  EXPECT_EQ(RecordOf(bad.module)->factoryCalls, 0) << "a table with the wrong signature is not used";
+  EXPECT_TRUE(test_.events.empty());
+
+  const std::wstring refusing = folder_.Directory("refusing");
+  PlaceModule(FakeLoggingModule(), refusing);
+  test_.context.runtimeDirectory = refusing;
+  Prepare(refusing, [](FakeLoggingRecord& record) { record.refuseConfigure = true; });
+  BootstrapResult unconfigured = SelectLogger(test_.context, kFunction);
+  ResultGuard unconfiguredGuard{unconfigured};
+  ASSERT_NE(unconfigured.module, nullptr);
+  EXPECT_EQ(unconfigured.logger, nullptr);
+  const FakeLoggingRecord& record = *RecordOf(unconfigured.module);
+  EXPECT_EQ(record.configureCalls, 1);
+  EXPECT_EQ(record.destroyed, 1) << "the unconfigured logger is released";
+  EXPECT_EQ(record.setNameCalls, 0);
+}
