@@ -53,7 +53,10 @@ Status Scheduler::Init(Session* hostSession) {
     ++state->users;
     return LMX_STATUS_NO_ERROR;
   }
-  if (slot) *slot = static_cast<LMXScheduler*>(this);
+  if (slot) {
+    *slot = static_cast<LMXScheduler*>(this);
+    state->registered = true;
+  }
   master = this;
   state->users = 1;
   state->task_scheduler.reset(lmx::CreateTaskScheduler(hostSession));
@@ -75,21 +78,18 @@ Scheduler::~Scheduler() {
   LMX_SCHED_LOG(LOG_LEVEL_DEBUG, L"this = " << PointerText(static_cast<LMXScheduler*>(this)));
   void** slot = LocateMasterStorage();
   uint32_t before;
+  bool clearSlot;
   {
     std::lock_guard lock(state->requestLock);
     before = state->users.fetch_sub(1);
+    // The last user frees the slot, so the next scheduler of the session becomes
+    // a new master. A master that goes before its followers frees it too: they
+    // keep the shared state, but the slot must not point at a destroyed object.
+    clearSlot = state->registered && (before == 1 || IsMaster());
+    if (clearSlot) state->registered = false;
   }
-  void* self = static_cast<LMXScheduler*>(this);
-  if (before == 1) {
-    // The last user: the next scheduler of the session becomes a new master.
-    if (slot) *slot = nullptr;
-    state->task_scheduler.reset();
-  } else if (slot && *slot == self) {
-    // The master goes before its followers. They keep the shared state; the slot
-    // must not keep pointing at a destroyed object, so a later scheduler starts
-    // a new master instead.
-    *slot = nullptr;
-  }
+  if (clearSlot && slot) *slot = nullptr;
+  if (before == 1) state->task_scheduler.reset();
   // The waiting lists and records go with the last owner of the state (the
   // followers' and sync points' references keep it alive until then).
 }

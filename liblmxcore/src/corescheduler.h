@@ -45,6 +45,8 @@ struct SchedulerState {
   ConcurrentPointerMap<Norvik::Lumetra::Status> failedOutputs;
   // Number of scheduler objects of the session that use this state.
   std::atomic<uint32_t> users{0};
+  // Whether the session's slot points at this state's master; guarded by requestLock.
+  bool registered = false;
   std::unique_ptr<TaskScheduler> task_scheduler;
 };
 
