@@ -1,0 +1,138 @@
+// The POSIX registry: a ".reg" file named by $LMSDK_REGISTRY.
+#include <gtest/gtest.h>
+
+#include <stdlib.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "lmx/platform/registry.h"
+
+using lmx::platform::RegistryKey;
+using lmx::platform::RegistryView;
+
+namespace {
+
+class RegistryFile : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    path_ = std::filesystem::temp_directory_path() /
+            ("lmx_registry_" + std::to_string(::getpid()) + "_" +
+             ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".reg");
+    const char* old = std::getenv("LMSDK_REGISTRY");
+    if (old) saved_ = old;
+    hadOld_ = old != nullptr;
+    ::setenv("LMSDK_REGISTRY", path_.c_str(), 1);
+  }
+  void TearDown() override {
+    std::filesystem::remove(path_);
+    if (hadOld_) ::setenv("LMSDK_REGISTRY", saved_.c_str(), 1);
+    else ::unsetenv("LMSDK_REGISTRY");
+  }
+  void Write(const std::string& bytes) { std::ofstream(path_, std::ios::binary) << bytes; }
+
+  std::filesystem::path path_;
+  std::string saved_;
+  bool hadOld_ = false;
+};
+
+const char kSample[] =
+    "Windows Registry Editor Version 5.00\r\n"
+    "\r\n"
+    "; a comment\r\n"
+    "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK]\r\n"
+    "\"NumberThreads\"=dword:00000001\r\n"
+    "\"Quoted\"=\"say \\\"hi\\\" C:\\\\dir\"\r\n"
+    "\r\n"
+    "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n"
+    "\"DebugView\"=\"VERBOSE\"\r\n"
+    "\"Expanded\"=hex(2):25,00,54,00,4d,00,50,00,25,00,00,00\r\n"
+    "\"Big\"=hex(4):78,56,34,\\\r\n"
+    "  12\r\n"
+    "\r\n"
+    "[HKEY_LOCAL_MACHINE\\Software\\Wow6432Node\\Norvik\\LMSDK\\Logging]\r\n"
+    "\"ConfigFile\"=\".\\\\lmxlog.properties\"\r\n"
+    "\r\n"
+    "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Beta\\Dispatch\\Rt1]\r\n"
+    "\"cuid\"=dword:0000002a\r\n"
+    "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Alpha]\r\n"
+    "[HKEY_CURRENT_USER\\Software\\Norvik\\LMSDK]\r\n"
+    "\"NumberThreads\"=dword:00000009\r\n";
+
+}  // namespace
+
+TEST_F(RegistryFile, ReadsTypedValuesCaseInsensitivelyWithEscapes) {
+  Write(kSample);
+  auto key = RegistryKey::OpenLocalMachine(L"software\\NORVIK\\lmsdk");
+  ASSERT_TRUE(key.IsOpen());
+  EXPECT_EQ(key.ReadDword(L"numberthreads"), 1u) << "other hives are ignored";
+  EXPECT_EQ(key.ReadString(L"Quoted"), L"say \"hi\" C:\\dir");
+  EXPECT_FALSE(key.ReadString(L"NumberThreads")) << "a dword is not a string";
+  EXPECT_FALSE(key.ReadDword(L"Missing"));
+
+  auto logging = RegistryKey::OpenLocalMachine(L"Software\\Norvik\\LMSDK\\Logging");
+  EXPECT_EQ(logging.ReadString(L"DebugView"), L"VERBOSE");
+  EXPECT_EQ(logging.ReadString(L"Expanded"), L"%TMP%");
+  EXPECT_EQ(logging.ReadDword(L"Big"), 0x12345678u) << "hex data continued on the next line";
+}
+
+TEST_F(RegistryFile, ThirtyTwoBitViewReadsTheWow6432NodeTwin) {
+  Write(kSample);
+  const std::wstring logging = L"Software\\Norvik\\LMSDK\\Logging";
+  EXPECT_FALSE(RegistryKey::OpenLocalMachine(logging).ReadString(L"ConfigFile"));
+  EXPECT_EQ(RegistryKey::OpenLocalMachine(logging, RegistryView::k32Bit).ReadString(L"ConfigFile"),
+            L".\\lmxlog.properties");
+  EXPECT_EQ(RegistryKey::OpenLocalMachine(L"Software\\Wow6432Node\\Norvik\\LMSDK\\Logging", RegistryView::k32Bit)
+                .ReadString(L"ConfigFile"),
+            L".\\lmxlog.properties")
+      << "a Wow6432Node path is read literally";
+}
+
+TEST_F(RegistryFile, SubkeysIncludeKeysImpliedByDescendantsInTheirOwnCase) {
+  Write(kSample);
+  auto subkeys = RegistryKey::OpenLocalMachine(L"Software\\Norvik\\LMSDK").EnumerateSubkeys();
+  std::sort(subkeys.begin(), subkeys.end());
+  EXPECT_EQ(subkeys, (std::vector<std::wstring>{L"Alpha", L"Beta", L"Logging"}));
+  auto implied = RegistryKey::OpenLocalMachine(L"Software\\Norvik\\LMSDK\\Beta");
+  EXPECT_TRUE(implied.IsOpen());
+  EXPECT_EQ(implied.EnumerateSubkeys(), (std::vector<std::wstring>{L"Dispatch"}));
+  EXPECT_EQ(RegistryKey::OpenLocalMachine(L"Software\\Norvik\\LMSDK\\Beta\\Dispatch\\Rt1").ReadDword(L"cuid"), 42u);
+}
+
+TEST_F(RegistryFile, Utf16FileWithBomAndDeletions) {
+  const std::string text =
+      "Windows Registry Editor Version 5.00\r\n"
+      "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n"
+      "\"DebugView\"=\"caf\xC3\xA9\"\r\n"
+      "\"Gone\"=\"x\"\r\n"
+      "\"Gone\"=-\r\n"
+      "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\Old]\r\n"
+      "\"v\"=dword:1\r\n"
+      "[-HKEY_LOCAL_MACHINE\\Software\\Norvik\\Old]\r\n";
+  std::string utf16 = "\xFF\xFE";
+  for (size_t i = 0; i < text.size(); ++i) {
+    unsigned cp = static_cast<unsigned char>(text[i]);
+    if (cp == 0xC3) cp = 0xC0 | (static_cast<unsigned char>(text[++i]) & 0x3F);  // the one two-byte character
+    utf16.push_back(static_cast<char>(cp & 0xFF));
+    utf16.push_back(static_cast<char>(cp >> 8));
+  }
+  Write(utf16);
+  auto logging = RegistryKey::OpenLocalMachine(L"Software\\Norvik\\LMSDK\\Logging");
+  EXPECT_EQ(logging.ReadString(L"DebugView"), L"caf\u00e9");
+  EXPECT_FALSE(logging.ReadString(L"Gone"));
+  EXPECT_FALSE(RegistryKey::OpenLocalMachine(L"Software\\Norvik\\Old").IsOpen());
+}
+
+TEST_F(RegistryFile, MissingOrMalformedFileIsAnEmptyRegistry) {
+  EXPECT_FALSE(RegistryKey::OpenLocalMachine(L"Software\\Norvik\\LMSDK").IsOpen());
+  Write("\x01\x02garbage [ \"x\"=dword:zz\n[HKEY_LOCAL_MACHINE\\A]\n\"n\"=dword:1FFFFFFFF\n\"s\"=\"unterminated\n");
+  auto key = RegistryKey::OpenLocalMachine(L"A");
+  EXPECT_TRUE(key.IsOpen());
+  EXPECT_FALSE(key.ReadDword(L"n")) << "out of range";
+  EXPECT_FALSE(key.ReadString(L"s"));
+  RegistryKey closed;
+  EXPECT_FALSE(closed.ReadString(L"x"));
+  EXPECT_TRUE(closed.EnumerateSubkeys().empty());
+}
