@@ -66,7 +66,7 @@ Status Scheduler::Init(Session* hostSession) {
 
 void** Scheduler::LocateMasterStorage() {
   LMX_CHECK(session, nullptr);
-  ImplDesc desc{};
+  Service::ImplDesc desc{};
   desc.group = kSchedulerGroup;
   desc.subgroup = kSchedulerSubgroup;
   void* storage = nullptr;
