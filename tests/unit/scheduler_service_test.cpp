@@ -2,10 +2,6 @@
 // and the slots other modules call.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 
 #include "scheduler_test_support.h"
 #include "test_support.h"
@@ -14,28 +10,6 @@ using namespace Norvik::Lumetra;
 using namespace lmxtest;
 
 namespace {
-
-// Points the registry at a file holding NumberThreads (or no value) for the scope.
-class ScopedNumberThreads {
- public:
-  explicit ScopedNumberThreads(const char* value) {
-    path_ = std::filesystem::temp_directory_path() /
-            ("lmx_sched_" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) + "_" +
-             ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".reg");
-    std::ofstream file(path_);
-    file << "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK]\n";
-    if (value) file << "\"NumberThreads\"=" << value << "\n";
-    file.close();
-    ::setenv("LMSDK_REGISTRY", path_.c_str(), 1);
-  }
-  ~ScopedNumberThreads() {
-    ::unsetenv("LMSDK_REGISTRY");
-    std::filesystem::remove(path_);
-  }
-
- private:
-  std::filesystem::path path_;
-};
 
 Service::ImplDesc SchedulerDescriptor() {
   Service::ImplDesc desc{};
@@ -143,15 +117,11 @@ TEST(SchedulerService, DestructionOrderAndANewMaster) {
       << "an old follower leaves the new master's slot alone";
 }
 
-TEST(SchedulerPools, RegistrySelectsTheSingleWorker) {
-  {
-    ScopedNumberThreads registry("dword:00000001");
-    std::unique_ptr<lmx::TaskScheduler> pool(lmx::CreateTaskScheduler(nullptr));
-    EXPECT_NE(dynamic_cast<lmx::PThreadScheduler*>(pool.get()), nullptr);
-  }
-  for (const char* value : {static_cast<const char*>(nullptr), "dword:00000000", "dword:00000008"}) {
-    ScopedNumberThreads registry(value);
-    std::unique_ptr<lmx::TaskScheduler> pool(lmx::CreateTaskScheduler(nullptr));
+TEST(SchedulerPools, NumberThreadsOneSelectsTheSingleWorker) {
+  std::unique_ptr<lmx::TaskScheduler> single(lmx::CreateTaskSchedulerFor(1));
+  EXPECT_NE(dynamic_cast<lmx::PThreadScheduler*>(single.get()), nullptr);
+  for (uint32_t value : {0u, 2u, 8u}) {
+    std::unique_ptr<lmx::TaskScheduler> pool(lmx::CreateTaskSchedulerFor(value));
     auto* threads = dynamic_cast<lmx::STDThreadPool*>(pool.get());
     ASSERT_NE(threads, nullptr);
     EXPECT_EQ(threads->ThreadCount(), lmx::HardwareThreadCount()) << "the value is not a thread count";
