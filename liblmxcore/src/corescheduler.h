@@ -1,0 +1,135 @@
+// corescheduler.h: the scheduler object, its sync points and the master's state.
+//
+// Every scheduler created in one session finds the first one (the master) through
+// the session's slot for the scheduler descriptor and shares its dependency state
+// and worker pool. The shared state is held by shared ownership, so that sync
+// points and followers never reach freed memory whatever the order of releases;
+// the master must still be the session's last scheduler for the slot to stay
+// meaningful (see ~Scheduler).
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "concurrent_map.h"
+#include "corescheduler_pool.h"
+#include "lmx/platform/event.h"
+#include "lmximpl.h"
+#include "lmxscheduler.h"
+#include "lmxsession.h"
+
+namespace lmx {
+
+// The dependency bookkeeping of a session, owned by its master scheduler.
+struct SchedulerState {
+  using Callback = LMXSchedulerService::Callback;
+
+  // One outstanding RequestInputs call with pending inputs.
+  struct Request {
+    uint32_t count = 0;            // inputs still pending
+    Callback* callback = nullptr;  // null once handed over
+    std::list<Request>::iterator position;  // own place in `requests`
+  };
+
+  // Serialises registration of requests against completion of outputs; recursive
+  // because inline callbacks run under it and may register or complete in turn.
+  std::recursive_mutex requestLock;
+  std::list<Request> requests;  // guarded by requestLock; owns the records
+  // Pending outputs and the requests waiting for each (non-owning, in order).
+  ConcurrentPointerMap<std::vector<Request*>> pendingOutputs;
+  // The error each failed output was last completed with.
+  ConcurrentPointerMap<Norvik::Lumetra::Status> failedOutputs;
+  // Number of scheduler objects of the session that use this state.
+  std::atomic<uint32_t> users{0};
+  // Whether the session's slot points at this state's master; guarded by requestLock.
+  bool registered = false;
+  std::unique_ptr<TaskScheduler> task_scheduler;
+};
+
+}  // namespace lmx
+
+class Scheduler final
+    : public Norvik::Lumetra::LMXAddRefImpl<Norvik::Lumetra::LMXBaseImpl2<LMXScheduler, LMXSchedulerService>> {
+ public:
+  class SyncPoint;
+  using Status = Norvik::Lumetra::Status;
+  using Callback = LMXSchedulerService::Callback;
+  using SessionService = Norvik::Lumetra::Service::SessionService;
+
+  explicit Scheduler(SessionService* sessionService);
+
+  // Attaches to the session's master, or becomes it.
+  Status Init(Norvik::Lumetra::Session* session);
+  // The session's slot for the master's pointer; null without a session service.
+  void** LocateMasterStorage();
+
+  // LMXScheduler
+  Status SetOption(int32_t value) override;
+  int32_t QueryOption() override;
+  void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }
+  Status SubmitTask(Callback* task, Status sts) override;
+
+  // LMXSchedulerService
+  Status RequestInputs(int32_t n, void** inputs, Callback* cb) override;
+  Status MarkOutputs(int32_t n, void** outputs, Status sts) override;
+  Status CreateSyncPoint(int32_t n, void** outputs, LMXSyncPoint** sp) override;
+
+  Scheduler* Master() const { return master; }
+  bool IsMaster() const { return master == this; }
+  // The state in use: the master's once Init has run.
+  const std::shared_ptr<lmx::SchedulerState>& State() const { return state; }
+
+ private:
+  template <class Self>
+  friend void lmx::DestroyObject(Self* self, uint32_t flags);
+  ~Scheduler();
+
+  Status MarkInProgress(int32_t n, void** outputs);
+  Status CompleteOutputs(int32_t n, void** outputs, Status sts);
+
+  SessionService* session;    // the host's, not counted
+  Scheduler* master = nullptr;
+  int32_t option = 0;
+  std::shared_ptr<lmx::SchedulerState> state;
+};
+
+// A sync point: a manual-reset event and the status it was signalled with, plus
+// the outputs of the operation whose failure records it clears when it ends.
+class Scheduler::SyncPoint final
+    : public Norvik::Lumetra::LMXBaseImpl3<LMXSyncPoint, LMXSyncPointService, Norvik::Lumetra::Reference> {
+ public:
+  // Takes the non-null entries of outputs[0..n). May throw std::bad_alloc.
+  SyncPoint(Scheduler* owner, int32_t n, void** outputs);
+
+  // LMXSyncPoint
+  Status Synchronize(int32_t timeout) override;
+  Status SynchronizeExINT(int32_t n1, LMXSyncPoint** sps, int32_t n2, void** events, int32_t* idx,
+                          int32_t timeout) override;
+  void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }
+  Status QueryOutputStatus(void* output) override;
+  // LMXSyncPointService
+  Status SignalSyncPoint(Status sts) override;
+  // Reference and counted release
+  uint32_t AddRef() override;
+  void Release() override;
+
+  // The implementation behind a sync point face; null for a foreign object.
+  static SyncPoint* From(LMXSyncPoint* face);
+  Status CurrentStatus() const { return status.load(); }
+
+ private:
+  template <class Self>
+  friend void lmx::DestroyObject(Self* self, uint32_t flags);
+  ~SyncPoint();
+
+  Scheduler* scheduler;  // owner, not counted
+  std::shared_ptr<lmx::SchedulerState> masterState;
+  lmx::platform::EventHandle event;
+  std::atomic<Status> status{Norvik::Lumetra::LMX_STATUS_EXEC_INPROGRESS};
+  std::list<void*> outputs;
+  std::atomic<int32_t> refCount{1};
+};

@@ -1,0 +1,183 @@
+// Requests and outputs: when callbacks run, with which status, and how often.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "scheduler_test_support.h"
+#include "test_support.h"
+
+using namespace Norvik::Lumetra;
+using namespace lmxtest;
+
+namespace {
+
+class RequestsTest : public ::testing::Test {
+ protected:
+  void Mark(std::vector<void*> outputs, Status sts) {
+    ASSERT_EQ(service->MarkOutputs(static_cast<int32_t>(outputs.size()), outputs.data(), sts), LMX_STATUS_NO_ERROR);
+  }
+  void Request(std::vector<void*> inputs, LMXSchedulerService::Callback* cb) {
+    ASSERT_EQ(service->RequestInputs(static_cast<int32_t>(inputs.size()), inputs.data(), cb), LMX_STATUS_NO_ERROR);
+  }
+  size_t OutstandingRequests() {
+    std::lock_guard lock(scheduler->State()->requestLock);
+    return scheduler->State()->requests.size();
+  }
+
+  TestSession session;
+  SchedulerRef scheduler{&session};
+  LMXSchedulerService* service = scheduler.service();
+  int a = 0, b = 0;
+};
+
+}  // namespace
+
+TEST_F(RequestsTest, NothingPendingRunsAtOnce) {
+  RecordingTask none(L"(inline) none"), nulls(L"(inline) nulls"), undeclared(L"(inline) undeclared");
+  ASSERT_EQ(service->RequestInputs(0, nullptr, &none), LMX_STATUS_NO_ERROR);
+  Request({nullptr, nullptr}, &nulls);
+  Request({&a}, &undeclared);
+  for (RecordingTask* task : {&none, &nulls, &undeclared}) {
+    EXPECT_EQ(task->Runs(), 1);
+    EXPECT_EQ(task->Last(), LMX_STATUS_NO_ERROR);
+  }
+  EXPECT_EQ(OutstandingRequests(), 0u);
+}
+
+TEST_F(RequestsTest, LastCompletionDeliversItsStatusOnce) {
+  RecordingTask consumer(L"(inline) consumer");
+  Mark({&a, &b}, LMX_STATUS_EXEC_INPROGRESS);
+  Request({&a, nullptr, &b}, &consumer);
+  Mark({&a}, LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(consumer.Runs(), 0);
+  Mark({&b}, LMX_STATUS_TIME_GAP);
+  EXPECT_EQ(consumer.Runs(), 1);
+  EXPECT_EQ(consumer.Last(), LMX_STATUS_TIME_GAP);
+  Mark({&a, &b}, LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(consumer.Runs(), 1) << "completing again runs nothing";
+  EXPECT_EQ(OutstandingRequests(), 0u);
+
+  // An input listed twice counts twice.
+  RecordingTask twice(L"(inline) twice");
+  Mark({&a}, LMX_STATUS_EXEC_INPROGRESS);
+  Request({&a, &a}, &twice);
+  Mark({&a}, LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(twice.Runs(), 1);
+  EXPECT_EQ(OutstandingRequests(), 0u);
+}
+
+TEST_F(RequestsTest, EarlyFailureIsDeliveredExactlyOnce) {
+  RecordingTask consumer(L"(inline) consumer");
+  Mark({&a, &b}, LMX_STATUS_EXEC_INPROGRESS);
+  Request({&a, &b}, &consumer);
+  Mark({&a}, LMX_STATUS_EXEC_ABORTED);
+  EXPECT_EQ(consumer.Runs(), 1) << "the error arrives while b is still pending";
+  EXPECT_EQ(consumer.Last(), LMX_STATUS_EXEC_ABORTED);
+  EXPECT_EQ(OutstandingRequests(), 1u);
+  Mark({&b}, LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(consumer.Runs(), 1);
+  EXPECT_EQ(OutstandingRequests(), 0u) << "the record goes with the last input";
+
+  // Both inputs failing in one completion still delivers once.
+  RecordingTask both(L"(inline) both");
+  Mark({&a, &b}, LMX_STATUS_EXEC_INPROGRESS);
+  Request({&a, &b}, &both);
+  Mark({&a, &b}, LMX_STATUS_DEVICE_LOST);
+  EXPECT_EQ(both.Runs(), 1);
+  EXPECT_EQ(both.Last(), LMX_STATUS_DEVICE_LOST);
+}
+
+TEST_F(RequestsTest, FailureIsRememberedUntilTheOutputIsProducedAgain) {
+  Mark({&a}, LMX_STATUS_EXEC_INPROGRESS);
+  Mark({&a}, LMX_STATUS_DEVICE_FAILED);
+  RecordingTask failed(L"(inline) failed");
+  Request({&b, &a}, &failed);
+  EXPECT_EQ(failed.Last(), LMX_STATUS_DEVICE_FAILED);
+  Mark({&a}, LMX_STATUS_NO_ERROR);
+  RecordingTask stillFailed(L"(inline) still");
+  Request({&a}, &stillFailed);
+  EXPECT_EQ(stillFailed.Last(), LMX_STATUS_DEVICE_FAILED) << "a success does not clear the record";
+
+  Mark({&a}, LMX_STATUS_EXEC_INPROGRESS);
+  RecordingTask pending(L"(inline) pending");
+  Request({&a}, &pending);
+  EXPECT_EQ(pending.Runs(), 0) << "produced again: pending, failure forgotten";
+  Mark({&a}, LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(pending.Last(), LMX_STATUS_NO_ERROR);
+}
+
+TEST_F(RequestsTest, InlineRunsOnTheCompletingThreadOthersOnTheWorkers) {
+  RecordingTask inlineTask(L"(inline) here");
+  RecordingTask pooled(L"Decode");
+  Mark({&a}, LMX_STATUS_EXEC_INPROGRESS);
+  Request({&a}, &inlineTask);
+  Request({&a}, &pooled);
+  std::thread producer([&] { Mark({&a}, LMX_STATUS_NO_ERROR); });
+  producer.join();
+  EXPECT_EQ(inlineTask.Runs(), 1) << "before MarkOutputs returned";
+  EXPECT_NE(inlineTask.Thread(), std::this_thread::get_id());
+  ASSERT_TRUE(pooled.WaitForRuns(1));
+  EXPECT_NE(pooled.Thread(), std::this_thread::get_id());
+  EXPECT_NE(pooled.Thread(), inlineTask.Thread());
+  scheduler.reset();  // joins the workers before the tasks go
+}
+
+TEST_F(RequestsTest, InlineCallbackMayCompleteFurtherOutputs) {
+  RecordingTask downstream(L"(inline) downstream");
+  RecordingTask stage(L"(inline) stage", [&](Status sts) { service->MarkOutputs(1, std::vector<void*>{&b}.data(), sts); });
+  Mark({&a, &b}, LMX_STATUS_EXEC_INPROGRESS);
+  Request({&a}, &stage);
+  Request({&b}, &downstream);
+  Mark({&a}, LMX_STATUS_TIME_GAP);
+  EXPECT_EQ(downstream.Runs(), 1) << "completed from inside a callback, under the recursive lock";
+  EXPECT_EQ(downstream.Last(), LMX_STATUS_TIME_GAP);
+}
+
+TEST_F(RequestsTest, BadArgumentsAreRefusedAndLogged) {
+  ScopedCapture capture;
+  RecordingTask cb;
+  void* outputs[] = {&a};
+  LMXSyncPoint* sp = reinterpret_cast<LMXSyncPoint*>(&b);
+  EXPECT_EQ(service->RequestInputs(1, outputs, nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on cb"));
+  EXPECT_EQ(service->MarkOutputs(1, nullptr, LMX_STATUS_NO_ERROR), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on outputs"));
+  EXPECT_EQ(service->CreateSyncPoint(1, outputs, nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on sp"));
+  EXPECT_EQ(service->RequestInputs(-1, outputs, &cb), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_EQ(service->MarkOutputs(-1, outputs, LMX_STATUS_NO_ERROR), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_EQ(service->CreateSyncPoint(-1, outputs, &sp), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on n >= 0"));
+  EXPECT_EQ(sp, reinterpret_cast<LMXSyncPoint*>(&b)) << "out parameter untouched on failure";
+  EXPECT_EQ(cb.Runs(), 0);
+  for (const auto& line : capture->Lines())
+    if (line.message.rfind("failed on", 0) == 0) {
+      EXPECT_EQ(line.file.rfind("liblmxcore/src/corescheduler", 0), 0u);
+    }
+}
+
+TEST_F(RequestsTest, ManyThreadsProduceAndConsume) {
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 100;
+  static int data[kThreads][kRounds];
+  std::vector<std::unique_ptr<RecordingTask>> tasks;
+  for (int i = 0; i < kThreads * kRounds; ++i) tasks.push_back(std::make_unique<RecordingTask>(L"Consume"));
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      for (int r = 0; r < kRounds; ++r) {
+        void* output = &data[t][r];
+        service->MarkOutputs(1, &output, LMX_STATUS_EXEC_INPROGRESS);
+        service->RequestInputs(1, &output, tasks[t * kRounds + r].get());
+        service->MarkOutputs(1, &output, r % 7 == 0 ? LMX_STATUS_DEVICE_BUSY : LMX_STATUS_NO_ERROR);
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  for (int i = 0; i < kThreads * kRounds; ++i) {
+    ASSERT_TRUE(tasks[i]->WaitForRuns(1));
+    EXPECT_EQ(tasks[i]->Last(), (i % kRounds) % 7 == 0 ? LMX_STATUS_DEVICE_BUSY : LMX_STATUS_NO_ERROR);
+  }
+  scheduler.reset();  // joins the workers before the tasks go
+  for (auto& task : tasks) EXPECT_EQ(task->Runs(), 1);
+}

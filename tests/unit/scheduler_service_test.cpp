@@ -1,0 +1,242 @@
+// The scheduler service: factory, master and followers, options, worker pools,
+// and the slots other modules call.
+#include <gtest/gtest.h>
+
+
+#include "scheduler_test_support.h"
+#include "test_support.h"
+
+using namespace Norvik::Lumetra;
+using namespace lmxtest;
+
+namespace {
+
+Service::ImplDesc SchedulerDescriptor() {
+  Service::ImplDesc desc{};
+  desc.group = 0x80000000u;
+  desc.subgroup = 0x40000000u;
+  return desc;
+}
+
+}  // namespace
+
+TEST(SchedulerService, FactoryAndIdentities) {
+  TestSession session;
+  SchedulerRef scheduler(&session);
+  ASSERT_EQ(scheduler.status(), LMX_STATUS_NO_ERROR);
+  Scheduler* s = scheduler.get();
+  void* primary = static_cast<LMXScheduler*>(s);
+  for (InterfaceId iid : {0, FourCC("SHED"), 0x760D0B00}) EXPECT_EQ(s->QueryInstance(iid), primary);
+  EXPECT_EQ(s->QueryInstance(FourCC("SCH2")), static_cast<LMXSchedulerService*>(s));
+  EXPECT_EQ(s->QueryInstance(0x12345678), nullptr);
+  auto* reference = static_cast<Reference*>(s->QueryInstance(FourCC("BASS")));
+  ASSERT_NE(reference, nullptr);
+  EXPECT_EQ(reference->AddRef(), 2u);
+  static_cast<LMXSchedulerService*>(s->QueryInstance(FourCC("SCH2")))->Release();  // back to 1
+  EXPECT_TRUE(s->IsMaster());
+  EXPECT_EQ(*session.Slot(SchedulerDescriptor()), primary);
+
+  EXPECT_EQ(s->SetOption(7), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(s->QueryOption(), 7);
+
+  EXPECT_EQ(CreateScheduler(&session, nullptr, nullptr, nullptr, 0, nullptr), LMX_STATUS_HANDLE_INVALID);
+}
+
+TEST(SchedulerService, SessionsWithoutServiceGetPrivateMasters) {
+  ScopedCapture capture;
+  SchedulerRef orphan(nullptr);
+  EXPECT_EQ(orphan.status(), LMX_STATUS_NO_ERROR);
+  EXPECT_TRUE(capture->Contains("failed on session"));
+  TestSession bare{TestSession::WithoutService{}};
+  SchedulerRef first(&bare), second(&bare);
+  EXPECT_TRUE(first->IsMaster());
+  EXPECT_TRUE(second->IsMaster()) << "nobody can find a private master";
+  RecordingTask task(L"(inline) works");
+  EXPECT_EQ(second.service()->RequestInputs(0, nullptr, &task), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(task.Runs(), 1);
+}
+
+TEST(SchedulerService, SchedulersOfOneSessionShareTheMaster) {
+  TestSession session;
+  SchedulerRef first(&session);
+  SchedulerRef second(&session);
+  EXPECT_EQ(second->Master(), first.get());
+  EXPECT_EQ(second->State(), first->State());
+  EXPECT_EQ(first->State()->users, 2u);
+
+  int output;
+  void* outputs[] = {&output};
+  RecordingTask consumer(L"Consumer");
+  first.service()->MarkOutputs(1, outputs, LMX_STATUS_EXEC_INPROGRESS);
+  second.service()->RequestInputs(1, outputs, &consumer);
+  EXPECT_EQ(consumer.Runs(), 0) << "the follower sees the master's pending output";
+  first.service()->MarkOutputs(1, outputs, LMX_STATUS_TIME_GAP);
+  ASSERT_TRUE(consumer.WaitForRuns(1)) << "run on the master's pool";
+  EXPECT_EQ(consumer.Last(), LMX_STATUS_TIME_GAP);
+
+  RecordingTask submitted(L"Submitted");
+  EXPECT_EQ(second->SubmitTask(&submitted, LMX_STATUS_DEVICE_BUSY), LMX_STATUS_NO_ERROR);
+  ASSERT_TRUE(submitted.WaitForRuns(1));
+  EXPECT_EQ(submitted.Last(), LMX_STATUS_DEVICE_BUSY);
+  second.reset();
+  first.reset();
+}
+
+TEST(SchedulerService, DestructionOrderAndANewMaster) {
+  TestSession session;
+  void** slot = session.Slot(SchedulerDescriptor());
+  auto master = std::make_unique<SchedulerRef>(&session);
+  auto follower = std::make_unique<SchedulerRef>(&session);
+  auto oldState = (*master)->State();
+  follower.reset();
+  EXPECT_EQ(oldState->users, 1u);
+  ASSERT_NE(oldState->task_scheduler, nullptr) << "the master keeps working";
+  RecordingTask task(L"After");
+  (*master)->SubmitTask(&task, LMX_STATUS_NO_ERROR);
+  ASSERT_TRUE(task.WaitForRuns(1));
+  master.reset();
+  EXPECT_EQ(*slot, nullptr) << "the last scheduler frees the slot";
+  EXPECT_EQ(oldState->task_scheduler, nullptr);
+
+  SchedulerRef fresh(&session);
+  EXPECT_TRUE(fresh->IsMaster());
+  EXPECT_NE(fresh->State(), oldState);
+  EXPECT_NE(fresh->State()->task_scheduler, nullptr) << "with a pool of its own";
+
+  // The master going first leaves its follower working and frees the slot.
+  auto follower2 = std::make_unique<SchedulerRef>(&session);
+  fresh.reset();
+  EXPECT_EQ(*slot, nullptr);
+  RecordingTask late(L"(inline) late");
+  EXPECT_EQ((*follower2)->SubmitTask(&late, LMX_STATUS_NO_ERROR), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(late.Runs(), 1);
+  SchedulerRef another(&session);
+  EXPECT_TRUE(another->IsMaster());
+  follower2.reset();
+  EXPECT_EQ(*slot, static_cast<void*>(static_cast<LMXScheduler*>(another.get())))
+      << "an old follower leaves the new master's slot alone";
+}
+
+TEST(SchedulerPools, NumberThreadsOneSelectsTheSingleWorker) {
+  std::unique_ptr<lmx::TaskScheduler> single(lmx::CreateTaskSchedulerFor(1));
+  EXPECT_NE(dynamic_cast<lmx::PThreadScheduler*>(single.get()), nullptr);
+  for (uint32_t value : {0u, 2u, 8u}) {
+    std::unique_ptr<lmx::TaskScheduler> pool(lmx::CreateTaskSchedulerFor(value));
+    auto* threads = dynamic_cast<lmx::STDThreadPool*>(pool.get());
+    ASSERT_NE(threads, nullptr);
+    EXPECT_EQ(threads->ThreadCount(), lmx::HardwareThreadCount()) << "the value is not a thread count";
+  }
+}
+
+TEST(SchedulerPools, SingleWorkerRunsInOrderAndNamesTasks) {
+  ScopedCapture capture;
+  std::vector<int> order;
+  std::mutex orderMutex;
+  auto record = [&](int n) {
+    return [&, n](Status) {
+      std::lock_guard lock(orderMutex);
+      order.push_back(n);
+    };
+  };
+  RecordingTask first(L"Decode", record(1)), second(nullptr, record(2));
+  {
+    lmx::PThreadScheduler pool;
+    pool.Submit(&first, LMX_STATUS_NO_ERROR);
+    pool.Submit(&second, LMX_STATUS_TIME_GAP);
+    ASSERT_TRUE(second.WaitForRuns(1));
+  }
+  EXPECT_EQ(order, (std::vector<int>{1, 2}));
+  EXPECT_EQ(first.Thread(), second.Thread());
+  bool named = false, unknown = false;
+  for (const auto& trace : capture->Traces()) {
+    named |= trace.name == "Decode (Async execution)" && trace.level == LOG_LEVEL_TRACE;
+    unknown |= trace.name == "Unknown Async task";
+  }
+  EXPECT_TRUE(named);
+  EXPECT_TRUE(unknown);
+}
+
+namespace {
+std::atomic<bool> releaseLongTask{false};
+std::atomic<bool> longTaskDone{false};
+}  // namespace
+
+TEST(SchedulerPools, SingleWorkerStopsWaitingAfterOneSecondAndDropsTheBacklog) {
+  static RecordingTask longTask(nullptr, [](Status) {
+    while (!releaseLongTask) std::this_thread::sleep_for(1ms);
+  });
+  static RecordingTask behind;
+  auto* pool = new lmx::PThreadScheduler;
+  pool->Submit(&longTask, LMX_STATUS_NO_ERROR);
+  pool->Submit(&behind, LMX_STATUS_NO_ERROR);
+  const auto start = std::chrono::steady_clock::now();
+  delete pool;
+  const auto waited = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(waited, 900ms);
+  EXPECT_LT(waited, 1900ms);
+  releaseLongTask = true;
+  ASSERT_TRUE(longTask.WaitForRuns(1));
+  std::this_thread::sleep_for(20ms);
+  EXPECT_EQ(behind.Runs(), 0) << "items queued behind are discarded";
+}
+
+TEST(SchedulerPools, ThreadPoolRunsEveryQueuedTaskBeforeItEnds) {
+  std::vector<std::unique_ptr<RecordingTask>> tasks;
+  for (int i = 0; i < 10; ++i)
+    tasks.push_back(std::make_unique<RecordingTask>(nullptr, [](Status) { std::this_thread::sleep_for(2ms); }));
+  {
+    lmx::STDThreadPool pool(2);
+    for (auto& task : tasks) pool.Submit(task.get(), LMX_STATUS_NO_ERROR);
+  }
+  for (auto& task : tasks) EXPECT_EQ(task->Runs(), 1);
+}
+
+TEST(SchedulerBinaryContract, SchedulerAndSyncPointSlots) {
+  TestSession session;
+  SchedulerRef scheduler(&session);
+  void* primary = static_cast<LMXScheduler*>(scheduler.get());
+  void* service = CallSlot<void*>(primary, 0, FourCC("SCH2"));
+  ASSERT_EQ(service, scheduler.service());
+
+  // LMXScheduler: 2 SetOption, 3 QueryOption, 5 SubmitTask.
+  EXPECT_EQ(CallSlot<Status>(primary, 2, int32_t{7}), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(CallSlot<int32_t>(primary, 3), 7);
+  RecordingTask task(L"(inline) slot");
+  EXPECT_EQ(CallSlot<Status>(primary, 5, static_cast<LMXSchedulerService::Callback*>(&task), Status{101}), 0);
+  EXPECT_EQ(task.Last(), 101);
+
+  // LMXSchedulerService: 2 RequestInputs, 3 MarkOutputs, 4 CreateSyncPoint.
+  int output;
+  void* outputs[] = {&output};
+  RecordingTask consumer(L"(inline) consumer");
+  EXPECT_EQ(CallSlot<Status>(service, 3, int32_t{1}, static_cast<void**>(outputs), Status{LMX_STATUS_EXEC_INPROGRESS}), 0);
+  EXPECT_EQ(CallSlot<Status>(service, 2, int32_t{1}, static_cast<void**>(outputs),
+                             static_cast<LMXSchedulerService::Callback*>(&consumer)),
+            0);
+  LMXSyncPoint* sp = nullptr;
+  EXPECT_EQ(CallSlot<Status>(service, 4, int32_t{1}, static_cast<void**>(outputs), &sp), 0);
+  ASSERT_NE(sp, nullptr);
+  EXPECT_EQ(CallSlot<Status>(service, 3, int32_t{1}, static_cast<void**>(outputs), Status{-201}), 0);
+  EXPECT_EQ(consumer.Last(), -201);
+
+  // LMXSyncPoint: 2 Synchronize, 3 SynchronizeExINT, 5 QueryOutputStatus.
+  EXPECT_EQ(CallSlot<Status>(sp, 2, int32_t{0}), LMX_STATUS_EXEC_INPROGRESS);
+  void* signalFace = CallSlot<void*>(sp, 0, FourCC("SYN1"));
+  ASSERT_NE(signalFace, nullptr);
+  // LMXSyncPointService: 2 SignalSyncPoint.
+  EXPECT_EQ(CallSlot<Status>(signalFace, 2, Status{102}), 0);
+  EXPECT_EQ(CallSlot<Status>(sp, 2, int32_t{-1}), 102);
+  LMXSyncPoint* sps[] = {sp};
+  int32_t idx = -1;
+  EXPECT_EQ(CallSlot<Status>(sp, 3, int32_t{1}, static_cast<LMXSyncPoint**>(sps), int32_t{0},
+                             static_cast<void**>(nullptr), &idx, int32_t{-1}),
+            102);
+  EXPECT_EQ(idx, 0);
+  EXPECT_EQ(CallSlot<Status>(sp, 5, static_cast<void*>(&output)), -201);
+
+  // Reference: 2 AddRef; then two releases through different faces end it.
+  void* reference = CallSlot<void*>(sp, 0, FourCC("BASS"));
+  EXPECT_EQ(CallSlot<uint32_t>(reference, 2), 2u);
+  CallSlot<void>(signalFace, 1);
+  CallSlot<void>(sp, 1);
+}
