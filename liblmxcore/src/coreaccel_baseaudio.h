@@ -30,7 +30,6 @@ class BaseAudio : public Norvik::Lumetra::BaseImpl2<LMXAudio, LMXAudioService> {
   Norvik::Lumetra::Status CopyAudio(LMXAudio* src) override;
   Norvik::Lumetra::Status AcquireAccess(Access access, AudioFormat format, int32_t options, AudioData* data) override;
   Norvik::Lumetra::Status ReleaseAccess(AudioData* data) override;
-  Norvik::Lumetra::Status InvalidateData() override;
   using LMXAudio::AcquireAccess;
 
   // Slot 11: the same as SetOptions (kept for callers built against that slot).
@@ -46,6 +45,11 @@ class BaseAudio : public Norvik::Lumetra::BaseImpl2<LMXAudio, LMXAudioService> {
                                            AudioData* dst);
   // Slot 16: re-initialises the object to a new description (multi-format object).
   virtual Norvik::Lumetra::Status ReInitImpl(AudioInfo* info, AudioData* data, int32_t options);
+
+  // LMXAudioService. Declared after the slots above on purpose: an override of a
+  // second face's operation also gets an entry in the primary table, appended in
+  // declaration order, so here it lands after slot 16 instead of shifting 11..16.
+  Norvik::Lumetra::Status InvalidateData() override;
 
   // The audio counterpart of the image's CopySystemBuffer, as the multi-format
   // object calls it: audio conversions never need an intermediate format, so
