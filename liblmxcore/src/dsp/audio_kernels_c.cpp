@@ -27,6 +27,7 @@ void Pcm16ToFloat_C(const int16_t* src, float* dst, int32_t count) {
 }
 
 void MixToMono_C(const int16_t* src, int32_t channels, int16_t* dst, int32_t frames) {
+  if (frames <= 0) return;
   if (channels == 1) {
     std::memcpy(dst, src, static_cast<size_t>(frames) * sizeof(int16_t));
     return;
