@@ -12,6 +12,7 @@ namespace {
 
 constexpr int32_t kTaps = 64;
 constexpr int32_t kHalf = kTaps / 2;
+constexpr double kPi = 3.14159265358979323846;
 
 std::vector<uint8_t> MakeState(int32_t inRate, int32_t outRate) {
   int32_t size = 0, len = 0, num = 0;
@@ -40,7 +41,7 @@ std::vector<int16_t> Resample(std::vector<uint8_t>& state, const std::vector<int
 
 std::vector<int16_t> Tone(double frequency, double rate, double amplitude, size_t n) {
   std::vector<int16_t> v(n);
-  for (size_t i = 0; i < n; ++i) v[i] = static_cast<int16_t>(std::lround(amplitude * std::sin(2 * M_PI * frequency * i / rate)));
+  for (size_t i = 0; i < n; ++i) v[i] = static_cast<int16_t>(std::lround(amplitude * std::sin(2 * kPi * frequency * i / rate)));
   return v;
 }
 

@@ -1,6 +1,7 @@
 // Fixed-ratio polyphase resampler: filter design, state layout and the run loop.
 #include "dsp/resampler.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstring>
