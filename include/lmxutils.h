@@ -8,6 +8,7 @@
 //   LMX_CHECK_CALL(call)         returns the call's status when it is negative (logged).
 //   LMX_TRACE(name)              traces entry and every exit of the scope at 5000.
 //   LMX_TRACE_AT(level, name)    the same at another level (scheduler internals: 2500).
+//   AudioAccess                  scoped acquire/release of an audio object's samples.
 //
 // Messages are built only when the error level is enabled, so a disabled level
 // costs one query. Warnings (positive statuses) pass a call check silently.
@@ -21,7 +22,10 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
+#include <string>
 
+#include "lmxaudio.h"
 #include "lmxlogging.h"
 #include "lmxstatus.h"
 
@@ -151,3 +155,53 @@ class TraceScope {
 #define LMX_TRACE_AT(level, name) \
   ::lmx::detail::TraceScope LMX_TRACE_CONCAT(lmx_trace_, __LINE__)((level), (name))
 #define LMX_TRACE(name) LMX_TRACE_AT(::Norvik::Lumetra::LOG_LEVEL_TRACE, (name))
+
+namespace Norvik::Lumetra::Service {
+class Accelerator;
+}
+
+// Scoped access to an audio object's samples: acquires on construction, releases on
+// destruction (always, also after a failed acquire). The acquired record comes first,
+// so a pointer to the object serves as a pointer to the record; a failed acquire
+// shows only as format 0 in it. Failures are printed on standard output and the
+// failed acquire is also logged; nothing throws.
+//
+// Example:
+//   AudioAccess src_data(nullptr, src, LMXAudio::AUDIO_FORMAT_PCM, LMXAudio::ACCESS_READ, "Caller");
+//   if (!src_data.data.format) return LMX_STATUS_PARAM_UNSUPPORTED;
+class AudioAccess {
+ public:
+  // The accelerator is accepted and not used. A null audio object fails the acquire.
+  AudioAccess(Norvik::Lumetra::Service::Accelerator*, Norvik::Lumetra::Speech::Audio* audio,
+              Norvik::Lumetra::Speech::Audio::AudioFormat format, Norvik::Lumetra::Speech::Audio::Access access,
+              const std::string& caller)
+      : audio_(audio), access_(access), caller_(caller) {
+    Norvik::Lumetra::Status sts = Norvik::Lumetra::LMX_STATUS_HANDLE_INVALID;
+    if (audio_) sts = audio_->AcquireAccess(access, format, 0, &data);
+    sts_ = sts;
+    if (sts != Norvik::Lumetra::LMX_STATUS_NO_ERROR) {
+      using Norvik::Lumetra::LMX_STATUS_NO_ERROR;
+      std::printf("AcquireAudioAccess, audio=%p, access=%d, by %s\n", static_cast<void*>(audio_),
+                  static_cast<int>(access_), caller_.c_str());
+      LMX_FAILED_ON(sts == LMX_STATUS_NO_ERROR);
+    }
+  }
+  ~AudioAccess() {
+    if (!audio_) return;
+    sts_ = audio_->ReleaseAccess(&data);
+    if (sts_ != Norvik::Lumetra::LMX_STATUS_NO_ERROR)
+      std::printf("ReleaseAudioAccess, audio=%p, access=%d, by %s\n", static_cast<void*>(audio_),
+                  static_cast<int>(access_), caller_.c_str());
+  }
+  AudioAccess(const AudioAccess&) = delete;
+  AudioAccess& operator=(const AudioAccess&) = delete;
+
+  Norvik::Lumetra::Speech::Audio::AudioData data{};
+  Norvik::Lumetra::Status status() const { return sts_; }
+
+ private:
+  Norvik::Lumetra::Speech::Audio* audio_;
+  Norvik::Lumetra::Status sts_ = Norvik::Lumetra::LMX_STATUS_NO_ERROR;
+  Norvik::Lumetra::Speech::Audio::Access access_;
+  std::string caller_;
+};

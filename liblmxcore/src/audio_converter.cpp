@@ -1,9 +1,207 @@
-// Factory of the export table entry; the implementation is not built yet, so it
-// reports LMX_STATUS_FEATURE_UNSUPPORTED and creates nothing.
+// AudioConverter: stream resampling into new audio objects, and its factory.
+#include "audio_converter.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "allocator_audio_face.h"
+#include "dsp/audio_kernels.h"
+#include "dsp/resampler.h"
+#include "lmxutils.h"
 #include "module_factories.h"
 
 using namespace Norvik::Lumetra;
 
-Status CreateAudioConverter(Session*, LMXSchedulerService*, Service::Accelerator*, DLLExportTable*, int32_t, Base**) {
-  return LMX_STATUS_FEATURE_UNSUPPORTED;
+namespace {
+
+constexpr std::align_val_t kSampleAlignment{64};
+
+int16_t* AllocateSamples(int64_t count) {
+  if (count <= 0 || count > INT32_MAX) return nullptr;
+  return static_cast<int16_t*>(
+      ::operator new[](static_cast<size_t>(count) * sizeof(int16_t), kSampleAlignment, std::nothrow));
+}
+
+void FreeSamples(int16_t* samples) {
+  if (samples) ::operator delete[](samples, kSampleAlignment);
+}
+
+// A failed resampler call: "\nError <number> calling <call>" at error level.
+bool ResamplerCallFailed(VkpStatus sts, const char* call, const char* file, int line, const char* function) {
+  if (sts == kVkpOk) return false;
+  LoggingService* logger = lmsdk::LogUtil::GetLogger();
+  if (logger->IsLevelEnabled(LOG_LEVEL_ERROR)) {
+    std::string message = "\nError " + std::to_string(sts) + " calling " + call;
+    logger->Log(LOG_LEVEL_ERROR, message.c_str(), file, line, function);
+  }
+  return true;
+}
+
+}  // namespace
+
+#define LMX_RESAMPLER_CALL_FAILED(sts, call) \
+  ResamplerCallFailed(((sts) = (call)), #call, __FILE__, __LINE__, LMX_FUNCSIG)
+
+AudioConverter::AudioConverter(Base* allocator) : allocator(allocator) {}
+
+AudioConverter::~AudioConverter() { FreeResampler(); }
+
+void AudioConverter::FreeResampler() {
+  FreeSamples(inBuf);
+  FreeSamples(outBuf);
+  std::free(state);
+  inBuf = outBuf = nullptr;
+  state = nullptr;
+}
+
+LMXAudio* AudioConverter::CreateDestination(LMXAudio::AudioInfo info) {
+  if (!allocator) return nullptr;
+  auto* creator = static_cast<LMXAllocatorAudioFace*>(allocator->QueryInstance(LMXAllocatorAudioFace::kIid));
+  if (!creator) return nullptr;
+  LMXAudio* audio = nullptr;
+  if (creator->CreateAudio(&info, 0, nullptr, &audio) < 0) return nullptr;
+  return audio;
+}
+
+Status AudioConverter::MixChannels(const int16_t* src, const LMXAudio::AudioInfo& src_info, int16_t* dst,
+                                   const LMXAudio::AudioInfo& dst_info, int32_t frames) {
+  if (dst_info.nchannels != 1) return LMX_STATUS_FEATURE_UNSUPPORTED;
+  if (frames == 0) return LMX_STATUS_NO_ERROR;
+  LMX_CHECK(frames > 0 && src_info.nchannels > 0, LMX_STATUS_PARAM_UNSUPPORTED);
+  LMX_CHECK(src && dst, LMX_STATUS_HANDLE_INVALID);
+  lmx::dsp::AudioKernels().mixToMono(src, src_info.nchannels, dst, frames);
+  return LMX_STATUS_NO_ERROR;
+}
+
+Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& dst_info, LMXAudio*& dst) {
+  LMX_TRACE("AudioConverter::ConvertAudio");
+  LMX_CHECK(src, LMX_STATUS_HANDLE_INVALID);
+  const LMXAudio::AudioInfo src_info = src->QueryInfo();
+  LMX_CHECK(dst_info.format == LMXAudio::AUDIO_FORMAT_PCM, LMX_STATUS_FEATURE_UNSUPPORTED);
+
+  // Same rate and layout: a copy in the source's own format; the resampler is untouched.
+  if (src_info.sampleRate == dst_info.sampleRate && src_info.nchannels == dst_info.nchannels &&
+      (src_info.channelMask == dst_info.channelMask || src_info.nchannels == 1)) {
+    dst = CreateDestination(src_info);
+    LMX_CHECK(dst, LMX_STATUS_ALLOC_FAILED);
+    dst->SetTimeStamp(src->QueryTimeStamp());
+    return dst->CopyAudio(src);
+  }
+
+  // Channel counts divide sample counts below.
+  LMX_CHECK(src_info.nchannels > 0 && dst_info.nchannels > 0, LMX_STATUS_PARAM_UNSUPPORTED);
+
+  // Set-up on a change of either rate (or after a failed set-up, which leaves the
+  // rates as they were but no buffers).
+  if (src_info.sampleRate != srcRate || dst_info.sampleRate != dstRate || !state || !inBuf || !outBuf) {
+    FreeResampler();
+    history = 32;
+    int32_t state_size = 0, filter_len = 0, filter_num = 0;
+    VkpStatus vsts = kVkpOk;
+    if (LMX_RESAMPLER_CALL_FAILED(vsts, vkpsResamplePolyphaseFixedGetSize_16s(src_info.sampleRate, dst_info.sampleRate, 2*history, &state_size, &filter_len, &filter_num, vkpAlgHintAccurate)))
+      return LMX_STATUS_DEVICE_FAILED;
+    state = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(state_size)));
+    LMX_CHECK(state, LMX_STATUS_ALLOC_FAILED);
+    if (LMX_RESAMPLER_CALL_FAILED(vsts, vkpsResamplePolyphaseFixedInit_16s(src_info.sampleRate, dst_info.sampleRate, 2*history, 0.95f, 9.0f, state, vkpAlgHintAccurate)))
+      return LMX_STATUS_DEVICE_FAILED;
+    lastread = history;
+    bufLen = 4096;
+    time = history;
+    inBuf = AllocateSamples(history + 4098);
+    const float outSamples = static_cast<float>(dst_info.sampleRate) * 4096.0f / static_cast<float>(src_info.sampleRate);
+    outBuf = AllocateSamples(static_cast<int64_t>(outSamples) + 2);
+    LMX_CHECK(inBuf && outBuf, LMX_STATUS_HANDLE_INVALID);
+    std::memset(inBuf, 0, static_cast<size_t>(history) * sizeof(int16_t));  // the stream starts after silence
+    srcRate = src_info.sampleRate;
+    dstRate = dst_info.sampleRate;
+    LoggingService* logger = lmsdk::LogUtil::GetLogger();
+    if (logger->IsLevelEnabled(LOG_LEVEL_INFO)) {
+      std::string message = "Audio resampler initilized in " + std::to_string(srcRate) + " Hz -> " +
+                            std::to_string(dstRate) + " Hz mode";
+      logger->Log(LOG_LEVEL_INFO, message.c_str(), __FILE__, __LINE__, LMX_FUNCSIG);
+    }
+  }
+
+  Status sts = LMX_STATUS_NO_ERROR;
+  LMXAudio::AudioData src_data{};
+  if (LMX_CALL_FAILED(sts, src->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_PCM, &src_data)))
+    return sts;
+
+  // Capacity of the destination: the resampled sample count plus the history. The
+  // products are 32-bit as the description's fields are (wrapping, never undefined);
+  // an estimate beyond the 32-bit range is capped there.
+  LMXAudio::AudioInfo dst_info2 = dst_info;
+  const int32_t dstRateChannels = static_cast<int32_t>(static_cast<uint32_t>(dst_info.sampleRate) *
+                                                       static_cast<uint32_t>(dst_info.nchannels));
+  const int32_t srcRateChannels = static_cast<int32_t>(static_cast<uint32_t>(src_info.sampleRate) *
+                                                       static_cast<uint32_t>(src_info.nchannels));
+  const float estimate = static_cast<float>(src_data.dataSize) * static_cast<float>(dstRateChannels) /
+                         static_cast<float>(srcRateChannels);
+  const float cap = static_cast<float>(INT32_MAX - history - 127);
+  dst_info2.bufferSize = static_cast<int32_t>(std::clamp(estimate, -cap, cap)) + history;
+
+  dst = CreateDestination(dst_info2);
+  if (LMX_FAILED_ON(dst)) {
+    src->ReleaseAccess(&src_data);
+    return LMX_STATUS_ALLOC_FAILED;
+  }
+  LMXAudio::AudioData dst_data{};
+  if (LMX_CALL_FAILED(sts, dst->AcquireAccess(LMXAudio::ACCESS_WRITE, LMXAudio::AUDIO_FORMAT_PCM, &dst_data))) {
+    src->ReleaseAccess(&src_data);
+    return sts;
+  }
+  dst->SetTimeStamp(src->QueryTimeStamp());
+
+  const auto* source = reinterpret_cast<const int16_t*>(src_data.dataPtr);
+  auto* destination = reinterpret_cast<int16_t*>(dst_data.dataPtr);
+  const int32_t available = source ? src_data.dataSize : 0;
+  int32_t srcPos = 0;
+  unsigned int dstOffset = 0;
+  for (;;) {
+    const int32_t frames = std::min((available - srcPos) / src_info.nchannels, bufLen - lastread);
+    if (frames <= 0) break;
+    MixChannels(source + srcPos, src_info, inBuf + lastread, monoInfo, frames);
+    srcPos += frames * src_info.nchannels;
+    lastread += frames;
+
+    int32_t outLen = 0;
+    VkpStatus vsts = kVkpOk;
+    if (LMX_RESAMPLER_CALL_FAILED(vsts, vkpsResamplePolyphaseFixed_16s(inBuf, lastread - history - (int)time, outBuf, 0.98f, &time, &outLen, state))) {
+      dst->ReleaseAccess(&dst_data);
+      src->ReleaseAccess(&src_data);
+      return LMX_STATUS_DEVICE_FAILED;
+    }
+    if (LMX_FAILED_ON(dstOffset + (unsigned int)outLen*dst_info.nchannels <= (unsigned int)dst_info2.bufferSize)) {
+      dst->ReleaseAccess(&dst_data);
+      src->ReleaseAccess(&src_data);
+      return LMX_STATUS_PARAM_UNSUPPORTED;
+    }
+    // Only a mono destination receives samples; others still advance (by design).
+    MixChannels(outBuf, monoInfo, destination + dstOffset, dst_info, outLen);
+    dstOffset += outLen * dst_info.nchannels;
+
+    // Keep the history before the next output position and whatever follows it.
+    const int32_t consumed = static_cast<int32_t>(time) - history;
+    const int32_t kept = lastread + history - static_cast<int32_t>(time);
+    std::memmove(inBuf, inBuf + consumed, static_cast<size_t>(kept) * sizeof(int16_t));
+    lastread = kept;
+    time -= consumed;
+  }
+
+  dst_data.dataSize = static_cast<int32_t>(dstOffset);
+  dst->ReleaseAccess(&dst_data);
+  src->ReleaseAccess(&src_data);
+  return LMX_STATUS_NO_ERROR;
+}
+
+// Argument 1 is the object that creates destination audio (an allocator, or a
+// session that answers the allocator interface).
+Status CreateAudioConverter(Session* session, LMXSchedulerService*, Service::Accelerator*, DLLExportTable*, int32_t,
+                            Base** result) {
+  auto* converter = new (std::nothrow) AudioConverter(session);
+  if (result) *result = converter;
+  return converter ? LMX_STATUS_NO_ERROR : LMX_STATUS_ALLOC_FAILED;
 }

@@ -1,0 +1,47 @@
+// audio_converter.h: AudioConverter, the resampling audio converter.
+//
+// Fed the consecutive chunks of one stream, it mixes each chunk down to mono
+// 16-bit, resamples it with a 64-tap polyphase filter and stores it into a new
+// audio object of the requested rate. Between calls it keeps the filter bank, the
+// last `history` input samples (plus any not yet consumed) and the fractional read
+// position, so each chunk continues where the previous one ended; the output of a
+// call ends `history` input samples before the end of its input.
+//
+// Destination audio objects come from the object given to the factory, asked for
+// the allocator interface (0x492D6A23) and its CreateAudio.
+//
+// Not locked: one stream on one thread at a time.
+#pragma once
+
+#include <cstdint>
+
+#include "lmxaudio.h"
+#include "lmximpl.h"
+
+class AudioConverter final : public Norvik::Lumetra::BaseImpl<LMXAudioConversion> {
+ public:
+  explicit AudioConverter(Norvik::Lumetra::Base* allocator);
+  ~AudioConverter();
+
+  Norvik::Lumetra::Status ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& dst_info, LMXAudio*& dst) override;
+  void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }
+  Norvik::Lumetra::Status MixChannels(const int16_t* src, const LMXAudio::AudioInfo& src_info, int16_t* dst,
+                                      const LMXAudio::AudioInfo& dst_info, int32_t frames) override;
+
+ private:
+  // A new audio object of `info` from the allocator, or null.
+  LMXAudio* CreateDestination(LMXAudio::AudioInfo info);
+  void FreeResampler();
+
+  Norvik::Lumetra::Base* allocator;
+  int32_t srcRate = 0;
+  int32_t dstRate = 0;
+  int16_t* inBuf = nullptr;   // history, then input not yet consumed
+  int16_t* outBuf = nullptr;  // output of one resampler pass
+  int32_t bufLen = 0;
+  int32_t history = 0;
+  double time = 0.0;  // next output's position in inBuf, in input samples
+  int32_t lastread = 0;
+  uint8_t* state = nullptr;
+  LMXAudio::AudioInfo monoInfo{0, LMXAudio::AUDIO_FORMAT_PCM, 0, 1, 0, {0, 0, 0}};
+};

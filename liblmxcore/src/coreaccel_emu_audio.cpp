@@ -1,0 +1,71 @@
+// AudioSysMem: system-memory storage of one audio format (one sample block).
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+
+#include "coreaccel_baseaudio.h"
+#include "lmxutils.h"
+
+using namespace Norvik::Lumetra;
+
+AudioSysMem::AudioSysMem(const AudioInfo& source, int32_t format, uint32_t flags) {
+  info = source;
+  info.format = static_cast<AudioFormat>(format);
+  options = flags;
+}
+
+AudioSysMem::~AudioSysMem() {
+  std::free(block_);
+  info = AudioInfo{};
+  nativeData = AudioData{};
+}
+
+Status AudioSysMem::Create(const AudioInfo& info, int32_t format, const AudioData* adopt, uint32_t options,
+                           AudioSysMem** result) {
+  auto* storage = new (std::nothrow) AudioSysMem(info, format, options);
+  if (result) *result = storage;
+  if (!storage) return LMX_STATUS_ALLOC_FAILED;
+  if (adopt) {
+    storage->nativeData = *adopt;
+    if (!storage->nativeData.format) storage->nativeData.format = static_cast<AudioFormat>(format);
+    return LMX_STATUS_NO_ERROR;
+  }
+  return storage->AllocateBuffer(&storage->info, &storage->nativeData);
+}
+
+// Size in bytes = bufferSize * sample size, which must fit the signed 32-bit size
+// the description promises; a negative or oversized request fails like an
+// allocation that returned nothing.
+Status AudioSysMem::AllocateBuffer(AudioInfo* info, AudioData* data) {
+  LMX_CHECK(info && data, LMX_STATUS_HANDLE_INVALID);
+  *data = AudioData{};
+  const int64_t bytes = static_cast<int64_t>(info->bufferSize) * SampleBytes(info->format);
+  uint8_t* alloc_buffer = nullptr;
+  if (bytes >= 0 && bytes <= INT32_MAX)
+    alloc_buffer = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(std::max<int64_t>(bytes, 1))));
+  LMX_CHECK(alloc_buffer, LMX_STATUS_ALLOC_FAILED);
+  std::free(block_);
+  block_ = alloc_buffer;
+  data->dataPtr = alloc_buffer;
+  data->format = info->format;
+  return LMX_STATUS_NO_ERROR;
+}
+
+Status AudioSysMem::AcquireNativeAccess(Access, int32_t, AudioData* data) {
+  LMX_CHECK(data, LMX_STATUS_HANDLE_INVALID);
+  data->format = nativeData.format;
+  data->dataSize = nativeData.dataSize;
+  data->dataPtr = nativeData.dataPtr;
+  return LMX_STATUS_NO_ERROR;
+}
+
+Status AudioSysMem::ReleaseNativeAccess(AudioData* data) {
+  LMX_CHECK(data, LMX_STATUS_HANDLE_INVALID);
+  const int32_t dataSize = data->dataSize;
+  const int32_t capacity = std::max(info.bufferSize, 0);
+  nativeData.dataSize = std::clamp(dataSize, 0, capacity);
+  *data = AudioData{};
+  // The access is released either way; a count outside the buffer is reported.
+  LMX_CHECK(dataSize >= 0 && dataSize <= info.bufferSize, LMX_STATUS_PARAM_UNSUPPORTED);
+  return LMX_STATUS_NO_ERROR;
+}

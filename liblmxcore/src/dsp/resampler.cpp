@@ -1,0 +1,178 @@
+// Fixed-ratio polyphase resampler: filter design, state layout and the run loop.
+#include "dsp/resampler.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstring>
+#include <numeric>
+
+namespace {
+
+constexpr uint32_t kStateMagic = 0x52504F4Cu;
+constexpr int32_t kMinLength = 8;
+constexpr int32_t kMaxLength = 512;
+constexpr size_t kBankAlignment = 32;
+
+// The state's header; the bank of phases * taps doubles follows at the next
+// 32-byte boundary inside the state (found from the state's address each call, so
+// the header holds no pointer into itself).
+struct ResamplerState {
+  uint32_t magic;
+  int32_t taps;    // filter length
+  int32_t phases;  // L = outRate / g
+  int32_t step;    // M = inRate / g: input advance per output, in 1/L samples
+  lmx::dsp::InnerProductFn innerProduct;
+};
+
+struct Ratio {
+  int32_t phases;
+  int32_t step;
+};
+
+VkpStatus CheckParameters(int32_t inRate, int32_t outRate, int32_t length, Ratio* ratio) {
+  if (inRate < 1 || outRate < 1) return kVkpBadRate;
+  if (length < kMinLength || length > kMaxLength || length % 8 != 0) return kVkpBadLength;
+  int32_t g = std::gcd(inRate, outRate);
+  ratio->phases = outRate / g;
+  ratio->step = inRate / g;
+  if (ratio->phases > kResamplerMaxPhases) return kVkpTooManyPhases;
+  if (static_cast<int64_t>(inRate) > static_cast<int64_t>(length / 2) * outRate) return kVkpBadRatio;
+  return kVkpOk;
+}
+
+size_t StateSize(const Ratio& ratio, int32_t length) {
+  return sizeof(ResamplerState) + kBankAlignment +
+         static_cast<size_t>(ratio.phases) * static_cast<size_t>(length) * sizeof(double);
+}
+
+double* Bank(uint8_t* state) {
+  auto address = reinterpret_cast<uintptr_t>(state + sizeof(ResamplerState));
+  address = (address + kBankAlignment - 1) & ~static_cast<uintptr_t>(kBankAlignment - 1);
+  return reinterpret_cast<double*>(address);
+}
+
+// Zeroth-order modified Bessel function of the first kind, by its power series.
+double BesselI0(double x) {
+  double term = 1.0, sum = 1.0, quarter = x * x / 4.0;
+  for (int k = 1; k < 200 && term > sum * 1e-17; ++k) {
+    term *= quarter / (static_cast<double>(k) * k);
+    sum += term;
+  }
+  return sum;
+}
+
+// Fills one phase's taps: windowed sinc of cut-off `cutoff` (cycles per input
+// sample) at distances k - half - fraction, then scaled to sum to 1.
+void DesignPhase(double* taps, int32_t length, double fraction, double cutoff, double alpha) {
+  const double pi = 3.14159265358979323846;
+  const double half = length / 2;
+  const double windowNorm = BesselI0(alpha);
+  double sum = 0.0;
+  for (int32_t k = 0; k < length; ++k) {
+    double d = k - half - fraction;
+    double r = d / half;
+    double window = (r * r <= 1.0) ? BesselI0(alpha * std::sqrt(1.0 - r * r)) / windowNorm : 0.0;
+    double sinc = (d == 0.0) ? 2.0 * cutoff : std::sin(2.0 * pi * cutoff * d) / (pi * d);
+    taps[k] = window * sinc;
+    sum += taps[k];
+  }
+  for (int32_t k = 0; k < length; ++k) taps[k] /= sum;
+}
+
+ResamplerState* Checked(uint8_t* state) {
+  auto* header = reinterpret_cast<ResamplerState*>(state);
+  return (header && header->magic == kStateMagic) ? header : nullptr;
+}
+
+int16_t RoundAndSaturate(double y) {
+  if (y >= 32767.0) return 32767;
+  if (y <= -32768.0) return -32768;
+  return static_cast<int16_t>(std::lround(y));
+}
+
+}  // namespace
+
+VkpStatus vkpsResamplePolyphaseFixedGetSize_16s(int32_t inRate, int32_t outRate, int32_t length, int32_t* stateSize,
+                                                int32_t* filterLen, int32_t* filterNum, VkpAlgHint) {
+  if (!stateSize || !filterLen || !filterNum) return kVkpNullPointer;
+  Ratio ratio{};
+  VkpStatus sts = CheckParameters(inRate, outRate, length, &ratio);
+  if (sts != kVkpOk) return sts;
+  *stateSize = static_cast<int32_t>(StateSize(ratio, length));
+  *filterLen = length;
+  *filterNum = ratio.phases;
+  return kVkpOk;
+}
+
+VkpStatus vkpsResamplePolyphaseFixedInit_16s(int32_t inRate, int32_t outRate, int32_t length, float rollf,
+                                             float alpha, uint8_t* state, VkpAlgHint) {
+  if (!state) return kVkpNullPointer;
+  Ratio ratio{};
+  VkpStatus sts = CheckParameters(inRate, outRate, length, &ratio);
+  if (sts != kVkpOk) return sts;
+  if (!(rollf > 0.0f && rollf <= 1.0f) || !(alpha >= 0.0f && alpha <= 50.0f)) return kVkpBadArgument;
+
+  // Cut-off in cycles per input sample: rollf of the lower of the two Nyquist limits.
+  const double cutoff = 0.5 * rollf * std::min(1.0, static_cast<double>(outRate) / inRate);
+  double* bank = Bank(state);
+  for (int32_t p = 0; p < ratio.phases; ++p)
+    DesignPhase(bank + static_cast<size_t>(p) * length, length, static_cast<double>(p) / ratio.phases, cutoff,
+                alpha);
+
+  ResamplerState header{kStateMagic, length, ratio.phases, ratio.step, lmx::dsp::AudioKernels().innerProduct};
+  std::memcpy(state, &header, sizeof(header));
+  return kVkpOk;
+}
+
+VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16_t* out, float norm, double* time,
+                                         int32_t* outLen, uint8_t* state) {
+  if (!in || !out || !time || !outLen || !state) return kVkpNullPointer;
+  const ResamplerState* header = Checked(state);
+  if (!header) return kVkpBadState;
+  const double start = *time;
+  if (count < 0 || !(start >= 0.0 && start < 1e12)) return kVkpBadArgument;
+
+  // Locals for the loop; the state is read once and time written back once.
+  const int32_t taps = header->taps;
+  const int64_t phases = header->phases;
+  const int64_t step = header->step;
+  const int32_t half = taps / 2;
+  const double* bank = Bank(state);
+  const lmx::dsp::InnerProductFn innerProduct = header->innerProduct;
+  const double gain = norm;
+
+  // Exact position in 1/L input samples, recovered from the double time.
+  int64_t whole = static_cast<int64_t>(std::floor(start));
+  int64_t phase = std::llround((start - static_cast<double>(whole)) * static_cast<double>(phases));
+  if (phase == phases) {
+    ++whole;
+    phase = 0;
+  }
+  const int64_t startPosition = whole * phases + phase;
+  const int64_t endPosition = startPosition + static_cast<int64_t>(count) * phases;
+
+  int32_t produced = 0;
+  int64_t position = startPosition;
+  for (; position < endPosition; position += step) {
+    const int64_t n = position / phases;
+    const int64_t p = position % phases;
+    double acc = innerProduct(bank + p * taps, in + (n - half), taps);
+    out[produced++] = RoundAndSaturate(acc * gain);
+  }
+  *time = static_cast<double>(position / phases) +
+          static_cast<double>(position % phases) / static_cast<double>(phases);
+  *outLen = produced;
+  return kVkpOk;
+}
+
+namespace lmx::dsp {
+
+VkpStatus ResamplerUseKernels(uint8_t* state, const AudioKernelTable& kernels) {
+  ResamplerState* header = Checked(state);
+  if (!header) return kVkpBadState;
+  header->innerProduct = kernels.innerProduct;
+  return kVkpOk;
+}
+
+}  // namespace lmx::dsp

@@ -1,0 +1,78 @@
+// resampler.h: fixed-ratio polyphase resampler for 16-bit mono samples.
+//
+// Three operations: a size query, a set-up that designs the filter bank into a
+// caller-allocated state, and a run over a block of input. The state is opaque bytes.
+//
+// Filter bank. With g = gcd(inRate, outRate) the output times advance by
+// inRate/outRate input samples and fall on outRate/g distinct fractional phases
+// p/(outRate/g); the bank holds one filter of `length` taps per phase, designed in
+// double precision: a windowed sinc with cut-off rollf * min(1, outRate/inRate) of
+// the input Nyquist frequency, under a Kaiser window of parameter alpha that spans
+// +-length/2 input samples around the output time.
+//
+// Tap alignment. For an output at time t = n + p/L (n = floor(t), L phases), tap k
+// (0 <= k < length) multiplies input sample n - length/2 + k, whose distance from
+// t is k - length/2 - p/L. So the taps read samples n - length/2 .. n + length/2 - 1:
+// never beyond the last of the length/2 samples the caller guarantees after the
+// last position. (At phases other than 0 the window's right-most point, within one
+// sample of its edge and weighted below 0.3 % of the peak, falls outside the taps.)
+// Each phase's taps are scaled to sum to exactly 1.0 in double, so the gain at
+// zero frequency is 1.0 before the run's `norm` factor.
+//
+// Run. Output times are kept exactly as an integer sample index and a phase; the
+// `time` value passed in and out is their double form, from which the phase is
+// recovered by rounding, so feeding a stream in different block sizes produces
+// the same output samples. Each output is the inner product (double accumulation)
+// times norm, rounded to nearest with halves away from zero, saturated to
+// -32768..32767. The inner product runs in the variant chosen at set-up (scalar or
+// AVX2, bit-exact to each other; see audio_kernels.h).
+//
+// Limits: at most kResamplerMaxPhases phases (outRate/g), which keeps the bank at
+// 1 MiB for 64 taps; inRate at most length/2 times outRate, so one output step
+// never skips the held-back history; length a multiple of 8 from 8 to 512. Set-ups
+// outside these limits fail with a negative status and touch nothing.
+#pragma once
+
+#include <cstdint>
+
+#include "dsp/audio_kernels.h"
+
+enum VkpAlgHint : int32_t {
+  vkpAlgHintNone = 0,
+  vkpAlgHintFast = 1,
+  vkpAlgHintAccurate = 2,  // double-precision design and accumulation (the only mode)
+};
+
+// 0 success, negative failures.
+using VkpStatus = int32_t;
+inline constexpr VkpStatus kVkpOk = 0;
+inline constexpr VkpStatus kVkpNullPointer = -1;
+inline constexpr VkpStatus kVkpBadRate = -2;       // a rate below 1
+inline constexpr VkpStatus kVkpBadLength = -3;     // length not a multiple of 8 in 8..512
+inline constexpr VkpStatus kVkpTooManyPhases = -4;  // outRate/gcd above kResamplerMaxPhases
+inline constexpr VkpStatus kVkpBadRatio = -5;      // inRate above length/2 * outRate
+inline constexpr VkpStatus kVkpBadArgument = -6;   // negative count, bad time, bad window
+inline constexpr VkpStatus kVkpBadState = -7;      // state not set up
+
+inline constexpr int32_t kResamplerMaxPhases = 2048;
+
+// Size of the state for these parameters, the filter length and the number of filters.
+VkpStatus vkpsResamplePolyphaseFixedGetSize_16s(int32_t inRate, int32_t outRate, int32_t length, int32_t* stateSize,
+                                                int32_t* filterLen, int32_t* filterNum, VkpAlgHint hint);
+
+// Designs the bank into `state` (at least the queried size; no alignment needed).
+VkpStatus vkpsResamplePolyphaseFixedInit_16s(int32_t inRate, int32_t outRate, int32_t length, float rollf,
+                                             float alpha, uint8_t* state, VkpAlgHint hint);
+
+// Produces the outputs at times t, t + inRate/outRate, ... for every t below the
+// start time plus `count`. Requires length/2 valid samples before in[floor(t)] and
+// after in[floor(t_last)], and room for count * outRate / inRate + 1 outputs. On
+// return `time` holds the time of the next output not yet produced and `outLen`
+// the number produced.
+VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16_t* out, float norm, double* time,
+                                         int32_t* outLen, uint8_t* state);
+
+namespace lmx::dsp {
+// Replaces the inner-product variant of a set-up state (tests and benchmarks).
+VkpStatus ResamplerUseKernels(uint8_t* state, const AudioKernelTable& kernels);
+}  // namespace lmx::dsp

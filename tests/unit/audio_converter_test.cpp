@@ -1,0 +1,295 @@
+// The audio converter over fake audio objects: pass-through, set-up and its log
+// line, streaming in chunks, multi-channel sources and destinations, failures,
+// and the raw slots of LMXAudioConversion and Audio.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "audio_converter.h"
+#include "audio_fakes.h"
+#include "module_factories.h"
+#include "test_support.h"
+
+using namespace Norvik::Lumetra;
+using lmxtest::FakeAllocator;
+using lmxtest::MakeAudio;
+using lmxtest::MakeInfo;
+using lmxtest::VectorAudio;
+
+namespace {
+
+template <class R, class... Args>
+R CallSlot(void* face, int slot, Args... args) {
+  void** vtable = *static_cast<void***>(face);
+  return reinterpret_cast<R (*)(void*, Args...)>(vtable[slot])(face, args...);
+}
+
+class AudioConverterTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Base* object = nullptr;
+    ASSERT_EQ(CreateAudioConverter(reinterpret_cast<Session*>(static_cast<Base*>(allocator_)), nullptr, nullptr,
+                                   nullptr, LMXAudioConversion::kIid, &object),
+              LMX_STATUS_NO_ERROR);
+    converter_ = static_cast<LMXAudioConversion*>(object->QueryInstance(LMXAudioConversion::kIid));
+    ASSERT_NE(converter_, nullptr);
+  }
+  void TearDown() override {
+    if (converter_) converter_->Release();
+    allocator_->Release();
+  }
+
+  // Converts the stream in chunks of `frames` frames; returns all mono output.
+  std::vector<int16_t> Stream(const std::vector<int16_t>& samples, int32_t inRate, int32_t channels, int32_t outRate,
+                              int32_t frames) {
+    return Stream(converter_, samples, inRate, channels, outRate, frames);
+  }
+  std::vector<int16_t> Stream(LMXAudioConversion* converter, const std::vector<int16_t>& samples, int32_t inRate,
+                              int32_t channels, int32_t outRate, int32_t frames) {
+    std::vector<int16_t> out;
+    for (size_t at = 0; at < samples.size(); at += static_cast<size_t>(frames) * channels) {
+      size_t end = std::min(samples.size(), at + static_cast<size_t>(frames) * channels);
+      auto* src = MakeAudio(LMXAudio::AUDIO_FORMAT_PCM, inRate, channels,
+                            std::vector<int16_t>(samples.begin() + at, samples.begin() + end));
+      LMXAudio* dst = nullptr;
+      EXPECT_EQ(converter->ConvertAudio(src, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, outRate, 1), dst),
+                LMX_STATUS_NO_ERROR);
+      auto piece = static_cast<VectorAudio*>(dst)->Samples<int16_t>();
+      out.insert(out.end(), piece.begin(), piece.end());
+      dst->Release();
+      src->Release();
+    }
+    return out;
+  }
+
+  FakeAllocator* allocator_ = new FakeAllocator;
+  LMXAudioConversion* converter_ = nullptr;
+};
+
+std::vector<int16_t> Noise(size_t n, unsigned seed) {
+  std::vector<int16_t> v(n);
+  for (size_t i = 0; i < n; ++i) {
+    seed = seed * 1103515245u + 12345u;
+    v[i] = static_cast<int16_t>(seed >> 16);
+  }
+  return v;
+}
+
+}  // namespace
+
+TEST_F(AudioConverterTest, SameRateAndLayoutIsCopiedInTheSourceFormat) {
+  lmxtest::ScopedCapture capture;
+  auto* src = MakeAudio<float>(LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, 16000, 1, {0.5f, -0.25f, 1.0f});
+  src->SetTimeStamp(123456789);
+  LMXAudio* dst = nullptr;
+  // The mask differs, but a mono source passes through anyway.
+  ASSERT_EQ(converter_->ConvertAudio(src, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1, 4), dst),
+            LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(dst->QueryInfo().format, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT);
+  EXPECT_EQ(static_cast<VectorAudio*>(dst)->Samples<float>(), (std::vector<float>{0.5f, -0.25f, 1.0f}));
+  EXPECT_EQ(dst->QueryTimeStamp(), 123456789);
+  EXPECT_FALSE(capture->Contains("Audio resampler initilized")) << "the resampler is not set up";
+  dst->Release();
+
+  // Stereo with different masks is resampled (set up), not copied.
+  auto* stereo = MakeAudio<int16_t>(LMXAudio::AUDIO_FORMAT_PCM, 16000, 2, std::vector<int16_t>(400, 1), 3);
+  ASSERT_EQ(converter_->ConvertAudio(stereo, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 16000, 2, 5), dst),
+            LMX_STATUS_NO_ERROR);
+  EXPECT_TRUE(capture->Contains("Audio resampler initilized in 16000 Hz -> 16000 Hz mode"));
+  dst->Release();
+  stereo->Release();
+  src->Release();
+}
+
+TEST_F(AudioConverterTest, SetsUpOnceAndLogsTheModeAtInfoLevel) {
+  lmxtest::ScopedCapture capture;
+  Stream(Noise(960, 1), 48000, 1, 16000, 480);
+  int lines = 0;
+  for (const auto& line : capture->Lines())
+    if (line.message == "Audio resampler initilized in 48000 Hz -> 16000 Hz mode") {
+      ++lines;
+      EXPECT_EQ(line.level, LOG_LEVEL_INFO);
+      EXPECT_EQ(line.file, "liblmxcore/src/audio_converter.cpp");
+    }
+  EXPECT_EQ(lines, 1) << "two chunks at the same rates set up once";
+  Stream(Noise(960, 1), 44100, 1, 16000, 960);
+  EXPECT_TRUE(capture->Contains("Audio resampler initilized in 44100 Hz -> 16000 Hz mode"));
+}
+
+TEST_F(AudioConverterTest, ChunkSizesDoNotChangeTheStream) {
+  // 48 kHz stereo to 16 kHz mono: the output of each call ends 32 input samples
+  // before its input; those samples come out in the next call.
+  const auto input = Noise(2 * 12000, 5);
+  const auto whole = Stream(input, 48000, 2, 16000, 12000);  // several passes in one call
+  EXPECT_EQ(whole.size(), static_cast<size_t>(std::ceil((12000 - 32) / 3.0)));
+  for (int32_t frames : {100, 4064, 4065, 777}) {
+    auto* fresh = new AudioConverter(allocator_);
+    auto pieces = Stream(fresh, input, 48000, 2, 16000, frames);
+    fresh->Release();
+    ASSERT_GE(pieces.size(), whole.size());
+    ASSERT_LE(pieces.size(), whole.size() + 1);
+    pieces.resize(whole.size());
+    ASSERT_EQ(pieces, whole) << frames << " frames per chunk";
+  }
+}
+
+TEST_F(AudioConverterTest, FloatSourcesAreReadAsPcm) {
+  std::vector<float> floats(3000);
+  std::vector<int16_t> pcm(3000);
+  for (size_t i = 0; i < floats.size(); ++i) {
+    pcm[i] = static_cast<int16_t>(std::lround(12000 * std::sin(i * 0.01)));
+    floats[i] = pcm[i] / 32768.0f;
+  }
+  auto* a = MakeAudio(LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, 22050, 1, floats);
+  LMXAudio* outA = nullptr;
+  ASSERT_EQ(converter_->ConvertAudio(a, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1), outA), LMX_STATUS_NO_ERROR);
+  auto* other = new AudioConverter(allocator_);
+  auto* b = MakeAudio(LMXAudio::AUDIO_FORMAT_PCM, 22050, 1, pcm);
+  LMXAudio* outB = nullptr;
+  ASSERT_EQ(other->ConvertAudio(b, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1), outB), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(static_cast<VectorAudio*>(outA)->Samples<int16_t>(), static_cast<VectorAudio*>(outB)->Samples<int16_t>());
+  EXPECT_EQ(outA->QueryInfo().format, LMXAudio::AUDIO_FORMAT_PCM);
+  for (LMXAudio* object : {static_cast<LMXAudio*>(a), static_cast<LMXAudio*>(b), outA, outB}) object->Release();
+  other->Release();
+}
+
+TEST_F(AudioConverterTest, StereoDestinationCountsBothChannelsButReceivesNothing) {
+  auto* src = MakeAudio(LMXAudio::AUDIO_FORMAT_PCM, 44100, 1, Noise(4410, 9));
+  LMXAudio* dst = nullptr;
+  ASSERT_EQ(converter_->ConvertAudio(src, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 48000, 2), dst), LMX_STATUS_NO_ERROR);
+  auto* out = static_cast<VectorAudio*>(dst);
+  const int32_t frames = static_cast<int32_t>(std::ceil((4410 - 32) * 48000.0 / 44100));
+  EXPECT_EQ(out->dataSize, 2 * frames);
+  EXPECT_EQ(allocator_->lastInfo.bufferSize, static_cast<int32_t>(4410.0f * 96000.0f / 44100.0f) + 32);
+  for (size_t i = 0; i < static_cast<size_t>(out->dataSize) * 2; ++i) ASSERT_EQ(out->bytes[i], lmxtest::kSentinel);
+  dst->Release();
+  src->Release();
+}
+
+TEST_F(AudioConverterTest, FailuresLogAndReturnTheirStatus) {
+  lmxtest::ScopedCapture capture;
+  LMXAudio* dst = nullptr;
+  EXPECT_EQ(converter_->ConvertAudio(nullptr, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1), dst),
+            LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on src"));
+
+  auto* src = MakeAudio(LMXAudio::AUDIO_FORMAT_PCM, 48000, 1, Noise(480, 2));
+  EXPECT_EQ(converter_->ConvertAudio(src, MakeInfo(0, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, 16000, 1), dst),
+            LMX_STATUS_FEATURE_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on dst_info.format == LMXAudio::AUDIO_FORMAT_PCM"));
+
+  // Rates whose phase bank would be too large: the size query fails.
+  auto* odd = MakeAudio(LMXAudio::AUDIO_FORMAT_PCM, 44101, 1, Noise(480, 3));
+  EXPECT_EQ(converter_->ConvertAudio(odd, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 48000, 1), dst),
+            LMX_STATUS_DEVICE_FAILED);
+  EXPECT_TRUE(capture->Contains(
+      "\nError -4 calling vkpsResamplePolyphaseFixedGetSize_16s(src_info.sampleRate, dst_info.sampleRate, 2*history, "
+      "&state_size, &filter_len, &filter_num, vkpAlgHintAccurate)"));
+
+  // A failed set-up does not leave the converter unusable at its earlier rates.
+  EXPECT_EQ(converter_->ConvertAudio(src, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1), dst), LMX_STATUS_NO_ERROR);
+  dst->Release();
+  EXPECT_EQ(converter_->ConvertAudio(odd, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 48000, 1), dst),
+            LMX_STATUS_DEVICE_FAILED);
+  EXPECT_EQ(converter_->ConvertAudio(src, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1), dst), LMX_STATUS_NO_ERROR);
+  dst->Release();
+
+  // The source cannot be read.
+  src->failAcquire = true;
+  EXPECT_EQ(converter_->ConvertAudio(src, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1), dst),
+            LMX_STATUS_DEVICE_BUSY);
+  EXPECT_TRUE(capture->Contains(
+      " calling src->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_PCM, &src_data)"));
+  src->failAcquire = false;
+
+  // No destination from the allocator, on both paths.
+  allocator_->failCreate = true;
+  capture->Clear();
+  EXPECT_EQ(converter_->ConvertAudio(src, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1), dst),
+            LMX_STATUS_ALLOC_FAILED);
+  EXPECT_TRUE(capture->Contains("failed on dst"));
+  EXPECT_EQ(dst, nullptr);
+  EXPECT_EQ(src->releases, src->acquisitions) << "the source is released";
+  EXPECT_EQ(converter_->ConvertAudio(src, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 48000, 1), dst),
+            LMX_STATUS_ALLOC_FAILED);
+
+  // A source without channels is refused before any division by them.
+  auto* empty = MakeAudio(LMXAudio::AUDIO_FORMAT_PCM, 8000, 0, Noise(10, 4));
+  EXPECT_EQ(converter_->ConvertAudio(empty, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1), dst),
+            LMX_STATUS_PARAM_UNSUPPORTED);
+  for (auto* object : {src, odd, empty}) object->Release();
+}
+
+TEST_F(AudioConverterTest, FactoryWithoutAllocatorCreatesNothing) {
+  Base* object = nullptr;
+  ASSERT_EQ(CreateAudioConverter(nullptr, nullptr, nullptr, nullptr, 0, &object), LMX_STATUS_NO_ERROR);
+  auto* converter = static_cast<LMXAudioConversion*>(object);
+  auto* src = MakeAudio(LMXAudio::AUDIO_FORMAT_PCM, 16000, 1, Noise(16, 1));
+  LMXAudio* dst = nullptr;
+  lmxtest::ScopedCapture capture;
+  EXPECT_EQ(converter->ConvertAudio(src, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1), dst),
+            LMX_STATUS_ALLOC_FAILED);
+  EXPECT_TRUE(capture->Contains("failed on dst"));
+  src->Release();
+  converter->Release();
+}
+
+TEST_F(AudioConverterTest, RawSlotsOfTheConverterAndAnAudioObject) {
+  void* face = converter_;
+  EXPECT_EQ(CallSlot<void*>(face, 0, LMXAudioConversion::kIid), face);
+  EXPECT_EQ(CallSlot<void*>(face, 0, LMXAudioConversion::kIid2), face);
+  EXPECT_EQ(CallSlot<void*>(face, 0, 0x12345), nullptr);
+
+  // 4 MixChannels: three channels 1, 2, 4 give 2; a stereo destination gets nothing.
+  const int16_t three[] = {1, 2, 4};
+  int16_t mono[1] = {-7};
+  auto info3 = MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 0, 3);
+  auto info1 = MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 0, 1);
+  auto info2 = MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 0, 2);
+  EXPECT_EQ(CallSlot<Status>(face, 4, three, &info3, mono, &info2, 1), LMX_STATUS_FEATURE_UNSUPPORTED);
+  EXPECT_EQ(mono[0], -7);
+  EXPECT_EQ(CallSlot<Status>(face, 4, three, &info3, mono, &info1, 0), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(mono[0], -7);
+  EXPECT_EQ(CallSlot<Status>(face, 4, three, &info3, mono, &info1, 1), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(mono[0], 2);
+
+  // 2 ConvertAudio.
+  LMXAudio* dst = nullptr;
+  auto info = MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1);
+  {
+    lmxtest::ScopedCapture quiet;
+    EXPECT_EQ(CallSlot<Status>(face, 2, static_cast<LMXAudio*>(nullptr), &info, &dst), LMX_STATUS_HANDLE_INVALID);
+  }
+
+  // Audio: 3 QueryTimeStamp, 4 QueryOptions, 5 SetTimeStamp, 6 SetOptions, 8 AcquireAccess,
+  // 9 ReleaseAccess, 12 Reset, 13/14 native access, 10 the destructor slot.
+  AudioSysMem* storage = nullptr;
+  ASSERT_EQ(AudioSysMem::Create(MakeInfo(16, LMXAudio::AUDIO_FORMAT_PCM, 8000, 1), LMXAudio::AUDIO_FORMAT_PCM,
+                                nullptr, 0, &storage),
+            LMX_STATUS_NO_ERROR);
+  void* audio = static_cast<LMXAudio*>(storage);
+  EXPECT_EQ(CallSlot<void*>(audio, 0, LMXAudio::kIid2), audio);
+  EXPECT_NE(CallSlot<void*>(audio, 0, LMXAudioService::kIid), nullptr);
+  CallSlot<void>(audio, 5, int64_t{42});
+  CallSlot<void>(audio, 6, 7u);
+  EXPECT_EQ(CallSlot<int64_t>(audio, 3), 42);
+  EXPECT_EQ(CallSlot<uint32_t>(audio, 4), 7u);
+  CallSlot<void>(audio, 11, 9u);
+  EXPECT_EQ(CallSlot<uint32_t>(audio, 4), 9u);
+  LMXAudio::AudioData data{};
+  EXPECT_EQ(CallSlot<Status>(audio, 8, LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_PCM, 0, &data),
+            LMX_STATUS_FEATURE_UNSUPPORTED);
+  EXPECT_EQ(CallSlot<Status>(audio, 9, &data), LMX_STATUS_FEATURE_UNSUPPORTED);
+  EXPECT_EQ(CallSlot<Status>(audio, 13, LMXAudio::ACCESS_WRITE, 0, &data), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(data.format, LMXAudio::AUDIO_FORMAT_PCM);
+  data.dataSize = 16;
+  EXPECT_EQ(CallSlot<Status>(audio, 14, &data), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(CallSlot<Status>(audio, 12), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(CallSlot<int64_t>(audio, 3), 0);
+  EXPECT_EQ(CallSlot<uint32_t>(audio, 4), 0u);
+  CallSlot<void>(audio, 10, 1u);  // destructor slot, freeing
+
+  CallSlot<void>(face, 3, 1u);  // the converter's destructor slot, freeing
+  converter_ = nullptr;
+}

@@ -1,0 +1,164 @@
+// The polyphase resampler: limits of the set-up, gain at zero frequency, pass
+// band and stop band, exact phase bookkeeping, and scalar against AVX2.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "dsp/resampler.h"
+
+namespace {
+
+constexpr int32_t kTaps = 64;
+constexpr int32_t kHalf = kTaps / 2;
+constexpr double kPi = 3.14159265358979323846;
+
+std::vector<uint8_t> MakeState(int32_t inRate, int32_t outRate) {
+  int32_t size = 0, len = 0, num = 0;
+  EXPECT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(inRate, outRate, kTaps, &size, &len, &num, vkpAlgHintAccurate), kVkpOk);
+  std::vector<uint8_t> state(size);
+  EXPECT_EQ(vkpsResamplePolyphaseFixedInit_16s(inRate, outRate, kTaps, 0.95f, 9.0f, state.data(), vkpAlgHintAccurate),
+            kVkpOk);
+  return state;
+}
+
+// Runs the whole signal in one call, after kHalf samples of silence, holding back
+// the last kHalf samples as look-ahead (as a streaming caller does).
+std::vector<int16_t> Resample(std::vector<uint8_t>& state, const std::vector<int16_t>& signal, int32_t inRate,
+                              int32_t outRate) {
+  std::vector<int16_t> in(kHalf, 0);
+  in.insert(in.end(), signal.begin(), signal.end());
+  std::vector<int16_t> out(static_cast<size_t>(signal.size()) * outRate / inRate + 2);
+  double time = kHalf;
+  int32_t outLen = 0;
+  EXPECT_EQ(vkpsResamplePolyphaseFixed_16s(in.data(), static_cast<int32_t>(signal.size()) - kHalf, out.data(), 0.98f,
+                                           &time, &outLen, state.data()),
+            kVkpOk);
+  out.resize(outLen);
+  return out;
+}
+
+std::vector<int16_t> Tone(double frequency, double rate, double amplitude, size_t n) {
+  std::vector<int16_t> v(n);
+  for (size_t i = 0; i < n; ++i) v[i] = static_cast<int16_t>(std::lround(amplitude * std::sin(2 * kPi * frequency * i / rate)));
+  return v;
+}
+
+// Root mean square of the output after the filter has settled.
+double SettledRms(const std::vector<int16_t>& v) {
+  double sum = 0;
+  size_t from = 100, to = v.size() - 100;
+  for (size_t i = from; i < to; ++i) sum += double(v[i]) * v[i];
+  return std::sqrt(sum / double(to - from));
+}
+
+}  // namespace
+
+TEST(Resampler, SetUpLimits) {
+  int32_t size = 0, len = 0, num = 0;
+  ASSERT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(44100, 48000, 64, &size, &len, &num, vkpAlgHintAccurate), kVkpOk);
+  EXPECT_EQ(num, 160);
+  EXPECT_EQ(len, 64);
+  EXPECT_GE(size, 160 * 64 * 8);
+  ASSERT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(48000, 16000, 64, &size, &len, &num, vkpAlgHintAccurate), kVkpOk);
+  EXPECT_EQ(num, 1);
+  // Coprime rates would need 48000 phases.
+  EXPECT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(44101, 48000, 64, &size, &len, &num, vkpAlgHintAccurate),
+            kVkpTooManyPhases);
+  EXPECT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(48000, 1000, 64, &size, &len, &num, vkpAlgHintAccurate), kVkpBadRatio);
+  EXPECT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(0, 16000, 64, &size, &len, &num, vkpAlgHintAccurate), kVkpBadRate);
+  EXPECT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(16000, -1, 64, &size, &len, &num, vkpAlgHintAccurate), kVkpBadRate);
+  EXPECT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(16000, 8000, 60, &size, &len, &num, vkpAlgHintAccurate), kVkpBadLength);
+  EXPECT_EQ(vkpsResamplePolyphaseFixedInit_16s(44101, 48000, 64, 0.95f, 9.0f, nullptr, vkpAlgHintAccurate),
+            kVkpNullPointer);
+
+  std::vector<uint8_t> blank(4096, 0);
+  int16_t in[128] = {}, out[8];
+  double time = 32;
+  int32_t outLen = 0;
+  EXPECT_EQ(vkpsResamplePolyphaseFixed_16s(in, 1, out, 1.0f, &time, &outLen, blank.data()), kVkpBadState);
+}
+
+TEST(Resampler, ConstantInputSettlesAtNormTimesValue) {
+  for (auto [inRate, outRate] : {std::pair{48000, 16000}, {44100, 48000}, {16000, 44100}, {22050, 16000}}) {
+    auto state = MakeState(inRate, outRate);
+    for (int16_t value : {int16_t(10000), int16_t(-20000), int16_t(32767)}) {
+      auto out = Resample(state, std::vector<int16_t>(4000, value), inRate, outRate);
+      ASSERT_GT(out.size(), 200u);
+      // From the first output whose window lies wholly inside the signal.
+      const size_t settled = static_cast<size_t>(std::ceil(2.0 * kHalf * outRate / inRate)) + 1;
+      const int expected = static_cast<int>(std::lround(value * double(0.98f)));
+      for (size_t i = settled; i < out.size(); ++i) ASSERT_EQ(out[i], expected) << inRate << "->" << outRate << " at " << i;
+    }
+  }
+}
+
+TEST(Resampler, PassBandKeepsAmplitudeAndStopBandIsBelowMinus60dB) {
+  const double amplitude = 16000;
+  {
+    auto state = MakeState(48000, 16000);
+    double inBand = SettledRms(Resample(state, Tone(1000, 48000, amplitude, 48000), 48000, 16000));
+    EXPECT_NEAR(inBand, 0.98 * amplitude / std::sqrt(2.0), 0.01 * amplitude);
+    // 12 kHz would alias to 4 kHz at the 16 kHz output.
+    double aliased = SettledRms(Resample(state, Tone(12000, 48000, amplitude, 48000), 48000, 16000));
+    EXPECT_LT(aliased, 1e-3 * amplitude / std::sqrt(2.0));
+  }
+  {
+    auto state = MakeState(44100, 48000);
+    double inBand = SettledRms(Resample(state, Tone(3000, 44100, amplitude, 44100), 44100, 48000));
+    EXPECT_NEAR(inBand, 0.98 * amplitude / std::sqrt(2.0), 0.01 * amplitude);
+  }
+}
+
+TEST(Resampler, BlockSplitsAndVariantsGiveIdenticalOutput) {
+  std::mt19937 rng(7);
+  std::uniform_int_distribution<int> dist(-30000, 30000);
+  std::vector<int16_t> in(kHalf + 3000 + kHalf);
+  for (auto& s : in) s = static_cast<int16_t>(dist(rng));
+  auto state = MakeState(44100, 48000);
+
+  // One run over everything.
+  std::vector<int16_t> whole(4000);
+  double time = kHalf;
+  int32_t outLen = 0;
+  ASSERT_EQ(vkpsResamplePolyphaseFixed_16s(in.data(), 3000, whole.data(), 0.98f, &time, &outLen, state.data()), kVkpOk);
+  whole.resize(outLen);
+  EXPECT_EQ(outLen, static_cast<int32_t>(std::ceil(3000 * 48000.0 / 44100)));
+
+  // The same span in uneven blocks, each continuing at the returned time.
+  for (int32_t block : {1, 7, 160, 999}) {
+    std::vector<int16_t> pieces;
+    double t = kHalf;
+    int32_t consumed = 0;
+    while (consumed < 3000) {
+      int32_t count = std::min(block, 3000 - consumed);
+      // The count is measured from the integer part of the current time.
+      int32_t span = kHalf + consumed + count - static_cast<int32_t>(t);
+      std::vector<int16_t> out(span * 2 + 2);
+      ASSERT_EQ(vkpsResamplePolyphaseFixed_16s(in.data(), span, out.data(), 0.98f, &t, &outLen, state.data()), kVkpOk);
+      pieces.insert(pieces.end(), out.begin(), out.begin() + outLen);
+      consumed += count;
+    }
+    // The last block's limit carries the fraction of its start time, so it may
+    // produce one sample more; everything before is the same.
+    ASSERT_GE(pieces.size(), whole.size());
+    ASSERT_LE(pieces.size(), whole.size() + 1);
+    pieces.resize(whole.size());
+    ASSERT_EQ(pieces, whole) << "block " << block;
+  }
+
+  // Scalar and AVX2 inner products give the same samples.
+  if (lmx::dsp::DetectedCpuFeatures() & lmx::dsp::kCpuAvx2) {
+    std::vector<int16_t> outputs[2];
+    for (uint32_t features : {0u, lmx::dsp::kCpuAvx2}) {
+      ASSERT_EQ(lmx::dsp::ResamplerUseKernels(state.data(), lmx::dsp::AudioKernelsFor(features)), kVkpOk);
+      std::vector<int16_t> out(4000);
+      double t = kHalf;
+      ASSERT_EQ(vkpsResamplePolyphaseFixed_16s(in.data(), 3000, out.data(), 0.98f, &t, &outLen, state.data()), kVkpOk);
+      out.resize(outLen);
+      outputs[features ? 1 : 0] = out;
+    }
+    EXPECT_EQ(outputs[0], outputs[1]);
+  }
+}
