@@ -59,6 +59,8 @@ void* FindExport(ModuleHandle module, const char* name) {
   return module && name ? AsAddress(::GetProcAddress(static_cast<HMODULE>(module), name)) : nullptr;
 }
 
+bool ExportsHaveOrdinals() { return true; }
+
 void* FindExportByOrdinal(ModuleHandle module, int ordinal) {
   // Ordinals are 16-bit; anything else would be read as a name pointer.
   if (!module || ordinal <= 0 || ordinal > 0xFFFF) return nullptr;
