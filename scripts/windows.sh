@@ -19,7 +19,7 @@ if [ ! -f "$WINEPREFIX/system.reg" ]; then
   wineboot -i >/dev/null 2>&1
   wineserver -w
 fi
-wineserver -p
+wineserver -p >/dev/null 2>&1
 wineboot >/dev/null 2>&1
 
 cmake --preset windows >/dev/null
