@@ -1,14 +1,28 @@
 # Fails unless LIBRARY exports exactly LMXDLLExportTable (on Windows: at ordinal 1).
+cmake_minimum_required(VERSION 3.25)
 if(WINDOWS)
   execute_process(COMMAND ${OBJDUMP} -p ${LIBRARY} OUTPUT_VARIABLE dump RESULT_VARIABLE rc)
   if(NOT rc EQUAL 0)
     message(FATAL_ERROR "objdump failed on ${LIBRARY}")
   endif()
-  # The name pointer table lists "[Ordinal/Name Pointer] Table" rows as "[   0] +base[   1] name".
-  string(REGEX MATCHALL "\\[ *[0-9]+\\] \\+base\\[ *[0-9]+\\] [^\n]*" rows "${dump}")
-  list(LENGTH rows count)
-  if(NOT count EQUAL 1 OR NOT rows MATCHES "\\+base\\[ *1\\] [^\n]*LMXDLLExportTable")
-    message(FATAL_ERROR "expected only LMXDLLExportTable at ordinal 1, got: ${rows}")
+  # objdump -p prints the export address table as one row per exported address,
+  #   "\t[   0] +base[   1] 3020 Export RVA"
+  # and then the names, "[Ordinal/Name Pointer] Table" followed by rows "\t[   0] Name".
+  string(REGEX MATCHALL "\\+base\\[ *[0-9]+\\]" addresses "${dump}")
+  string(REGEX REPLACE "[^0-9;]" "" ordinals "${addresses}")
+  string(FIND "${dump}" "[Ordinal/Name Pointer] Table" names_at)
+  set(names "")
+  if(names_at GREATER_EQUAL 0)
+    string(SUBSTRING "${dump}" ${names_at} -1 name_table)
+    string(REGEX MATCH "Table\n(\t\\[ *[0-9]+\\] [^\n]+\n)*" name_table "${name_table}")
+    # Rows become list items; brackets must go, as CMake lists do not split inside them.
+    string(REGEX REPLACE "^Table\n" "" name_table "${name_table}")
+    string(REGEX REPLACE "\t\\[ *[0-9]+\\] ([^\n]+)\n" "\\1;" names "${name_table}")
+    list(REMOVE_ITEM names "")
+  endif()
+  # One address, at ordinal 1, and one name, which can then only name that address.
+  if(NOT ordinals STREQUAL "1" OR NOT names STREQUAL "LMXDLLExportTable")
+    message(FATAL_ERROR "expected only LMXDLLExportTable at ordinal 1, got ordinals '${ordinals}', names '${names}'")
   endif()
 else()
   execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY} OUTPUT_VARIABLE dump RESULT_VARIABLE rc)

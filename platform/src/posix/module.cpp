@@ -60,6 +60,8 @@ void* FindExport(ModuleHandle module, const char* name) {
   return module && name ? ::dlsym(module, name) : nullptr;
 }
 
+bool ExportsHaveOrdinals() { return false; }
+
 void* FindExportByOrdinal(ModuleHandle, int) { return nullptr; }
 
 std::filesystem::path SharedLibraryFileName(const std::string& stem) {

@@ -20,6 +20,8 @@ void UnloadModule(ModuleHandle module);
 std::filesystem::path LoadedModulePath(const std::string& stem);
 // Looks up an export by plain name; null if absent.
 void* FindExport(ModuleHandle module, const char* name);
+// Whether modules export by ordinal as well as by name (Windows does, POSIX does not).
+bool ExportsHaveOrdinals();
 // Looks up an export by ordinal; always null where the platform has no ordinals.
 void* FindExportByOrdinal(ModuleHandle module, int ordinal);
 // File name of a shared library as the platform spells it: "lmxcore" ->
