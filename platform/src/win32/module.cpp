@@ -49,6 +49,14 @@ std::filesystem::path ModulePathOf(const void* address) {
   return ModuleFileName(module);
 }
 
+std::filesystem::path LoadedModulePath(const std::string& stem) {
+  // GetModuleHandleExW compares module names case-insensitively and loads nothing.
+  const std::filesystem::path name = SharedLibraryFileName(stem);
+  HMODULE module = nullptr;
+  if (!::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT, name.c_str(), &module)) return {};
+  return ModuleFileName(module);
+}
+
 ModuleHandle LoadModule(const std::filesystem::path& path) { return ::LoadLibraryW(path.c_str()); }
 
 void UnloadModule(ModuleHandle module) {
