@@ -162,7 +162,7 @@ class LMXMetadataStore : public F {
   Status AttachBuffer(int32_t id, uint8_t* buffer, int32_t size) override {
     using namespace Norvik::Lumetra;
     std::lock_guard guard(lock);
-    LMX_CHECK(findBuffer(id) == NULL, LMX_STATUS_HANDLE_INVALID);
+    if (LMX_FAILED_ON(findBuffer(id) == NULL)) return LMX_STATUS_HANDLE_INVALID;
     LMX_CHECK(buffer, LMX_STATUS_HANDLE_INVALID);
     LMX_CHECK(size, LMX_STATUS_HANDLE_INVALID);
     LMX_CHECK(size > 0, LMX_STATUS_HANDLE_INVALID);
@@ -185,10 +185,14 @@ class LMXMetadataStore : public F {
     using namespace Norvik::Lumetra;
     std::lock_guard guard(lock);
     LMX_CHECK(buffer, LMX_STATUS_HANDLE_INVALID);
-    const MD* md = findBuffer(id);
-    if (!md) return LMX_STATUS_ITEM_UNAVAILABLE;
-    LMX_CHECK(size >= static_cast<int64_t>(md->size), LMX_STATUS_HANDLE_INVALID);
-    if (md->size) std::memcpy(buffer, md->ptr, md->size);
+    const MD* record = findBuffer(id);
+    if (!record) return LMX_STATUS_ITEM_UNAVAILABLE;
+    // Compared as signed 64-bit, so a negative size is too small, never huge.
+    const struct {
+      int64_t size;
+    } view{record->size}, *md = &view;
+    LMX_CHECK(size >= md->size, LMX_STATUS_HANDLE_INVALID);
+    if (record->size) std::memcpy(buffer, record->ptr, record->size);
     return LMX_STATUS_NO_ERROR;
   }
 
