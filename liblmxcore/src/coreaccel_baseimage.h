@@ -61,14 +61,6 @@ class BaseImage : public Norvik::Lumetra::BaseImpl3<Norvik::Lumetra::Image, LMXI
   Status AcquireAccess(Access access, PixelFormat format, int32_t options, ImageData* data) override;
   Status ReleaseAccess(ImageData* data) override;
 
-  // LMXImageService / LMXImageServiceOld.
-  int32_t QueryPlaneInfo(ImageInfo* info, int32_t options, PlaneInfo* planes) override;
-  int32_t QueryPlaneInfo(ImageInfo* info, PlaneInfo* planes) override;
-  Status SetInvalidateCallback(InvalidateCallback callback, void* argument) override;
-  Status AttachObject(Norvik::Lumetra::Base* object) override;
-  Status DetachPlane(uint8_t* plane) override;
-  Status InvalidateData() override;
-
   // Slots after the destructor.
   virtual int32_t GetWidth() { return this->info.width; }
   virtual int32_t GetHeight() { return this->info.height; }
@@ -88,6 +80,16 @@ class BaseImage : public Norvik::Lumetra::BaseImpl3<Norvik::Lumetra::Image, LMXI
   virtual Status ReInitImpl(ImageInfo* info, ImageData* data, int32_t options);
   virtual Status ForwardOptions(int32_t options) { return SetOptionsImpl(options); }
   virtual Status SetOptionsImpl(int32_t options);
+
+  // LMXImageService / LMXImageServiceOld. Declared after the slots above: the
+  // compiler gives overriders of secondary faces entries in the primary table too,
+  // in declaration order, and those must not shift slots 15 to 27.
+  int32_t QueryPlaneInfo(ImageInfo* info, int32_t options, PlaneInfo* planes) override;
+  int32_t QueryPlaneInfo(ImageInfo* info, PlaneInfo* planes) override;
+  Status SetInvalidateCallback(InvalidateCallback callback, void* argument) override;
+  Status AttachObject(Norvik::Lumetra::Base* object) override;
+  Status DetachPlane(uint8_t* plane) override;
+  Status InvalidateData() override;
 
   // The depth scale (metadata 0x24740F78, a float) of this image: -1 when the image
   // has no metadata face, else the status of the 4-byte read.
