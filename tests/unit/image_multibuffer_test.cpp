@@ -144,7 +144,16 @@ TEST(ImageMultiBuffer, AccessRules) {
   ImageData first{}, second{}, write{};
   ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &write),
             LMX_STATUS_NO_ERROR);
+  // While a write is outstanding nothing else is handed out (an attempt that may not
+  // allocate does not wait for the writer).
+  EXPECT_EQ(image->InternalAcquireAccess(Image::ACCESS_READ, nullptr, 0, &first, false, nullptr),
+            LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on m_bWriteFinished"));
   ASSERT_EQ(image->ReleaseAccess(&write), LMX_STATUS_NO_ERROR);
+  // An attempt that may not allocate never converts into a stale buffer.
+  EXPECT_EQ(image->InternalAcquireAccess(Image::ACCESS_READ, nullptr, kBGR, &first, false, nullptr),
+            LMX_STATUS_ITEM_UNAVAILABLE);
+  EXPECT_TRUE(capture->Contains("failed on bAllocationAllowed"));
 
   // Two reads of one format may be outstanding, each with its own record.
   ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &first),
