@@ -208,7 +208,7 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
 
     const int32_t named = interm ? static_cast<int32_t>(*interm) : 0;
     LoggingService* logger = lmsdk::LogUtil::GetLogger();
-    if (logger->IsLevelEnabled(LOG_LEVEL_DEBUG)) {
+    if (Traits::kLogsConversion && logger->IsLevelEnabled(LOG_LEVEL_DEBUG)) {
       std::wostringstream line;
       line << L"Format conversion [";
       bool first = true;

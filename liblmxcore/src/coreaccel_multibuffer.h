@@ -54,8 +54,14 @@ namespace lmx {
 template <class BASE>
 struct MultiBufferTraits;
 
+// An audio instantiation supplies MultiBufferTraits<BaseAudio> with the same
+// members (IsAttachable answering false, ObserverKind answering 3, kLogsConversion
+// false). The rotation read in AcquireAccess is the one image-only step: its
+// override follows Image's signature and is adapted to Audio's there.
 template <>
 struct MultiBufferTraits<BaseImage> {
+  // Conversions write the "Format conversion [...]" line.
+  static constexpr bool kLogsConversion = true;
   // The side-data formats: never tracked, never made stale by a write.
   static bool IsAttachable(int32_t format) {
     return format == Norvik::Lumetra::Image::PIXEL_FORMAT_ATTACHED_8BPP ||
