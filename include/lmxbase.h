@@ -44,6 +44,12 @@ class Base {
   virtual void* QueryInstance(InterfaceId iid) = 0;
   virtual void Release() = 0;
 
+  // Typed query by the interface's first identifier (non-virtual: no slot).
+  template <class T>
+  T* QueryInstance() {
+    return static_cast<T*>(QueryInstance(T::kIid));
+  }
+
  protected:
   ~Base() = default;
 };

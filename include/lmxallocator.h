@@ -1,0 +1,36 @@
+// lmxallocator.h: the allocator service, factory of image and audio objects.
+#pragma once
+
+#include "lmximage.h"
+
+namespace Norvik::Lumetra::Speech {
+class Audio;
+}  // namespace Norvik::Lumetra::Speech
+
+// Slots: 0 QueryInstance, 1 Release, 2 and 3 reserved (answer LMX_STATUS_NO_ERROR),
+// 4 to 6 reserved (answer LMX_STATUS_FEATURE_UNSUPPORTED), 7 CreateImage,
+// 8 CreateAudio, 9 Destroy. Safe for concurrent calls.
+class LMXAllocator : public Norvik::Lumetra::Base {
+ public:
+  static constexpr Norvik::Lumetra::InterfaceId kIid = 0x492D6A23;
+  static constexpr Norvik::Lumetra::InterfaceId kIid2 = 0x492D6A24;
+
+  virtual Norvik::Lumetra::Status Reserved2() = 0;
+  virtual Norvik::Lumetra::Status Reserved3() = 0;
+  virtual Norvik::Lumetra::Status Reserved4() = 0;
+  virtual Norvik::Lumetra::Status Reserved5() = 0;
+  virtual Norvik::Lumetra::Status Reserved6() = 0;
+  // A new image object with one reference for the caller. info may be null only
+  // when data is null; data's planes, when given, are adopted as the native format.
+  virtual Norvik::Lumetra::Status CreateImage(Norvik::Lumetra::Image::ImageInfo* info, int32_t options,
+                                              Norvik::Lumetra::Image::ImageData* data,
+                                              Norvik::Lumetra::Image** image) = 0;
+  // The same for audio. info and data point to the audio description and access
+  // records (AudioInfo, AudioData); typed once the audio records are declared.
+  virtual Norvik::Lumetra::Status CreateAudio(void* info, int32_t options, void* data,
+                                              Norvik::Lumetra::Speech::Audio** audio) = 0;
+  virtual void Destroy(uint32_t flags) = 0;
+
+ protected:
+  ~LMXAllocator() = default;
+};

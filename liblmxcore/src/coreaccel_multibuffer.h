@@ -1,0 +1,174 @@
+// coreaccel_multibuffer.h: the image (and audio) object that holds one content in
+// several formats at once.
+//
+// MultiBuffer<BASE, INFO, DATA> keeps one storage object per format key (pixel
+// format plus rotation << 21), created lazily. A reader that asks for a format not
+// present or stale gets it converted, under the object's lock, from a valid one
+// (CopySystemBuffer), through at most three intermediate formats that the
+// conversion names. A write makes every other non-attachable format stale when it
+// is released. Each successful acquisition holds one reference on the object.
+//
+// Faces, in memory order: BASE's (Image, LMXImageService, LMXImageServiceOld), then
+// LMXReleaseService, Reference, Metadata and LMXMetadataInternal (the object is its
+// own metadata store; it answers only the first Metadata identifier).
+//
+// Concurrency: any thread may acquire and release. `lock` (recursive) guards
+// `buffers` and `access_list` and is held during a conversion. m_bWriteFinished is
+// read without the lock while waiting and again under it; it is written only
+// under the lock. The reference count is atomic (full ordering).
+//
+// The member definitions are in coreaccel_manager.cpp, which instantiates the
+// template for images; the audio instantiation supplies MultiBufferTraits<BaseAudio>.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <vector>
+
+#include "core_metadata.h"
+#include "coreaccel_baseimage.h"
+#include "lmxsession.h"
+#include "release_hooks.h"
+
+// What the session hands an image or audio object under 0x852193AF: told of each
+// successful acquisition (1 image, 2 depth-like image, 3 audio) once the object's
+// options setter received 0xC8136925.
+// Slots: 0 QueryInstance, 1 Release, 2 OnAcquire, 3 Destroy.
+class LMXAccessObserver : public Norvik::Lumetra::Base {
+ public:
+  static constexpr Norvik::Lumetra::InterfaceId kIid = static_cast<Norvik::Lumetra::InterfaceId>(0x852193AF);
+  static constexpr Norvik::Lumetra::InterfaceId kIid2 = kIid;
+
+  virtual void OnAcquire(int32_t kind) = 0;
+  virtual void Destroy(uint32_t flags) = 0;
+
+ protected:
+  ~LMXAccessObserver() = default;
+};
+
+namespace lmx {
+
+// What the template needs to know of its family (image or audio).
+template <class BASE>
+struct MultiBufferTraits;
+
+// An audio instantiation supplies MultiBufferTraits<BaseAudio> with the same
+// members (IsAttachable answering false, ObserverKind answering 3, kLogsConversion
+// false). The rotation read in AcquireAccess is the one image-only step: its
+// override follows Image's signature and is adapted to Audio's there.
+template <>
+struct MultiBufferTraits<BaseImage> {
+  // Conversions write the "Format conversion [...]" line.
+  static constexpr bool kLogsConversion = true;
+  // The side-data formats: never tracked, never made stale by a write.
+  static bool IsAttachable(int32_t format) {
+    return format == Norvik::Lumetra::Image::PIXEL_FORMAT_ATTACHED_8BPP ||
+           format == Norvik::Lumetra::Image::PIXEL_FORMAT_DEPTH_CONFIDENCE ||
+           format == Norvik::Lumetra::Image::PIXEL_FORMAT_ATTACHED_2BPP;
+  }
+  static Norvik::Lumetra::Status CreateStorage(const ImageInfo& info, int32_t key, const ImageData* adopt,
+                                               int32_t options, Norvik::Lumetra::Base* provider,
+                                               BaseImage** storage);
+  static ImageInfo Describe(BaseImage* storage) {
+    ImageInfo description{};
+    storage->GetImageInfo(&description);
+    return description;
+  }
+  static int32_t CountPlanes(const ImageInfo* info) { return QueryPlaneInfo(info, 0, nullptr); }
+  // 2 for depth-like native formats (0x2xxxx, 0x4xxxx), 1 otherwise.
+  static int32_t ObserverKind(int32_t nativeFormat) {
+    const uint32_t format = static_cast<uint32_t>(nativeFormat);
+    return ((format >= 0x20000 && format <= 0x2FFFF) || (format >> 16) == 0x4) ? 2 : 1;
+  }
+};
+
+template <class BASE, class INFO, class DATA>
+class MultiBuffer : public BASE,
+                    public LMXReleaseService,
+                    public Norvik::Lumetra::Reference,
+                    public LMXMetadataStore<MetadataFaces> {
+ public:
+  using Status = Norvik::Lumetra::Status;
+  using Base = Norvik::Lumetra::Base;
+  using InterfaceId = Norvik::Lumetra::InterfaceId;
+  using Access = typename BASE::Access;
+  using PixelFormat = typename BASE::PixelFormat;
+  using Traits = MultiBufferTraits<BASE>;
+
+  // One format of the object.
+  struct NativeBuffer {
+    BASE* buffer = nullptr;  // owns the planes of this format
+    int32_t format = 0;      // the key under which it is stored
+    int32_t valid = 0;       // holds the current content
+  };
+
+  // Copies info (and adopts data's planes as the native format), starts the count
+  // at 1, keeps the session's observer, and reports the initialisation's status in
+  // *sts: LMX_STATUS_PARAM_UNSUPPORTED for data without info.
+  MultiBuffer(Norvik::Lumetra::Session* session, INFO* info, DATA* data, int32_t options, Status* sts);
+
+  // Base, Reference, LMXReleaseService.
+  void* QueryInstance(InterfaceId iid) override;
+  void Release() override;
+  uint32_t AddRef() override { return refCount.fetch_add(1) + 1; }
+  void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }
+  Status SetReleaseHandler(ReleaseHandler handler, void* context) override;
+  Status AddDependent(Base* dependent) override { return hooks.AddDependent(dependent); }
+
+  // Image entry points (rotation from metadata 0x61516733 applies to images only).
+  Status AcquireAccess(Access access, PixelFormat format, int32_t options, DATA* data) override;
+  Status ReleaseAccess(DATA* data) override;
+  // Hands out the planes of the native format's buffer as they are.
+  Status AcquireNativeAccess(Access access, int32_t option, DATA* data) override;
+  // Refused while any access is outstanding; drops every buffer of the old description.
+  Status ReInitImpl(INFO* info, DATA* data, int32_t options) override;
+  // Stores options, except 0xC8136925, which turns observer notification on.
+  Status SetOptionsImpl(int32_t options) override;
+
+  // LMXImageService.
+  Status SetInvalidateCallback(LMXImageService::InvalidateCallback callback, void* argument) override;
+  Status AttachObject(Base* object) override;
+  Status InvalidateData() override;
+
+  // The retry loop around InternalAcquireAccess, with up to three intermediate passes.
+  Status AcquireAccessMulti(Access access, void* accelerator, int32_t key, DATA* data);
+  // One attempt: wait for a write to finish, find or create the buffer, convert
+  // into it when reading a stale buffer, hand out its planes.
+  Status InternalAcquireAccess(Access access, void* accelerator, int32_t key, DATA* data, bool bAllocationAllowed,
+                               PixelFormat* interm);
+  // The buffer of a key, created (adopting data, or allocating) when absent.
+  Status GetBuffer(INFO* info, int32_t key, DATA* data, int32_t options, bool bAllocationAllowed,
+                   NativeBuffer** native);
+  // Side-data acquisition: no access record, no reference, always allowed to allocate.
+  Status GetAttachableBuffer(Access access, int32_t format, DATA* data);
+
+  // Observations for tests and diagnostics.
+  uint32_t RefCount() const { return refCount.load(); }
+  size_t BufferCount();
+  bool IsBufferValid(int32_t key);
+
+  ~MultiBuffer();
+
+ private:
+  Status Init(INFO* info, DATA* data, int32_t options);
+  void DropBuffers();
+
+  std::atomic<uint32_t> refCount{1};
+  LMXImageService::InvalidateCallback invalidateCallback = nullptr;
+  void* invalidateArgument = nullptr;
+  std::vector<Base*> attached;
+  std::map<int32_t, NativeBuffer> buffers;
+  std::map<DATA*, NativeBuffer*> access_list;
+  std::recursive_mutex lock;
+  std::atomic<bool> m_bWriteFinished{true};
+  std::atomic<bool> notify{false};
+  LMXAccessObserver* observer = nullptr;
+  lmx::ReleaseHooks hooks;
+};
+
+using ImageObject = MultiBuffer<BaseImage, ImageInfo, ImageData>;
+extern template class MultiBuffer<BaseImage, ImageInfo, ImageData>;
+
+}  // namespace lmx

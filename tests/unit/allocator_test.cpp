@@ -1,0 +1,84 @@
+// The allocator service: creation checks, reserved operations, lifetime.
+#include <gtest/gtest.h>
+
+#include "lmxallocator.h"
+#include "module_factories.h"
+#include "test_support.h"
+
+using namespace Norvik::Lumetra;
+
+namespace {
+
+LMXAllocator* NewAllocator(Session* session = nullptr) {
+  Base* object = nullptr;
+  EXPECT_EQ(CreateAllocator(session, nullptr, nullptr, nullptr, 0, &object), LMX_STATUS_NO_ERROR);
+  return static_cast<LMXAllocator*>(object);
+}
+
+}  // namespace
+
+TEST(Allocator, CreateImageChecksItsArguments) {
+  lmxtest::ScopedCapture capture;
+  LMXAllocator* allocator = NewAllocator();
+  Image::ImageInfo info{16, 16, Image::PIXEL_FORMAT_Y8, 0};
+  EXPECT_EQ(allocator->CreateImage(&info, 0, nullptr, nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on buffer"));
+
+  Image* image = reinterpret_cast<Image*>(0x1);
+  Image::ImageData data{};
+  EXPECT_EQ(allocator->CreateImage(nullptr, 0, &data, &image), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on info || !data"));
+  EXPECT_EQ(image, reinterpret_cast<Image*>(0x1)) << "rejected before the out pointer is touched";
+
+  // No description and no data passes the allocator: an empty image.
+  EXPECT_EQ(allocator->CreateImage(nullptr, 0, nullptr, &image), LMX_STATUS_NO_ERROR);
+  ASSERT_NE(image, nullptr);
+  image->Release();
+
+  // A failing initialisation never hands out a partial object.
+  Image::ImageInfo unknown{16, 16, 0x12345, 0};
+  EXPECT_EQ(allocator->CreateImage(&unknown, 0, nullptr, &image), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_EQ(image, nullptr);
+
+  bool traced = false;
+  for (const auto& trace : capture->Traces()) traced = traced || trace.name == "CreateImage";
+  EXPECT_TRUE(traced);
+  allocator->Release();
+}
+
+TEST(Allocator, ReservedOperationsAndCreateAudio) {
+  LMXAllocator* allocator = NewAllocator();
+  EXPECT_EQ(allocator->Reserved2(), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(allocator->Reserved3(), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(allocator->Reserved4(), LMX_STATUS_FEATURE_UNSUPPORTED);
+  EXPECT_EQ(allocator->Reserved5(), LMX_STATUS_FEATURE_UNSUPPORTED);
+  EXPECT_EQ(allocator->Reserved6(), LMX_STATUS_FEATURE_UNSUPPORTED);
+  Speech::Audio* audio = nullptr;
+  EXPECT_EQ(allocator->CreateAudio(nullptr, 0, nullptr, &audio), LMX_STATUS_FEATURE_UNSUPPORTED);
+  allocator->Release();
+}
+
+TEST(Allocator, ImagesOutliveTheAllocatorAndItLogsItsEnd) {
+  lmxtest::ScopedCapture capture;
+  LMXAllocator* allocator = NewAllocator();
+  EXPECT_EQ(allocator->QueryInstance(0), allocator);
+  EXPECT_EQ(allocator->QueryInstance(LMXAllocator::kIid2), allocator);
+  auto* reference = static_cast<Reference*>(allocator->QueryInstance(Reference::kIid));
+  ASSERT_NE(reference, nullptr);
+  EXPECT_EQ(reference->AddRef(), 2u);
+
+  Image::ImageInfo info{16, 4, Image::PIXEL_FORMAT_Y8, 0};
+  Image* image = nullptr;
+  ASSERT_EQ(allocator->CreateImage(&info, 0, nullptr, &image), LMX_STATUS_NO_ERROR);
+  allocator->Release();
+  EXPECT_FALSE(capture->Contains("this = "));
+  allocator->Release();
+  EXPECT_TRUE(capture->Contains("this = "));
+
+  Image::ImageData data{};
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &data),
+            LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(data.pitches[0], 64);
+  EXPECT_EQ(image->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
+  image->Release();
+}

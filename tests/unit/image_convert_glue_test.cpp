@@ -1,0 +1,106 @@
+// The object side of conversion: size checks, the host provider's hand-off, the
+// depth scale read from metadata, and the plain same-format copy.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "coreaccel_emu.h"
+#include "coreaccel_multibuffer.h"
+#include "test_support.h"
+
+using namespace Norvik::Lumetra;
+using lmx::ImageData;
+using lmx::ImageInfo;
+using lmx::ImageObject;
+
+namespace {
+
+class ScriptedProvider final : public BaseImpl<LMXCustomImageFormat> {
+ public:
+  Status QueryPlaneInfo(Image::ImageInfo*, LMXImageService::PlaneInfo*, int32_t*) override {
+    return LMX_STATUS_FEATURE_UNSUPPORTED;
+  }
+  Status CopySystemBuffer(Image::ImageInfo*, Image::ImageData*, Image::ImageInfo*, Image::ImageData* dst,
+                          Image::PixelFormat*) override {
+    ++calls;
+    if (answer >= 0) dst->planes[0][0] = 0xEE;
+    return answer;
+  }
+  void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }
+  Status answer = LMX_STATUS_NO_ERROR;
+  int calls = 0;
+};
+
+ImageObject* NewImage() {
+  ImageInfo info{8, 2, Image::PIXEL_FORMAT_Y8, 0};
+  Status sts;
+  return new ImageObject(nullptr, &info, nullptr, 0, &sts);
+}
+
+struct Planes {
+  uint8_t src[2][64];
+  uint8_t dst[2][64];
+  ImageData srcData{};
+  ImageData dstData{};
+  Planes() {
+    std::memset(src, 5, sizeof(src));
+    std::memset(dst, 0, sizeof(dst));
+    srcData.format = dstData.format = Image::PIXEL_FORMAT_Y8;
+    srcData.pitches[0] = dstData.pitches[0] = 64;
+    srcData.planes[0] = &src[0][0];
+    dstData.planes[0] = &dst[0][0];
+  }
+};
+
+}  // namespace
+
+TEST(ImageConvertGlue, SameFormatCopiesRowsAndSizesMustMatch) {
+  lmxtest::ScopedCapture capture;
+  ImageObject* image = NewImage();
+  Planes planes;
+  ImageInfo info{8, 2, Image::PIXEL_FORMAT_Y8, 0};
+  ImageInfo wider{9, 2, Image::PIXEL_FORMAT_Y8, 0};
+  EXPECT_LT(image->CopySystemBuffer(&info, &planes.srcData, &wider, &planes.dstData, nullptr), 0);
+  EXPECT_TRUE(capture->Contains("failed on src_info->width == dst_info->width"));
+  EXPECT_EQ(planes.dst[0][0], 0) << "nothing is stored before the checks pass";
+  ASSERT_EQ(image->CopySystemBuffer(&info, &planes.srcData, &info, &planes.dstData, nullptr), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(planes.dst[1][7], 5);
+  EXPECT_EQ(planes.dst[1][8], 0) << "only the row width is copied";
+  image->Release();
+}
+
+TEST(ImageConvertGlue, TheHostProviderIsOfferedTheConversionFirst) {
+  ImageObject* image = NewImage();
+  ScriptedProvider provider;
+  Base* pointer = &provider;
+  ASSERT_EQ(image->AttachBuffer(lmx::kMetadataMemoryProvider, reinterpret_cast<uint8_t*>(&pointer), sizeof(pointer)),
+            LMX_STATUS_NO_ERROR);
+  Planes planes;
+  ImageInfo info{8, 2, Image::PIXEL_FORMAT_Y8, 0};
+  EXPECT_EQ(image->CopySystemBuffer(&info, &planes.srcData, &info, &planes.dstData, nullptr), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(planes.dst[0][0], 0xEE) << "a non-negative answer is the result";
+  EXPECT_EQ(planes.dst[0][1], 0);
+
+  provider.answer = LMX_STATUS_PARAM_UNSUPPORTED;
+  EXPECT_EQ(image->CopySystemBuffer(&info, &planes.srcData, &info, &planes.dstData, nullptr), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(planes.dst[0][1], 5) << "a negative answer hands the conversion back";
+  EXPECT_EQ(provider.calls, 2);
+  image->Release();
+}
+
+TEST(ImageConvertGlue, DepthScaleComesFromMetadata) {
+  ImageObject* image = NewImage();
+  float scale = 0;
+  EXPECT_EQ(image->GetDepthScale(&scale), LMX_STATUS_ITEM_UNAVAILABLE);
+  float stored = 0.125f;
+  image->AttachBuffer(lmx::kMetadataDepthScale, reinterpret_cast<uint8_t*>(&stored), sizeof(stored));
+  ASSERT_EQ(image->GetDepthScale(&scale), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(scale, 0.125f);
+  image->Release();
+
+  lmx::BaseImage* storage = nullptr;
+  ASSERT_EQ(lmx::CreateImageSysMem(ImageInfo{4, 4, 0, 0}, Image::PIXEL_FORMAT_Y8, nullptr, 0, nullptr, &storage),
+            LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(storage->GetDepthScale(&scale), -1) << "an object without a metadata face";
+  storage->Release();
+}

@@ -1,0 +1,364 @@
+// The multi-format image object: access rules, conversion hand-off, invalidation,
+// intermediate passes, rotation from metadata, observer, re-initialisation.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "coreaccel_multibuffer.h"
+#include "test_support.h"
+
+using namespace Norvik::Lumetra;
+using lmx::ImageData;
+using lmx::ImageInfo;
+using lmx::ImageObject;
+
+namespace {
+
+constexpr int32_t kY8 = Image::PIXEL_FORMAT_Y8;
+constexpr int32_t kBGR = Image::PIXEL_FORMAT_BGR;
+constexpr int32_t kBGRA = Image::PIXEL_FORMAT_BGRA;
+
+ImageObject* NewImage(int32_t width, int32_t height, int32_t format, ImageData* adopt = nullptr,
+                      Session* session = nullptr) {
+  ImageInfo info{width, height, format, 0};
+  Status sts = LMX_STATUS_ALLOC_FAILED;
+  auto* image = new ImageObject(session, &info, adopt, 0, &sts);
+  EXPECT_EQ(sts, LMX_STATUS_NO_ERROR);
+  return image;
+}
+
+void Fill(const ImageData& data, int32_t rowBytes, int32_t rows, uint8_t value) {
+  for (int32_t y = 0; y < rows; ++y) std::memset(data.planes[0] + y * data.pitches[0], value, rowBytes);
+}
+
+// Converts Y8 -> BGR -> BGRA only, naming BGR as the step between Y8 and BGRA, and
+// YUY2 <-> NV12 as a loop that never reaches Y16. Records every call.
+class FakeConvertingImage final : public ImageObject {
+ public:
+  FakeConvertingImage(ImageInfo* info, ImageData* data, Status* sts) : ImageObject(nullptr, info, data, 0, sts) {}
+
+  Status CopySystemBuffer(ImageInfo* srcInfo, ImageData* src, ImageInfo* dstInfo, ImageData* dst,
+                          PixelFormat* interm) override {
+    calls.push_back({srcInfo->format, dstInfo->format});
+    const int32_t from = srcInfo->format;
+    const int32_t to = dstInfo->format;
+    const auto name = [&](int32_t format) {
+      if (interm) *interm = static_cast<PixelFormat>(format);
+      return LMX_STATUS_PARAM_UNSUPPORTED;
+    };
+    if (from == kY8 && to == kBGR) return Expand(*srcInfo, *src, *dst, 1, 3);
+    if (from == kBGR && to == kBGRA) return Expand(*srcInfo, *src, *dst, 3, 4);
+    if (from == kY8 && to == kBGRA) return name(kBGR);
+    if (from == Image::PIXEL_FORMAT_YUY2) return name(Image::PIXEL_FORMAT_NV12);
+    if (from == Image::PIXEL_FORMAT_NV12) return name(Image::PIXEL_FORMAT_YUY2);
+    return LMX_STATUS_PARAM_UNSUPPORTED;
+  }
+  void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }
+
+  std::vector<std::pair<int32_t, int32_t>> calls;
+
+ private:
+  // Replicates the first byte of each source pixel into every destination byte.
+  static Status Expand(const ImageInfo& info, const ImageData& src, const ImageData& dst, int in, int out) {
+    for (int32_t y = 0; y < info.height; ++y)
+      for (int32_t x = 0; x < info.width; ++x)
+        std::memset(dst.planes[0] + y * dst.pitches[0] + x * out, src.planes[0][y * src.pitches[0] + x * in], out);
+    return LMX_STATUS_NO_ERROR;
+  }
+};
+
+class CountingObserver final : public BaseImpl<LMXAccessObserver> {
+ public:
+  void OnAcquire(int32_t kind) override { kinds.push_back(kind); }
+  void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }
+  std::vector<int32_t> kinds;
+};
+
+// A session that answers only the observer identifier.
+class ObserverSession final : public Session {
+ public:
+  explicit ObserverSession(LMXAccessObserver* observer) : observer_(observer) {}
+  void* QueryInstance(InterfaceId iid) override { return iid == LMXAccessObserver::kIid ? observer_ : nullptr; }
+  void Release() override {}
+
+ private:
+  LMXAccessObserver* observer_;
+};
+
+}  // namespace
+
+TEST(ImageMultiBuffer, AdoptedPlanesReadWithoutConversionAndWritesMakeOtherFormatsStale) {
+  lmxtest::ScopedCapture capture;
+  uint8_t pixels[4 * 64];
+  std::memset(pixels, 7, sizeof(pixels));
+  ImageData given{};
+  given.pitches[0] = 64;
+  given.planes[0] = pixels;
+  ImageInfo info{64, 4, kY8, 0};
+  Status sts;
+  auto* image = new FakeConvertingImage(&info, &given, &sts);
+  ASSERT_EQ(sts, LMX_STATUS_NO_ERROR);
+
+  ImageData read{};
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &read),
+            LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(read.planes[0], pixels);
+  EXPECT_EQ(image->RefCount(), 2u) << "each acquisition holds a reference";
+  ASSERT_EQ(image->ReleaseAccess(&read), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(read.planes[0], nullptr) << "the caller's record is cleared";
+  EXPECT_TRUE(image->calls.empty());
+
+  // Another format converts once; the second read of it converts nothing.
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(kBGR), 0, &read),
+            LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(read.planes[0][5], 7);
+  image->ReleaseAccess(&read);
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(kBGR), 0, &read),
+            LMX_STATUS_NO_ERROR);
+  image->ReleaseAccess(&read);
+  EXPECT_EQ(image->calls.size(), 1u);
+  EXPECT_TRUE(capture->Contains("Format conversion [BGR,Y8(*)] -> BGR"));
+
+  // A write in Y8 makes BGR stale: the next BGR read converts again, from Y8.
+  ImageData write{};
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(kY8), 0, &write),
+            LMX_STATUS_NO_ERROR);
+  Fill(write, 64, 4, 42);
+  ASSERT_EQ(image->ReleaseAccess(&write), LMX_STATUS_NO_ERROR);
+  EXPECT_TRUE(image->IsBufferValid(kY8));
+  EXPECT_FALSE(image->IsBufferValid(kBGR));
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(kBGR), 0, &read),
+            LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(read.planes[0][0], 42);
+  image->ReleaseAccess(&read);
+  EXPECT_EQ(image->calls.size(), 2u);
+  EXPECT_EQ(image->RefCount(), 1u);
+  image->Release();
+}
+
+TEST(ImageMultiBuffer, AccessRules) {
+  lmxtest::ScopedCapture capture;
+  ImageObject* image = NewImage(32, 8, kY8);
+  ImageData first{}, second{}, write{};
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &write),
+            LMX_STATUS_NO_ERROR);
+  // While a write is outstanding nothing else is handed out (an attempt that may not
+  // allocate does not wait for the writer).
+  EXPECT_EQ(image->InternalAcquireAccess(Image::ACCESS_READ, nullptr, 0, &first, false, nullptr),
+            LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on m_bWriteFinished"));
+  ASSERT_EQ(image->ReleaseAccess(&write), LMX_STATUS_NO_ERROR);
+  // An attempt that may not allocate never converts into a stale buffer.
+  EXPECT_EQ(image->InternalAcquireAccess(Image::ACCESS_READ, nullptr, kBGR, &first, false, nullptr),
+            LMX_STATUS_ITEM_UNAVAILABLE);
+  EXPECT_TRUE(capture->Contains("failed on bAllocationAllowed"));
+
+  // Two reads of one format may be outstanding, each with its own record.
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &first),
+            LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &second),
+            LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(first.planes[0], second.planes[0]);
+  // A record already holding an acquisition cannot take a second one (it would be lost).
+  EXPECT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &second),
+            LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_EQ(image->ReleaseAccess(&second), LMX_STATUS_NO_ERROR) << "the first acquisition is still held";
+
+  // A write needs the object free of every other access.
+  EXPECT_EQ(image->AcquireAccess(Image::ACCESS_READ_WRITE, static_cast<Image::PixelFormat>(0), 0, &write),
+            LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on !access_list.size()"));
+  EXPECT_EQ(image->ReleaseAccess(&first), LMX_STATUS_NO_ERROR);
+
+  // Unknown, repeated and null releases.
+  ImageData stranger{};
+  stranger.format = kY8;
+  EXPECT_EQ(image->ReleaseAccess(&stranger), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on it != access_list.end()"));
+  EXPECT_EQ(image->ReleaseAccess(&first), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_EQ(image->ReleaseAccess(nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_EQ(image->AcquireAccess(static_cast<Image::Access>(4), static_cast<Image::PixelFormat>(0), 0, &first),
+            LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains(
+      "failed on access == BASE::ACCESS_WRITE || access == BASE::ACCESS_READ || access == BASE::ACCESS_READ_WRITE"));
+  EXPECT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, nullptr),
+            LMX_STATUS_HANDLE_INVALID);
+  EXPECT_EQ(image->RefCount(), 1u) << "failed acquisitions hold no reference";
+  image->Release();
+}
+
+TEST(ImageMultiBuffer, ReadOfAStaleFormatWithoutAnyValidSourceFailsAndKeepsTheBuffer) {
+  lmxtest::ScopedCapture capture;
+  ImageObject* image = NewImage(16, 4, kY8);
+  ImageData read{};
+  EXPECT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(kBGRA), 0, &read),
+            LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("Format conversion [BGRA(invalid)] -> BGRA conversion failed"));
+  EXPECT_EQ(image->BufferCount(), 1u);
+  image->Release();
+}
+
+TEST(ImageMultiBuffer, IntermediatePassesReachAFormatAndGiveUpAfterThree) {
+  lmxtest::ScopedCapture capture;
+  ImageInfo info{8, 2, kY8, 0};
+  Status sts;
+  auto* image = new FakeConvertingImage(&info, nullptr, &sts);
+  ImageData data{};
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &data),
+            LMX_STATUS_NO_ERROR);
+  Fill(data, 8, 2, 9);
+  image->ReleaseAccess(&data);
+
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(kBGRA), 0, &data),
+            LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(data.planes[0][7], 9);
+  image->ReleaseAccess(&data);
+  EXPECT_TRUE(capture->Contains(" interm_format=BGR"));
+  for (const auto& line : capture->Lines()) {
+    if (line.message.find("interm_format") != std::string::npos) {
+      EXPECT_EQ(line.level, LOG_LEVEL_DEBUG);
+    }
+  }
+  // Y8->BGRA names BGR; Y8->BGR; then BGR->BGRA from the intermediate only.
+  ASSERT_EQ(image->calls.size(), 3u);
+  EXPECT_EQ(image->calls[2].first, kBGR);
+  image->Release();
+
+  info.format = Image::PIXEL_FORMAT_YUY2;
+  auto* looping = new FakeConvertingImage(&info, nullptr, &sts);
+  ASSERT_EQ(looping->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &data),
+            LMX_STATUS_NO_ERROR);
+  looping->ReleaseAccess(&data);
+  EXPECT_EQ(looping->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(Image::PIXEL_FORMAT_Y16), 0,
+                                   &data),
+            LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_LE(looping->calls.size(), 8u) << "bounded by three intermediate passes";
+  EXPECT_EQ(looping->RefCount(), 1u);
+  looping->Release();
+}
+
+TEST(ImageMultiBuffer, RotationTurnsTheOtherWayForEachMirroringProperty) {
+  lmxtest::ScopedCapture capture;
+  ImageObject* image = NewImage(8, 4, kY8);
+  struct Pair {
+    uint32_t id;
+    float value;
+  } pairs[] = {{304, 1.0f}, {305, 1.0f}};
+  ASSERT_EQ(image->AttachBuffer(lmx::kMetadataMirroring, reinterpret_cast<uint8_t*>(pairs), sizeof(pairs)),
+            LMX_STATUS_NO_ERROR);
+  ImageData data{};
+  image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 90, &data);
+  image->ReleaseAccess(&data);
+  EXPECT_EQ(image->BufferCount(), 1u);
+  EXPECT_TRUE(image->IsBufferValid(kY8 | (270 << kRotationShift))) << "90 with one mirroring pair is 270";
+
+  image->DetachMetadata(lmx::kMetadataMirroring);
+  pairs[1] = {304, -0.5f};
+  image->AttachBuffer(lmx::kMetadataMirroring, reinterpret_cast<uint8_t*>(pairs), sizeof(pairs));
+  image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 90, &data);
+  image->ReleaseAccess(&data);
+  EXPECT_TRUE(image->IsBufferValid(kY8 | (90 << kRotationShift))) << "two pairs restore the angle";
+  EXPECT_FALSE(image->IsBufferValid(kY8 | (270 << kRotationShift)));
+  image->Release();
+}
+
+TEST(ImageMultiBuffer, AttachableSideDataIsUntrackedAndNeverMadeStale) {
+  ImageObject* image = NewImage(8, 4, kY8);
+  ImageData side{};
+  const auto confidence = static_cast<Image::PixelFormat>(Image::PIXEL_FORMAT_DEPTH_CONFIDENCE);
+  EXPECT_EQ(image->AcquireAccess(Image::ACCESS_READ, confidence, 0, &side), LMX_STATUS_ITEM_UNAVAILABLE)
+      << "side data never written is not handed out for reading";
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, confidence, 0, &side), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(image->RefCount(), 1u);
+  ImageData content{};
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &content),
+            LMX_STATUS_NO_ERROR)
+      << "side data holds no access";
+  image->ReleaseAccess(&content);
+  EXPECT_EQ(image->ReleaseAccess(&side), LMX_STATUS_NO_ERROR);
+  EXPECT_TRUE(image->IsBufferValid(Image::PIXEL_FORMAT_DEPTH_CONFIDENCE));
+
+  // InvalidateData makes everything stale, side data included, and runs the hooks once.
+  static int called;
+  called = 0;
+  image->SetInvalidateCallback(+[](void* argument) { called += *static_cast<int*>(argument); }, &called);
+  int one = 1;
+  image->SetInvalidateCallback(+[](void* argument) { called += *static_cast<int*>(argument); }, &one);
+  ImageObject* attached = NewImage(4, 4, kY8);
+  image->AttachObject(static_cast<Image*>(attached));
+  EXPECT_EQ(image->InvalidateData(), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(image->InvalidateData(), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(called, 1);
+  EXPECT_FALSE(image->IsBufferValid(Image::PIXEL_FORMAT_DEPTH_CONFIDENCE));
+  EXPECT_FALSE(image->IsBufferValid(kY8));
+  image->Release();
+}
+
+TEST(ImageMultiBuffer, ObserverIsToldOnceNotifyIsOn) {
+  CountingObserver observer;
+  ObserverSession session(&observer);
+  ImageObject* image = NewImage(8, 4, Image::PIXEL_FORMAT_DEPTH, nullptr, &session);
+  ImageData data{};
+  image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &data);
+  image->ReleaseAccess(&data);
+  EXPECT_TRUE(observer.kinds.empty());
+  image->SetOptions(static_cast<int32_t>(0xC8136925));
+  EXPECT_EQ(image->QueryOptions(), 0) << "the notify value is not stored as options";
+  image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &data);
+  image->ReleaseAccess(&data);
+  EXPECT_EQ(observer.kinds, std::vector<int32_t>{2}) << "depth images report 2";
+  image->SetOptions(5);
+  EXPECT_EQ(image->QueryOptions(), 5);
+  image->Release();
+}
+
+TEST(ImageMultiBuffer, ReInitRefusesWhileAccessedAndDropsOldBuffers) {
+  lmxtest::ScopedCapture capture;
+  ImageObject* image = NewImage(8, 4, kY8);
+  ImageData data{};
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(kBGR), 0, &data),
+            LMX_STATUS_PARAM_UNSUPPORTED);
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &data),
+            LMX_STATUS_NO_ERROR);
+  ImageInfo bigger{16, 8, kY8, 0};
+  EXPECT_EQ(image->ReInitImpl(&bigger, nullptr, 0), LMX_STATUS_PARAM_UNSUPPORTED);
+  image->ReleaseAccess(&data);
+  ImageInfo empty{0, 8, kY8, 0};
+  EXPECT_EQ(image->ReInitImpl(&empty, nullptr, 0), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on numberPlanes"));
+  ASSERT_EQ(image->ReInitImpl(&bigger, nullptr, 3), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(image->BufferCount(), 0u);
+  EXPECT_EQ(image->GetWidth(), 16);
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &data),
+            LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(data.pitches[0], 64);
+  image->ReleaseAccess(&data);
+  image->Release();
+}
+
+TEST(ImageMultiBuffer, CompositeIdentitiesAndCountedRelease) {
+  ImageObject* image = NewImage(8, 4, kY8);
+  auto* primary = static_cast<Image*>(image);
+  EXPECT_EQ(image->QueryInstance(0), primary);
+  EXPECT_EQ(image->QueryInstance(Image::kIid2), primary);
+  EXPECT_NE(image->QueryInstance(LMXImageService::kIid), nullptr);
+  EXPECT_NE(image->QueryInstance(LMXImageServiceOld::kIid), nullptr);
+  EXPECT_NE(image->QueryInstance(Metadata::kIid), nullptr);
+  EXPECT_EQ(image->QueryInstance(Metadata::kIid2), nullptr) << "only a standalone store answers it";
+  EXPECT_NE(image->QueryInstance(LMXMetadataInternal::kIid), nullptr);
+
+  auto* reference = static_cast<Reference*>(image->QueryInstance(Reference::kIid));
+  auto* releaseService = static_cast<LMXReleaseService*>(image->QueryInstance(LMXReleaseService::kIid));
+  static int handled;
+  handled = 0;
+  releaseService->SetReleaseHandler(+[](void*) { ++handled; }, nullptr);
+  ImageObject* dependent = NewImage(4, 4, kY8);
+  releaseService->AddDependent(static_cast<Image*>(dependent));
+  EXPECT_EQ(reference->AddRef(), 2u);
+  static_cast<LMXImageService*>(image->QueryInstance(LMXImageService::kIid))->Release();
+  EXPECT_EQ(handled, 0);
+  releaseService->Release();  // the sanitizer run reports the dependent if it leaked
+  EXPECT_EQ(handled, 1);
+}

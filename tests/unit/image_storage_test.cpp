@@ -1,0 +1,169 @@
+// System-memory image storage: allocation sizes, alignment, logging, adoption,
+// detaching, and the 32-bit size guard.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+
+#include "coreaccel_emu.h"
+#include "lmx/platform/memory.h"
+#include "test_support.h"
+
+using namespace Norvik::Lumetra;
+using lmx::BaseImage;
+using lmx::ImageData;
+using lmx::ImageInfo;
+using lmx::ImageSysMem;
+
+namespace {
+
+struct StorageDeleter {
+  void operator()(BaseImage* storage) const {
+    if (storage) storage->Release();
+  }
+};
+using StoragePtr = std::unique_ptr<BaseImage, StorageDeleter>;
+
+StoragePtr Allocate(int32_t width, int32_t height, int32_t format, Status* sts, Base* provider = nullptr) {
+  BaseImage* storage = nullptr;
+  ImageInfo info{width, height, 0, 7};
+  *sts = lmx::CreateImageSysMem(info, format, nullptr, 0, provider, &storage);
+  return StoragePtr(storage);
+}
+
+bool AlignedTo(const void* p, uintptr_t alignment) { return reinterpret_cast<uintptr_t>(p) % alignment == 0; }
+
+// Describes a 3-plane private format of one byte per pixel.
+class ThreePlaneProvider final : public BaseImpl<LMXCustomImageFormat> {
+ public:
+  Status QueryPlaneInfo(Image::ImageInfo* info, LMXImageService::PlaneInfo* planes, int32_t* count) override {
+    for (int c = 0; c < 3; ++c) planes->plane[c] = {static_cast<uint32_t>(info->width), 2, 1};
+    *count = 3;
+    return LMX_STATUS_NO_ERROR;
+  }
+  Status CopySystemBuffer(Image::ImageInfo*, Image::ImageData*, Image::ImageInfo*, Image::ImageData*,
+                          Image::PixelFormat*) override {
+    return LMX_STATUS_FEATURE_UNSUPPORTED;
+  }
+  void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }
+};
+
+}  // namespace
+
+TEST(ImageStorage, PitchSizeAndAlignmentFollowThePlaneSize) {
+  lmxtest::ScopedCapture capture;
+  Status sts;
+  auto bgra = Allocate(640, 480, Image::PIXEL_FORMAT_BGRA, &sts);
+  ASSERT_EQ(sts, LMX_STATUS_NO_ERROR);
+  ImageData data{};
+  ASSERT_EQ(bgra->AcquireNativeAccess(Image::ACCESS_READ, 0, &data), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(data.format, Image::PIXEL_FORMAT_BGRA);
+  EXPECT_EQ(data.pitches[0], 2560);
+  EXPECT_TRUE(AlignedTo(data.planes[0], 4096));
+  EXPECT_EQ(data.planes[1], nullptr);
+  EXPECT_EQ(bgra->GetReserved(), 7) << "the reserved word comes from the given description";
+  EXPECT_TRUE(capture->Contains("Allocated 1228800 bytes for BGRA"));
+
+  auto y8 = Allocate(100, 100, Image::PIXEL_FORMAT_Y8, &sts);
+  ASSERT_EQ(y8->AcquireNativeAccess(Image::ACCESS_READ, 0, &data), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(data.pitches[0], 128);
+  EXPECT_TRUE(AlignedTo(data.planes[0], 64));
+  EXPECT_TRUE(capture->Contains("Allocated 12800 bytes for Y8"));
+
+  // 153600 bytes is the first size aligned to a page, whatever the width.
+  for (int32_t width : {320, 319}) {
+    auto depth = Allocate(width, 240, Image::PIXEL_FORMAT_DEPTH, &sts);
+    ASSERT_EQ(depth->AcquireNativeAccess(Image::ACCESS_READ, 0, &data), LMX_STATUS_NO_ERROR);
+    EXPECT_EQ(data.pitches[0], 640);
+    EXPECT_TRUE(AlignedTo(data.planes[0], 4096));
+  }
+
+  capture->Clear();
+  auto nv12 = Allocate(640, 480, Image::PIXEL_FORMAT_NV12, &sts);
+  ASSERT_EQ(nv12->AcquireNativeAccess(Image::ACCESS_READ, 0, &data), LMX_STATUS_NO_ERROR);
+  EXPECT_NE(data.planes[0], data.planes[1]);
+  EXPECT_TRUE(capture->Contains("Allocated 307200 bytes for NV12"));
+  EXPECT_TRUE(capture->Contains("Allocated 153600 bytes for NV12"));
+  for (const auto& line : capture->Lines()) {
+    if (line.message.rfind("Allocated", 0) == 0) {
+      EXPECT_EQ(line.level, LOG_LEVEL_VERBOSE);
+    }
+  }
+
+  capture->Clear();
+  auto rotated = Allocate(16, 16, Image::PIXEL_FORMAT_Y8 | (90 << kRotationShift), &sts);
+  EXPECT_TRUE(capture->Contains("Allocated 1024 bytes for Unknown")) << "rotated keys print Unknown";
+}
+
+TEST(ImageStorage, FormatsWithoutALayoutNeedAProvider) {
+  lmxtest::ScopedCapture capture;
+  Status sts;
+  auto unknown = Allocate(16, 16, 0x12345, &sts);
+  EXPECT_EQ(sts, LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on num_planes"));
+  ASSERT_NE(unknown, nullptr) << "the object is handed out for the caller to release";
+
+  auto* provider = new ThreePlaneProvider;
+  auto custom = Allocate(100, 4, 0x12345, &sts, provider);
+  EXPECT_EQ(sts, LMX_STATUS_NO_ERROR);
+  ImageData data{};
+  ASSERT_EQ(custom->AcquireNativeAccess(Image::ACCESS_READ, 0, &data), LMX_STATUS_NO_ERROR);
+  EXPECT_NE(data.planes[2], nullptr);
+  EXPECT_EQ(data.pitches[2], 128);
+  provider->Release();
+}
+
+TEST(ImageStorage, SizesBeyondThirtyTwoBitsAndNegativeDimensionsFailCleanly) {
+  lmxtest::ScopedCapture capture;
+  Status sts;
+  // 32767 x 32767 x 8 bytes is far beyond a signed 32-bit size.
+  auto huge = Allocate(32767, 32767, Image::PIXEL_FORMAT_ATTACHED_8BPP, &sts);
+  EXPECT_EQ(sts, LMX_STATUS_ALLOC_FAILED);
+  EXPECT_TRUE(capture->Contains("failed on data->planes[c]"));
+
+  capture->Clear();
+  auto negative = Allocate(-16, 16, Image::PIXEL_FORMAT_Y8, &sts);
+  EXPECT_EQ(sts, LMX_STATUS_ALLOC_FAILED);
+  EXPECT_TRUE(capture->Contains("failed on data->planes[c]"));
+
+  ImageData* nothing = nullptr;
+  EXPECT_EQ(negative->AcquireNativeAccess(Image::ACCESS_READ, 0, nothing), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on data"));
+}
+
+TEST(ImageStorage, AdoptedPlanesAreUsedAndNeverFreed) {
+  uint8_t pixels[4 * 64] = {};
+  ImageData given{};
+  given.pitches[0] = 64;
+  given.planes[0] = pixels;
+  BaseImage* storage = nullptr;
+  ASSERT_EQ(lmx::CreateImageSysMem(ImageInfo{64, 4, 0, 0}, Image::PIXEL_FORMAT_Y8, &given, 0, nullptr, &storage),
+            LMX_STATUS_NO_ERROR);
+  ImageData data{};
+  ASSERT_EQ(storage->AcquireNativeAccess(Image::ACCESS_WRITE, 0, &data), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(data.planes[0], pixels);
+  EXPECT_EQ(data.format, Image::PIXEL_FORMAT_Y8) << "a format of 0 becomes the key";
+  EXPECT_EQ(storage->ReleaseNativeAccess(&data), LMX_STATUS_NO_ERROR);
+  storage->Release();  // the sanitizer run reports a bad free if the stack block were freed
+}
+
+TEST(ImageStorage, DetachPlaneMovesTheImageToFreshPlanesAndLeavesTheOldBlockToItsHolder) {
+  Status sts;
+  auto storage = Allocate(64, 4, Image::PIXEL_FORMAT_NV12, &sts);
+  ImageData before{};
+  ASSERT_EQ(storage->AcquireNativeAccess(Image::ACCESS_READ, 0, &before), LMX_STATUS_NO_ERROR);
+  uint8_t unrelated = 0;
+  EXPECT_EQ(storage->DetachPlane(&unrelated), LMX_STATUS_ITEM_UNAVAILABLE);
+  EXPECT_EQ(storage->DetachPlane(nullptr), LMX_STATUS_ITEM_UNAVAILABLE);
+
+  std::memset(before.planes[0], 0xAB, 64 * 4);
+  ASSERT_EQ(storage->DetachPlane(before.planes[0]), LMX_STATUS_NO_ERROR);
+  ImageData after{};
+  ASSERT_EQ(storage->AcquireNativeAccess(Image::ACCESS_READ, 0, &after), LMX_STATUS_NO_ERROR);
+  EXPECT_NE(after.planes[0], before.planes[0]);
+  EXPECT_NE(after.planes[0], nullptr);
+  // The rows went from the fresh planes into the old block: the holder's block now
+  // holds what the fresh plane held, and the fresh plane was not filled from it.
+  EXPECT_EQ(std::memcmp(before.planes[0], after.planes[0], 64 * 4), 0);
+  lmx::platform::AlignedFree(before.planes[0]);  // the holder's block
+}

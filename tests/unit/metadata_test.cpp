@@ -1,0 +1,172 @@
+// The metadata store: identifiers, buffers, attached objects, size guards.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "core_metadata.h"
+#include "test_support.h"
+
+using namespace Norvik::Lumetra;
+
+namespace {
+
+struct MetadataDeleter {
+  void operator()(Metadata* metadata) const { metadata->Release(); }
+};
+
+std::unique_ptr<Metadata, MetadataDeleter> NewStore() {
+  Metadata* metadata = nullptr;
+  EXPECT_EQ(lmx::CreateMetadata(nullptr, &metadata), LMX_STATUS_NO_ERROR);
+  return std::unique_ptr<Metadata, MetadataDeleter>(metadata);
+}
+
+// A serialisable object; counted or not, with a private payload and a record of calls.
+class Serializable final : public LMXSerializableService, public Reference {
+ public:
+  static constexpr InterfaceId kIid = 0x11110001;
+  static constexpr InterfaceId kIid2 = kIid;
+
+  Serializable(bool counted, std::vector<uint8_t> payload, int32_t dataSize)
+      : counted_(counted), payload_(std::move(payload)), dataSize_(dataSize) {}
+
+  void* QueryInstance(InterfaceId iid) override {
+    if (iid == 0 || iid == kIid) return static_cast<LMXSerializableService*>(this);
+    if (iid == LMXSerializableService::kIid) return static_cast<LMXSerializableService*>(this);
+    if (counted_ && iid == Reference::kIid) return static_cast<Reference*>(this);
+    return nullptr;
+  }
+  uint32_t AddRef() override { return ++refs; }
+  void Release() override { --refs; }
+  Status QueryProfile(ProfileInfo* profile, uint8_t* data) override {
+    ++queries;
+    std::memset(profile, 0, sizeof(*profile));
+    profile->dataSize = dataSize_;
+    if (data) std::memcpy(data, payload_.data(), payload_.size());
+    return LMX_STATUS_NO_ERROR;
+  }
+  Status SetProfile(ProfileInfo* profile, uint8_t* data) override {
+    received.assign(data, data + profile->dataSize);
+    return LMX_STATUS_NO_ERROR;
+  }
+  void Destroy(uint32_t) override {}
+
+  int refs = 1;
+  int queries = 0;
+  std::vector<uint8_t> received;
+
+ private:
+  bool counted_;
+  std::vector<uint8_t> payload_;
+  int32_t dataSize_;
+};
+
+}  // namespace
+
+TEST(Metadata, IdentitiesOfTheStandaloneStore) {
+  auto store = NewStore();
+  EXPECT_EQ(store->QueryInstance(0), store.get());
+  EXPECT_EQ(store->QueryInstance(Metadata::kIid), store.get());
+  EXPECT_EQ(store->QueryInstance(Metadata::kIid2), store.get());
+  EXPECT_NE(store->QueryInstance(LMXMetadataInternal::kIid), nullptr);
+  EXPECT_EQ(store->QueryInstance(0x1234), nullptr);
+}
+
+TEST(Metadata, UidsAreReservedAndReused) {
+  auto store = NewStore();
+  EXPECT_EQ(store->QueryUID(), 528385);
+  EXPECT_EQ(store->QueryUID(), 528386);
+  EXPECT_EQ(store->QueryMetadata(0), 528385) << "reserved records count in the walk";
+  EXPECT_EQ(store->QueryMetadata(2), 0);
+  EXPECT_EQ(store->QueryMetadata(-1), 0);
+  EXPECT_EQ(store->QueryBufferSize(528385), 0) << "a reserved record counts as absent";
+
+  uint8_t byte = 5;
+  EXPECT_EQ(store->AttachBuffer(528385, &byte, 1), LMX_STATUS_NO_ERROR) << "a reserved id accepts data";
+  EXPECT_EQ(store->DetachMetadata(528385), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(store->QueryUID(), 528385);
+}
+
+TEST(Metadata, BuffersAreCopiedAndGuarded) {
+  lmxtest::ScopedCapture capture;
+  auto store = NewStore();
+  uint8_t bytes[4] = {1, 2, 3, 4};
+  ASSERT_EQ(store->AttachBuffer(7, bytes, 4), LMX_STATUS_NO_ERROR);
+  bytes[0] = 99;  // the store keeps its own copy
+  EXPECT_EQ(store->AttachBuffer(7, bytes, 4), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on findBuffer(id) == NULL"));
+  EXPECT_EQ(store->QueryBufferSize(7), 4);
+
+  uint8_t out[4] = {0, 0, 0, 0};
+  EXPECT_EQ(store->QueryBuffer(7, out, 3), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on size >= md->size"));
+  EXPECT_EQ(out[0], 0) << "a too small buffer gets nothing";
+  EXPECT_EQ(store->QueryBuffer(7, out, -1), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_EQ(store->QueryBuffer(7, out, 4), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(out[0], 1);
+  EXPECT_EQ(store->QueryBuffer(8, out, 4), LMX_STATUS_ITEM_UNAVAILABLE);
+  EXPECT_EQ(store->QueryBuffer(7, nullptr, 4), LMX_STATUS_HANDLE_INVALID);
+
+  capture->Clear();
+  EXPECT_EQ(store->AttachBuffer(9, bytes, 0), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on size"));
+  EXPECT_EQ(store->AttachBuffer(9, bytes, -4), LMX_STATUS_HANDLE_INVALID) << "never read as a huge size";
+  EXPECT_EQ(store->AttachBuffer(9, nullptr, 4), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_EQ(store->QueryBufferSize(9), 0);
+
+  auto* internal = static_cast<LMXMetadataInternal*>(store->QueryInstance(LMXMetadataInternal::kIid));
+  uint8_t* stored = nullptr;
+  int32_t size = 0;
+  ASSERT_EQ(internal->QueryInternalBuffer(7, &stored, &size), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(size, 4);
+  EXPECT_EQ(stored[3], 4);
+  EXPECT_EQ(internal->QueryInternalBuffer(8, &stored, &size), LMX_STATUS_ITEM_UNAVAILABLE);
+  EXPECT_TRUE(capture->Contains("failed on md"));
+}
+
+TEST(Metadata, CountedObjectsStayLiveUntilReadOthersAreSerialisedAtOnce) {
+  auto store = NewStore();
+  Serializable counted(true, {1, 2, 3}, 3);
+  ASSERT_EQ(store->AttachSerializable(1, static_cast<LMXSerializableService*>(&counted)), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(counted.refs, 2) << "the store holds a reference";
+  EXPECT_EQ(counted.queries, 0) << "never serialised before it is read";
+  EXPECT_EQ(store->QueryBufferSize(1), 640 + 3);
+  EXPECT_EQ(counted.queries, 2);
+  std::vector<uint8_t> bytes(643);
+  ASSERT_EQ(store->QueryBuffer(1, bytes.data(), 643), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(bytes[641], 2);
+
+  Serializable plain(false, {9, 8}, 2);
+  ASSERT_EQ(store->AttachSerializable(2, static_cast<LMXSerializableService*>(&plain)), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(plain.queries, 2);
+  EXPECT_EQ(plain.refs, 1);
+  EXPECT_EQ(store->QueryBufferSize(2), 642);
+
+  EXPECT_EQ(store->DetachMetadata(1), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(counted.refs, 1);
+}
+
+TEST(Metadata, NegativeSerialisedSizesAreRefused) {
+  lmxtest::ScopedCapture capture;
+  auto store = NewStore();
+  Serializable liar(false, {}, -700);
+  EXPECT_EQ(store->AttachSerializable(3, static_cast<LMXSerializableService*>(&liar)), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_EQ(store->QueryBufferSize(3), 0);
+
+  // A stored header claiming a negative length cannot be rebuilt.
+  Metadata* withSession = nullptr;
+  ASSERT_EQ(lmx::CreateMetadata(reinterpret_cast<Session*>(&liar), &withSession), LMX_STATUS_NO_ERROR);
+  std::vector<uint8_t> header(640, 0);
+  const int32_t negative = -100;
+  std::memcpy(header.data() + 608, &negative, 4);
+  ASSERT_EQ(withSession->AttachBuffer(4, header.data(), 640), LMX_STATUS_NO_ERROR);
+  void* instance = nullptr;
+  EXPECT_EQ(withSession->CreateSerializable(4, Serializable::kIid, &instance), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_EQ(withSession->CreateSerializable(5, Serializable::kIid, &instance), LMX_STATUS_ITEM_UNAVAILABLE);
+  EXPECT_TRUE(capture->Contains("failed on it != buffers.end()"));
+  EXPECT_EQ(instance, nullptr);
+  withSession->Release();
+
+  EXPECT_EQ(store->CreateSerializable(4, Serializable::kIid, &instance), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on session"));
+}
