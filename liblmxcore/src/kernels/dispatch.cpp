@@ -108,6 +108,10 @@ RowKernels SelectRowKernels(uint32_t cpu_features) {
     k.depth_to_float = DepthToFloatRow_Any_AVX2;
     k.float_to_depth = FloatToDepthRow_Any_AVX2;
   }
+  if (cpu_features & kCpuHasAVX512BW) {
+    k.yuy2_to_bgra = YUY2ToBGRARow_Any_AVX512;
+    k.yuy2_to_rgba = YUY2ToRGBARow_Any_AVX512;
+  }
   return k;
 }
 

@@ -61,4 +61,9 @@ void DepthShiftRow_Any_AVX2(const uint8_t* src_u16, uint8_t* dst_u16, int width,
 void DepthToFloatRow_Any_AVX2(const uint8_t* src_u16, uint8_t* dst_f32, int width, float scale);
 void FloatToDepthRow_Any_AVX2(const uint8_t* src_f32, uint8_t* dst_u16, int width, float factor);
 
+// --- AVX-512 F/BW/VL (row_avx512.cpp) -----------------------------------------------
+
+void YUY2ToBGRARow_Any_AVX512(const uint8_t* src_yuy2, uint8_t* dst_bgra, int width, uint8_t alpha);
+void YUY2ToRGBARow_Any_AVX512(const uint8_t* src_yuy2, uint8_t* dst_rgba, int width, uint8_t alpha);
+
 }  // namespace lmx::kernels
