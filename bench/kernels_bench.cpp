@@ -1,5 +1,5 @@
 // Pixel kernels: each conversion at 640x480 and 1920x1080 with the scalar rows,
-// SSSE3 and AVX2 forced in turn (ScopedCpuFeatureMask), beside the anchor
+// SSSE3, AVX2 and AVX-512 forced in turn (ScopedCpuFeatureMask), beside the anchor
 // library's equivalent conversion, and plane copy beside memcpy. Names are
 // Conversion/WIDTHxHEIGHT/Variant; run_kernels.sh turns one run into ratios.
 #include <benchmark/benchmark.h>
@@ -132,7 +132,12 @@ void RegisterAll() {
   };
   std::vector<Variant> variants = {{"C", 0}};
   if (k::DetectedCpuFeatures() & k::kCpuHasSSSE3) variants.push_back({"SSSE3", k::kCpuHasSSSE3});
+  // Each SIMD column allows its set and the ones below it: the best this
+  // library does up to that set.
   if (k::DetectedCpuFeatures() & k::kCpuHasAVX2) variants.push_back({"AVX2", k::kCpuHasAVX2 | k::kCpuHasSSSE3});
+  if (k::DetectedCpuFeatures() & k::kCpuHasAVX512BW) {
+    variants.push_back({"AVX512", k::kCpuHasAVX512BW | k::kCpuHasAVX2 | k::kCpuHasSSSE3});
+  }
   const int sizes[][2] = {{640, 480}, {1920, 1080}};
   for (const Conversion& c : Conversions()) {
     for (const auto& size : sizes) {
