@@ -7,6 +7,7 @@
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 build="$root/build/bench"
+"$root/scripts/install-deps.sh" build bench
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DLMX_BUILD_BENCH=ON -DLMX_BUILD_TESTS=OFF \
   -DLMX_BUILD_TOOLS=OFF >/dev/null
 cmake --build "$build" --target kernels_bench -j2 >/dev/null
