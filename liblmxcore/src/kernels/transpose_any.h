@@ -2,11 +2,14 @@
 //
 // A rotation by 90 or 270 degrees is a transpose with one side walked
 // bottom-up: destination row x, pixel y is source row y, pixel x. The driver
-// here runs a SIMD tile kernel over the whole square tiles of the plane (tiles of
-// one strip of source rows are converted left to right, so the reads stream
-// along the source rows and each destination row receives a short run per
-// strip) and moves the pixels of the partial tiles at the right and bottom edges
-// one at a time.
+// here runs a SIMD tile kernel over the whole square tiles of the plane and
+// moves the pixels of the partial tiles at the right and bottom edges one at a
+// time. Tiles go in vertical bands of kBandBytes source bytes: within a band,
+// strip after strip of source rows, left to right. So the reads of a strip
+// stay on a few rows, and the destination rows being filled (one per source
+// column of the band) stay few enough to remain cached between strips; without
+// bands, a wide plane of large pixels touches a page per destination row on
+// every strip.
 //
 // Included only by the SIMD files, like row_any.h and for the same reason:
 // everything has internal linkage, so each file gets its own copies compiled
@@ -34,16 +37,20 @@ void TransposePixels(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrd
 
 // kTile(src, src_pitch, dst, dst_pitch) transposes one kTileSize x kTileSize
 // tile of kBpp-byte pixels.
-template <auto kTile, int kTileSize, int kBpp>
+template <auto kTile, int kTileSize, int kBpp, int kBandBytes = 1024>
 void TransposeBlocked(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
                       int height) {
   const int whole_w = width - width % kTileSize;
   const int whole_h = height - height % kTileSize;
-  for (int y = 0; y < whole_h; y += kTileSize) {
-    const uint8_t* s = src + y * src_pitch;
-    uint8_t* d = dst + static_cast<ptrdiff_t>(y) * kBpp;
-    for (int x = 0; x < whole_w; x += kTileSize) {
-      kTile(s + static_cast<ptrdiff_t>(x) * kBpp, src_pitch, d + x * dst_pitch, dst_pitch);
+  constexpr int kBand = kBandBytes / kBpp;  // a multiple of kTileSize
+  for (int x0 = 0; x0 < whole_w; x0 += kBand) {
+    const int x1 = whole_w - x0 < kBand ? whole_w : x0 + kBand;
+    for (int y = 0; y < whole_h; y += kTileSize) {
+      const uint8_t* s = src + y * src_pitch;
+      uint8_t* d = dst + static_cast<ptrdiff_t>(y) * kBpp;
+      for (int x = x0; x < x1; x += kTileSize) {
+        kTile(s + static_cast<ptrdiff_t>(x) * kBpp, src_pitch, d + x * dst_pitch, dst_pitch);
+      }
     }
   }
   TransposePixels<kBpp>(src, src_pitch, dst, dst_pitch, whole_w, width, 0, height);
