@@ -229,6 +229,57 @@ void FloatToDepthRow_AVX2(const uint8_t* src, uint8_t* dst, int width, float fac
   }
 }
 
+// --- Grey from colour ----------------------------------------------------------------
+
+// 8 pixels to 8 grey values in 32-bit lanes (pixels 0-3 in lane 0, 4-7 in lane
+// 1): the SSSE3 body's float steps (row_ssse3.cpp), which are the scalar row's.
+inline __m256i GreyOf8(__m256i pixels, __m256i c0, __m256i c1, __m256i c2, __m256 w0, __m256 w1, __m256 w2) {
+  const __m256 f0 = _mm256_cvtepi32_ps(_mm256_shuffle_epi8(pixels, c0));
+  const __m256 f1 = _mm256_cvtepi32_ps(_mm256_shuffle_epi8(pixels, c1));
+  const __m256 f2 = _mm256_cvtepi32_ps(_mm256_shuffle_epi8(pixels, c2));
+  const __m256 sum = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(w0, f0), _mm256_mul_ps(w1, f1)), _mm256_mul_ps(w2, f2));
+  return _mm256_cvttps_epi32(_mm256_add_ps(sum, _mm256_set1_ps(0.5f)));
+}
+
+// Byte mask putting channel kChannel of 4 pixels of kBpp bytes into the low byte
+// of each 32-bit lane; in lane 1 the first pixel starts at byte kSecond.
+template <int kBpp, int kChannel, int kSecond>
+inline __m256i ChannelMask() {
+  constexpr char z = -128;
+  constexpr char a = kChannel, b = kSecond + kChannel;
+  return _mm256_setr_epi8(a, z, z, z, a + kBpp, z, z, z, a + 2 * kBpp, z, z, z, a + 3 * kBpp, z, z, z,  //
+                          b, z, z, z, b + kBpp, z, z, z, b + 2 * kBpp, z, z, z, b + 3 * kBpp, z, z, z);
+}
+
+// 8 pixels: four-byte pixels in one load; three-byte pixels as bytes 0-15 (pixels
+// 0-3 at byte 0) and 8-23 (pixels 4-7 at byte 4 of that half) of the group, so
+// no load leaves it.
+template <int kBpp>
+inline __m256i LoadGreyGroup(const uint8_t* p) {
+  if constexpr (kBpp == 4) return Load(p);
+  return _mm256_inserti128_si256(_mm256_castsi128_si256(Load128(p)), Load128(p + 8), 1);
+}
+
+// 32 pixels per block, in four groups of 8; weights in memory order of the
+// channels. The packs work per lane, a dword permute puts the groups in order.
+template <int kBpp, bool kRgb>
+void GreyRow(const uint8_t* src, uint8_t* dst, int width) {
+  const __m256 w0 = _mm256_set1_ps(kRgb ? 0.299f : 0.114f), w1 = _mm256_set1_ps(0.587f),
+               w2 = _mm256_set1_ps(kRgb ? 0.114f : 0.299f);
+  constexpr int kSecond = kBpp == 4 ? 0 : 4;
+  const __m256i c0 = ChannelMask<kBpp, 0, kSecond>(), c1 = ChannelMask<kBpp, 1, kSecond>(),
+                c2 = ChannelMask<kBpp, 2, kSecond>();
+  const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+  for (int x = 0; x < width; x += 32, src += 32 * kBpp, dst += 32) {
+    const __m256i g0 = GreyOf8(LoadGreyGroup<kBpp>(src), c0, c1, c2, w0, w1, w2);
+    const __m256i g1 = GreyOf8(LoadGreyGroup<kBpp>(src + 8 * kBpp), c0, c1, c2, w0, w1, w2);
+    const __m256i g2 = GreyOf8(LoadGreyGroup<kBpp>(src + 16 * kBpp), c0, c1, c2, w0, w1, w2);
+    const __m256i g3 = GreyOf8(LoadGreyGroup<kBpp>(src + 24 * kBpp), c0, c1, c2, w0, w1, w2);
+    const __m256i packed = _mm256_packus_epi16(_mm256_packs_epi32(g0, g1), _mm256_packs_epi32(g2, g3));
+    Store(dst, _mm256_permutevar8x32_epi32(packed, order));
+  }
+}
+
 }  // namespace
 
 // --- Any-width entry points --------------------------------------------------------------
@@ -271,6 +322,18 @@ void DepthToFloatRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width, float
 }
 void FloatToDepthRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width, float factor) {
   AnyRow<FloatToDepthRow_AVX2, 16, 4, 2, float>(src, dst, width, factor);
+}
+void BGRAToY8Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<GreyRow<4, false>, 32, 4, 1>(src, dst, width);
+}
+void RGBAToY8Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<GreyRow<4, true>, 32, 4, 1>(src, dst, width);
+}
+void BGRToY8Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<GreyRow<3, false>, 32, 3, 1>(src, dst, width);
+}
+void RGBToY8Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<GreyRow<3, true>, 32, 3, 1>(src, dst, width);
 }
 
 }  // namespace lmx::kernels
