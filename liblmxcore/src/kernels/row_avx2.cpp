@@ -24,49 +24,52 @@ inline __m256i Pair16(int16_t low, int16_t high) {
 
 // --- YUY2 to colour ----------------------------------------------------------------
 
-// 16 pixels per block (32 source bytes, 64 destination bytes). The arithmetic is
-// the SSSE3 body's (row_ssse3.cpp: coefficients split into a shift and a 16-bit
-// madd, exact in 32 bits) on both 128-bit lanes; lane 0 holds pixels 0-7 and
-// lane 1 pixels 8-15 until the final lane permute.
+// 16 pixels per block (32 source bytes, 64 destination bytes), with every sum of
+// the fixed-point formula (ycc_math.h) formed exactly in 32 bits, one 32-bit
+// lane per pixel pair (the YUY2 dword Y0 U Y1 V):
+//   - the luma terms of the pair's first and second pixel, 76284 Y, each in
+//     its own register: (Y << 16) + 10748 Y with 10748 Y from _mm256_madd_epi16;
+//   - the chroma terms with the offset folded in, shared by both pixels: the
+//     coefficients above 16 bits split into shifts and 16-bit madds as in the
+//     SSSE3 body (row_ssse3.cpp);
+//   - each channel's two sums floor-divided by 65536 by taking their high
+//     16-bit halves (the arithmetic shift the scalar row does, with no
+//     rounding): the first pixel's moved down, the second pixel's kept in place,
+//     one blend gives the channel's 16-bit values in pixel order.
+// The unsigned byte pack then clamps to 0..255.
 template <bool kRgba>
 void YUY2ToFourChannelRow(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
-  const __m256i zero = _mm256_setzero_si256();
-  const __m256i alpha8 = _mm256_set1_epi8(static_cast<char>(alpha));
-  const __m256i luma_coeffs = Pair16(10748, -18559);
-  const __m256i sixty_four = _mm256_set1_epi16(64);
+  const __m256i alpha16 = _mm256_set1_epi16(alpha);
+  const __m256i offset = _mm256_set1_epi32(-1187776);  // ycc::kLumaOffset (that header has inline functions)
   const __m256i high_words = _mm256_set1_epi32(static_cast<int32_t>(0xFFFF0000u));
   for (int x = 0; x < width; x += 16, src += 32, dst += 64) {
     const __m256i yuy2 = Load(src);
-    const __m256i y = _mm256_and_si256(yuy2, _mm256_set1_epi16(0x00FF));
-    const __m256i uv = _mm256_sub_epi16(_mm256_srli_epi16(yuy2, 8), _mm256_set1_epi16(128));
+    const __m256i y = _mm256_and_si256(yuy2, _mm256_set1_epi32(0x00FF00FF));  // Y0 | Y1 << 16
+    const __m256i luma0 = _mm256_add_epi32(_mm256_madd_epi16(y, Pair16(10748, 0)), _mm256_slli_epi32(y, 16));
+    const __m256i luma1 = _mm256_add_epi32(_mm256_madd_epi16(y, Pair16(0, 10748)), _mm256_and_si256(y, high_words));
 
-    const __m256i luma_lo = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(y, sixty_four), luma_coeffs),
-                                             _mm256_unpacklo_epi16(zero, y));
-    const __m256i luma_hi = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(y, sixty_four), luma_coeffs),
-                                             _mm256_unpackhi_epi16(zero, y));
+    const __m256i uv = _mm256_sub_epi16(_mm256_srli_epi16(yuy2, 8), _mm256_set1_epi16(128));  // u | v << 16
     const __m256i v_shifted = _mm256_and_si256(uv, high_words);
     const __m256i u_shifted = _mm256_slli_epi32(uv, 16);
-    const __m256i red =
-        _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(0, -26477)), _mm256_add_epi32(v_shifted, v_shifted));
-    const __m256i green = _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(25690, -12255)), v_shifted);
-    const __m256i blue =
-        _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(1114, 0)), _mm256_add_epi32(u_shifted, u_shifted));
+    const __m256i red = _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(0, -26477)),
+                                         _mm256_add_epi32(_mm256_add_epi32(v_shifted, v_shifted), offset));
+    const __m256i green =
+        _mm256_sub_epi32(offset, _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(25690, -12255)), v_shifted));
+    const __m256i blue = _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(1114, 0)),
+                                          _mm256_add_epi32(_mm256_add_epi32(u_shifted, u_shifted), offset));
 
-    const __m256i r_lo = _mm256_srai_epi32(_mm256_add_epi32(luma_lo, _mm256_unpacklo_epi32(red, red)), 16);
-    const __m256i r_hi = _mm256_srai_epi32(_mm256_add_epi32(luma_hi, _mm256_unpackhi_epi32(red, red)), 16);
-    const __m256i g_lo = _mm256_srai_epi32(_mm256_sub_epi32(luma_lo, _mm256_unpacklo_epi32(green, green)), 16);
-    const __m256i g_hi = _mm256_srai_epi32(_mm256_sub_epi32(luma_hi, _mm256_unpackhi_epi32(green, green)), 16);
-    const __m256i b_lo = _mm256_srai_epi32(_mm256_add_epi32(luma_lo, _mm256_unpacklo_epi32(blue, blue)), 16);
-    const __m256i b_hi = _mm256_srai_epi32(_mm256_add_epi32(luma_hi, _mm256_unpackhi_epi32(blue, blue)), 16);
+    const __m256i r16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, red), 16),
+                                           _mm256_add_epi32(luma1, red), 0xAA);
+    const __m256i g16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, green), 16),
+                                           _mm256_add_epi32(luma1, green), 0xAA);
+    const __m256i b16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, blue), 16),
+                                           _mm256_add_epi32(luma1, blue), 0xAA);
 
-    const __m256i r16 = _mm256_packs_epi32(r_lo, r_hi);
-    const __m256i g16 = _mm256_packs_epi32(g_lo, g_hi);
-    const __m256i b16 = _mm256_packs_epi32(b_lo, b_hi);
-    // Per lane: bytes 0-7 first channel, 8-15 third channel; green, alpha likewise.
+    // Per lane: bytes 0-7 first channel, 8-15 third; green and alpha likewise.
     const __m256i first_third = kRgba ? _mm256_packus_epi16(r16, b16) : _mm256_packus_epi16(b16, r16);
-    const __m256i g8 = _mm256_packus_epi16(g16, g16);
-    const __m256i c01 = _mm256_unpacklo_epi8(first_third, g8);
-    const __m256i c23 = _mm256_unpacklo_epi8(_mm256_unpackhi_epi64(first_third, first_third), alpha8);
+    const __m256i green_alpha = _mm256_packus_epi16(g16, alpha16);
+    const __m256i c01 = _mm256_unpacklo_epi8(first_third, green_alpha);
+    const __m256i c23 = _mm256_unpackhi_epi8(first_third, green_alpha);
     const __m256i px_a = _mm256_unpacklo_epi16(c01, c23);  // pixels 0-3 | 8-11
     const __m256i px_b = _mm256_unpackhi_epi16(c01, c23);  // pixels 4-7 | 12-15
     Store(dst, _mm256_permute2x128_si256(px_a, px_b, 0x20));
