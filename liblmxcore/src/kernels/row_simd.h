@@ -70,6 +70,8 @@ void Y16ToY8Row_Any_AVX2(const uint8_t* src_y16, uint8_t* dst_y8, int width);
 void DepthShiftRow_Any_AVX2(const uint8_t* src_u16, uint8_t* dst_u16, int width, int shift);
 void DepthToFloatRow_Any_AVX2(const uint8_t* src_u16, uint8_t* dst_f32, int width, float scale);
 void FloatToDepthRow_Any_AVX2(const uint8_t* src_f32, uint8_t* dst_u16, int width, float factor);
+void MirrorRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width);
+void MirrorRow4_Any_AVX2(const uint8_t* src, uint8_t* dst, int width);
 void BGRAToY8Row_Any_AVX2(const uint8_t* src_bgra, uint8_t* dst_y, int width);
 void RGBAToY8Row_Any_AVX2(const uint8_t* src_rgba, uint8_t* dst_y, int width);
 void BGRToY8Row_Any_AVX2(const uint8_t* src_bgr, uint8_t* dst_y, int width);
