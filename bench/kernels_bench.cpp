@@ -63,6 +63,8 @@ std::vector<Conversion> Conversions() {
        [](F& f) { libyuv::RGB24ToARGB(f.s(), 3 * f.width, f.d(), 4 * f.width, f.width, f.height); }},
       {"BGRAToY8", 4, 1, [](F& f) { k::BGRAToY8(f.s(), 4 * f.width, f.d(), f.width, f.width, f.height); },
        [](F& f) { libyuv::ARGBToJ400(f.s(), 4 * f.width, f.d(), f.width, f.width, f.height); }},
+      {"BGRToY8", 3, 1, [](F& f) { k::BGRToY8(f.s(), 3 * f.width, f.d(), f.width, f.width, f.height); },
+       [](F& f) { libyuv::RGB24ToJ400(f.s(), 3 * f.width, f.d(), f.width, f.width, f.height); }},
       {"Y8ToY16", 1, 2, [](F& f) { k::Y8ToY16(f.s(), f.width, f.d(), 2 * f.width, f.width, f.height); },
        [](F& f) {
          libyuv::Convert8To16Plane(f.s(), f.width, reinterpret_cast<uint16_t*>(f.d()), f.width, 256, f.width,
@@ -89,6 +91,13 @@ std::vector<Conversion> Conversions() {
       {"Rotate90_1", 1, 1,
        [](F& f) { k::RotatePlane(f.s(), f.width, f.d(), f.height, f.width, f.height, 1, 90); },
        [](F& f) { libyuv::RotatePlane90(f.s(), f.width, f.d(), f.height, f.width, f.height); }},
+      {"Rotate270_1", 1, 1,
+       [](F& f) { k::RotatePlane(f.s(), f.width, f.d(), f.height, f.width, f.height, 1, 270); },
+       [](F& f) { libyuv::RotatePlane270(f.s(), f.width, f.d(), f.height, f.width, f.height); }},
+      {"Rotate90_2", 2, 2,
+       [](F& f) { k::RotatePlane(f.s(), 2 * f.width, f.d(), 2 * f.height, f.width, f.height, 2, 90); }, {}},
+      {"Rotate90_8", 8, 8,
+       [](F& f) { k::RotatePlane(f.s(), 8 * f.width, f.d(), 8 * f.height, f.width, f.height, 8, 90); }, {}},
       {"Rotate90_4", 4, 4,
        [](F& f) { k::RotatePlane(f.s(), 4 * f.width, f.d(), 4 * f.height, f.width, f.height, 4, 90); },
        [](F& f) {

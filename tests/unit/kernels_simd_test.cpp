@@ -111,6 +111,10 @@ std::vector<Case> AllCases() {
       OnePlane("BGRAToRGB", 4, 3, BGRAToRGB),
       OnePlane("BGRToBGRA", 3, 4, BGRToBGRA),
       OnePlane("BGRToRGBA", 3, 4, BGRToRGBA),
+      OnePlane("BGRAToY8", 4, 1, BGRAToY8),
+      OnePlane("RGBAToY8", 4, 1, RGBAToY8),
+      OnePlane("BGRToY8", 3, 1, BGRToY8),
+      OnePlane("RGBToY8", 3, 1, RGBToY8),
       OnePlane("Y8ToBGR", 1, 3, Y8ToBGR),
       OnePlane("Y8ToY16", 1, 2, Y8ToY16),
       OnePlane("Y16ToY8", 2, 1, Y16ToY8),
@@ -138,6 +142,18 @@ std::vector<Case> AllCases() {
     }));
     cases.push_back(OnePlaneWith("Rotate180_" + std::to_string(bpp), bpp, bpp,
                                  [bpp](auto... a) { return RotatePlane(a..., bpp, 180); }));
+    // Quarter turns work on tiles of rows: taller planes (18, 25, 32 and 46 rows)
+    // give whole tiles, partial tiles at the bottom and both.
+    for (int degrees : {90, 270}) {
+      auto tall = [](int h) { return 7 * h + 11; };
+      cases.push_back({"Rotate" + std::to_string(degrees) + "_" + std::to_string(bpp),
+                       [=](int w, int h) { return std::vector<Shape>{{w * bpp, tall(h)}}; },
+                       [=](int w, int h) { return std::vector<Shape>{{tall(h) * bpp, w}}; },
+                       [=](Planes& s, Planes& d, int w, int h) {
+                         return RotatePlane(s[0].data(), s[0].pitch(), d[0].data(), d[0].pitch(), w, tall(h), bpp,
+                                            degrees);
+                       }});
+    }
   }
   cases.push_back({"YUY2ToNV12", [](int w, int h) { return std::vector<Shape>{{2 * w, h}}; },
                    [](int w, int h) { return std::vector<Shape>{{w, h}, {w, h / 2}}; },
@@ -284,6 +300,36 @@ TEST(SimdKernels, YUY2ToFourChannelExactOverAllTriples) {
       ASSERT_EQ(out, expected_bgra) << variant.name << " BGRA, U " << u_byte;
       ASSERT_EQ(YUY2ToRGBA(src.data(), 2 * kWidth, out.data(), 4 * kWidth, kWidth, kRowsPerChunk, 255), 0);
       ASSERT_EQ(out, expected_rgba) << variant.name << " RGBA, U " << u_byte;
+    }
+  }
+}
+
+// The four-channel grey kernels over every colour, in every SIMD variant,
+// against the scalar rows: one 4096 x 4096 BGRA plane holds each 24-bit colour
+// once (the fourth byte varies too and must be ignored), converted a band of
+// rows at a time.
+TEST(SimdKernels, FourChannelGreyMatchesScalarOverAllColours) {
+  const std::vector<Variant> variants = AvailableVariants();
+  if (variants.empty()) GTEST_SKIP() << "no SIMD instruction set on this processor";
+  constexpr int kWidth = 4096, kRows = 256;
+  std::vector<uint8_t> src(static_cast<size_t>(kWidth) * kRows * 4);
+  std::vector<uint8_t> expected(static_cast<size_t>(kWidth) * kRows), out(expected.size());
+  for (uint32_t band = 0; band < (1u << 24) / (kWidth * kRows); ++band) {
+    for (uint32_t i = 0; i < kWidth * kRows; ++i) {
+      const uint32_t colour = band * kWidth * kRows + i;
+      std::memcpy(&src[4 * static_cast<size_t>(i)], &colour, 3);
+      src[4 * static_cast<size_t>(i) + 3] = static_cast<uint8_t>(i * 37);
+    }
+    for (auto driver : {BGRAToY8, RGBAToY8}) {
+      {
+        ScopedCpuFeatureMask scalar(0);
+        ASSERT_EQ(driver(src.data(), 4 * kWidth, expected.data(), kWidth, kWidth, kRows), 0);
+      }
+      for (const Variant& variant : variants) {
+        ScopedCpuFeatureMask mask(variant.feature);
+        ASSERT_EQ(driver(src.data(), 4 * kWidth, out.data(), kWidth, kWidth, kRows), 0);
+        ASSERT_EQ(out, expected) << variant.name << ", band " << band;
+      }
     }
   }
 }

@@ -60,11 +60,16 @@ Status YUY2ToNV12(const uint8_t* src_yuy2, int32_t src_pitch, uint8_t* dst_y, in
   if (Status sts = CheckPlane(src_yuy2, dst_y, width, height, 2); sts != LMX_STATUS_NO_ERROR) return sts;
   if (height >= 2 && !dst_uv) return LMX_STATUS_HANDLE_INVALID;
   const RowKernels& k = ActiveRowKernels();
-  ForEachRow(src_yuy2, src_pitch, dst_y, dst_y_pitch, width, height, k.yuy2_to_y8);
+  // Luma and chroma of each row pair together, while the pair is still cached:
+  // a second pass over a whole frame would read it from memory again.
   for (int32_t j = 0; j < height / 2; ++j) {
-    k.yuy2_to_uv(Row(src_yuy2, src_pitch, 2 * j), Row(src_yuy2, src_pitch, 2 * j + 1), Row(dst_uv, dst_uv_pitch, j),
-                 width);
+    const uint8_t* row0 = Row(src_yuy2, src_pitch, 2 * j);
+    const uint8_t* row1 = Row(src_yuy2, src_pitch, 2 * j + 1);
+    k.yuy2_to_y8(row0, Row(dst_y, dst_y_pitch, 2 * j), width);
+    k.yuy2_to_y8(row1, Row(dst_y, dst_y_pitch, 2 * j + 1), width);
+    k.yuy2_to_uv(row0, row1, Row(dst_uv, dst_uv_pitch, j), width);
   }
+  if (height & 1) k.yuy2_to_y8(Row(src_yuy2, src_pitch, height - 1), Row(dst_y, dst_y_pitch, height - 1), width);
   return LMX_STATUS_NO_ERROR;
 }
 

@@ -92,6 +92,12 @@ RowKernels SelectRowKernels(uint32_t cpu_features) {
     k.mirror3 = MirrorRow3_Any_SSSE3;
     k.mirror4 = MirrorRow4_Any_SSSE3;
     k.mirror8 = MirrorRow8_Any_SSSE3;
+    k.bgra_to_y8 = BGRAToY8Row_Any_SSSE3;
+    k.rgba_to_y8 = RGBAToY8Row_Any_SSSE3;
+    k.bgr_to_y8 = BGRToY8Row_Any_SSSE3;
+    k.rgb_to_y8 = RGBToY8Row_Any_SSSE3;
+    k.rotate90 = RotatePlane90_SSSE3;
+    k.rotate270 = RotatePlane270_SSSE3;
   }
   if (cpu_features & kCpuHasAVX2) {
     k.yuy2_to_bgra = YUY2ToBGRARow_Any_AVX2;
@@ -107,6 +113,12 @@ RowKernels SelectRowKernels(uint32_t cpu_features) {
     k.depth_shift = DepthShiftRow_Any_AVX2;
     k.depth_to_float = DepthToFloatRow_Any_AVX2;
     k.float_to_depth = FloatToDepthRow_Any_AVX2;
+    k.mirror1 = MirrorRow_Any_AVX2;
+    k.mirror4 = MirrorRow4_Any_AVX2;
+    k.bgra_to_y8 = BGRAToY8Row_Any_AVX2;
+    k.rgba_to_y8 = RGBAToY8Row_Any_AVX2;
+    k.bgr_to_y8 = BGRToY8Row_Any_AVX2;
+    k.rgb_to_y8 = RGBToY8Row_Any_AVX2;
   }
   if (cpu_features & kCpuHasAVX512BW) {
     k.yuy2_to_bgra = YUY2ToBGRARow_Any_AVX512;

@@ -24,49 +24,52 @@ inline __m256i Pair16(int16_t low, int16_t high) {
 
 // --- YUY2 to colour ----------------------------------------------------------------
 
-// 16 pixels per block (32 source bytes, 64 destination bytes). The arithmetic is
-// the SSSE3 body's (row_ssse3.cpp: coefficients split into a shift and a 16-bit
-// madd, exact in 32 bits) on both 128-bit lanes; lane 0 holds pixels 0-7 and
-// lane 1 pixels 8-15 until the final lane permute.
+// 16 pixels per block (32 source bytes, 64 destination bytes), with every sum of
+// the fixed-point formula (ycc_math.h) formed exactly in 32 bits, one 32-bit
+// lane per pixel pair (the YUY2 dword Y0 U Y1 V):
+//   - the luma terms of the pair's first and second pixel, 76284 Y, each in
+//     its own register: (Y << 16) + 10748 Y with 10748 Y from _mm256_madd_epi16;
+//   - the chroma terms with the offset folded in, shared by both pixels: the
+//     coefficients above 16 bits split into shifts and 16-bit madds as in the
+//     SSSE3 body (row_ssse3.cpp);
+//   - each channel's two sums floor-divided by 65536 by taking their high
+//     16-bit halves (the arithmetic shift the scalar row does, with no
+//     rounding): the first pixel's moved down, the second pixel's kept in place,
+//     one blend gives the channel's 16-bit values in pixel order.
+// The unsigned byte pack then clamps to 0..255.
 template <bool kRgba>
 void YUY2ToFourChannelRow(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
-  const __m256i zero = _mm256_setzero_si256();
-  const __m256i alpha8 = _mm256_set1_epi8(static_cast<char>(alpha));
-  const __m256i luma_coeffs = Pair16(10748, -18559);
-  const __m256i sixty_four = _mm256_set1_epi16(64);
+  const __m256i alpha16 = _mm256_set1_epi16(alpha);
+  const __m256i offset = _mm256_set1_epi32(-1187776);  // ycc::kLumaOffset (that header has inline functions)
   const __m256i high_words = _mm256_set1_epi32(static_cast<int32_t>(0xFFFF0000u));
   for (int x = 0; x < width; x += 16, src += 32, dst += 64) {
     const __m256i yuy2 = Load(src);
-    const __m256i y = _mm256_and_si256(yuy2, _mm256_set1_epi16(0x00FF));
-    const __m256i uv = _mm256_sub_epi16(_mm256_srli_epi16(yuy2, 8), _mm256_set1_epi16(128));
+    const __m256i y = _mm256_and_si256(yuy2, _mm256_set1_epi32(0x00FF00FF));  // Y0 | Y1 << 16
+    const __m256i luma0 = _mm256_add_epi32(_mm256_madd_epi16(y, Pair16(10748, 0)), _mm256_slli_epi32(y, 16));
+    const __m256i luma1 = _mm256_add_epi32(_mm256_madd_epi16(y, Pair16(0, 10748)), _mm256_and_si256(y, high_words));
 
-    const __m256i luma_lo = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(y, sixty_four), luma_coeffs),
-                                             _mm256_unpacklo_epi16(zero, y));
-    const __m256i luma_hi = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(y, sixty_four), luma_coeffs),
-                                             _mm256_unpackhi_epi16(zero, y));
+    const __m256i uv = _mm256_sub_epi16(_mm256_srli_epi16(yuy2, 8), _mm256_set1_epi16(128));  // u | v << 16
     const __m256i v_shifted = _mm256_and_si256(uv, high_words);
     const __m256i u_shifted = _mm256_slli_epi32(uv, 16);
-    const __m256i red =
-        _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(0, -26477)), _mm256_add_epi32(v_shifted, v_shifted));
-    const __m256i green = _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(25690, -12255)), v_shifted);
-    const __m256i blue =
-        _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(1114, 0)), _mm256_add_epi32(u_shifted, u_shifted));
+    const __m256i red = _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(0, -26477)),
+                                         _mm256_add_epi32(_mm256_add_epi32(v_shifted, v_shifted), offset));
+    const __m256i green =
+        _mm256_sub_epi32(offset, _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(25690, -12255)), v_shifted));
+    const __m256i blue = _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(1114, 0)),
+                                          _mm256_add_epi32(_mm256_add_epi32(u_shifted, u_shifted), offset));
 
-    const __m256i r_lo = _mm256_srai_epi32(_mm256_add_epi32(luma_lo, _mm256_unpacklo_epi32(red, red)), 16);
-    const __m256i r_hi = _mm256_srai_epi32(_mm256_add_epi32(luma_hi, _mm256_unpackhi_epi32(red, red)), 16);
-    const __m256i g_lo = _mm256_srai_epi32(_mm256_sub_epi32(luma_lo, _mm256_unpacklo_epi32(green, green)), 16);
-    const __m256i g_hi = _mm256_srai_epi32(_mm256_sub_epi32(luma_hi, _mm256_unpackhi_epi32(green, green)), 16);
-    const __m256i b_lo = _mm256_srai_epi32(_mm256_add_epi32(luma_lo, _mm256_unpacklo_epi32(blue, blue)), 16);
-    const __m256i b_hi = _mm256_srai_epi32(_mm256_add_epi32(luma_hi, _mm256_unpackhi_epi32(blue, blue)), 16);
+    const __m256i r16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, red), 16),
+                                           _mm256_add_epi32(luma1, red), 0xAA);
+    const __m256i g16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, green), 16),
+                                           _mm256_add_epi32(luma1, green), 0xAA);
+    const __m256i b16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, blue), 16),
+                                           _mm256_add_epi32(luma1, blue), 0xAA);
 
-    const __m256i r16 = _mm256_packs_epi32(r_lo, r_hi);
-    const __m256i g16 = _mm256_packs_epi32(g_lo, g_hi);
-    const __m256i b16 = _mm256_packs_epi32(b_lo, b_hi);
-    // Per lane: bytes 0-7 first channel, 8-15 third channel; green, alpha likewise.
+    // Per lane: bytes 0-7 first channel, 8-15 third; green and alpha likewise.
     const __m256i first_third = kRgba ? _mm256_packus_epi16(r16, b16) : _mm256_packus_epi16(b16, r16);
-    const __m256i g8 = _mm256_packus_epi16(g16, g16);
-    const __m256i c01 = _mm256_unpacklo_epi8(first_third, g8);
-    const __m256i c23 = _mm256_unpacklo_epi8(_mm256_unpackhi_epi64(first_third, first_third), alpha8);
+    const __m256i green_alpha = _mm256_packus_epi16(g16, alpha16);
+    const __m256i c01 = _mm256_unpacklo_epi8(first_third, green_alpha);
+    const __m256i c23 = _mm256_unpackhi_epi8(first_third, green_alpha);
     const __m256i px_a = _mm256_unpacklo_epi16(c01, c23);  // pixels 0-3 | 8-11
     const __m256i px_b = _mm256_unpackhi_epi16(c01, c23);  // pixels 4-7 | 12-15
     Store(dst, _mm256_permute2x128_si256(px_a, px_b, 0x20));
@@ -229,6 +232,80 @@ void FloatToDepthRow_AVX2(const uint8_t* src, uint8_t* dst, int width, float fac
   }
 }
 
+// --- Mirror ----------------------------------------------------------------------------
+
+// Left-right mirrors, 32 bytes per step: destination block i is source block
+// (blocks - 1 - i) reversed. Bytes reverse within each lane, then the lanes swap.
+void MirrorRow1_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  const __m256i reverse = _mm256_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0,  //
+                                           15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+  const int blocks = width / 32;
+  for (int i = 0; i < blocks; ++i) {
+    const __m256i v = _mm256_shuffle_epi8(Load(src + 32 * (blocks - 1 - i)), reverse);
+    Store(dst + 32 * i, _mm256_permute4x64_epi64(v, 0x4E));
+  }
+}
+
+// Four-byte pixels, 8 per step: one dword permute.
+void MirrorRow4_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  const __m256i reverse = _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0);
+  const int blocks = width / 8;
+  for (int i = 0; i < blocks; ++i) {
+    Store(dst + 32 * i, _mm256_permutevar8x32_epi32(Load(src + 32 * (blocks - 1 - i)), reverse));
+  }
+}
+
+// --- Grey from colour ----------------------------------------------------------------
+
+// 8 pixels to 8 grey values in 32-bit lanes (pixels 0-3 in lane 0, 4-7 in lane
+// 1): the SSSE3 body's float steps (row_ssse3.cpp), which are the scalar row's.
+inline __m256i GreyOf8(__m256i pixels, __m256i c0, __m256i c1, __m256i c2, __m256 w0, __m256 w1, __m256 w2) {
+  const __m256 f0 = _mm256_cvtepi32_ps(_mm256_shuffle_epi8(pixels, c0));
+  const __m256 f1 = _mm256_cvtepi32_ps(_mm256_shuffle_epi8(pixels, c1));
+  const __m256 f2 = _mm256_cvtepi32_ps(_mm256_shuffle_epi8(pixels, c2));
+  const __m256 sum = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(w0, f0), _mm256_mul_ps(w1, f1)), _mm256_mul_ps(w2, f2));
+  return _mm256_cvttps_epi32(_mm256_add_ps(sum, _mm256_set1_ps(0.5f)));
+}
+
+// Byte mask putting channel kChannel of 4 pixels of kBpp bytes into the low byte
+// of each 32-bit lane; in lane 1 the first pixel starts at byte kSecond.
+template <int kBpp, int kChannel, int kSecond>
+inline __m256i ChannelMask() {
+  constexpr char z = -128;
+  constexpr char a = kChannel, b = kSecond + kChannel;
+  return _mm256_setr_epi8(a, z, z, z, a + kBpp, z, z, z, a + 2 * kBpp, z, z, z, a + 3 * kBpp, z, z, z,  //
+                          b, z, z, z, b + kBpp, z, z, z, b + 2 * kBpp, z, z, z, b + 3 * kBpp, z, z, z);
+}
+
+// 8 pixels: four-byte pixels in one load; three-byte pixels as bytes 0-15 (pixels
+// 0-3 at byte 0) and 8-23 (pixels 4-7 at byte 4 of that half) of the group, so
+// no load leaves it.
+template <int kBpp>
+inline __m256i LoadGreyGroup(const uint8_t* p) {
+  if constexpr (kBpp == 4) return Load(p);
+  return _mm256_inserti128_si256(_mm256_castsi128_si256(Load128(p)), Load128(p + 8), 1);
+}
+
+// 32 pixels per block, in four groups of 8; weights in memory order of the
+// channels. The packs work per lane, a dword permute puts the groups in order.
+template <int kBpp, bool kRgb>
+void GreyRow(const uint8_t* src, uint8_t* dst, int width) {
+  const __m256 w0 = _mm256_set1_ps(kRgb ? 0.299f : 0.114f), w1 = _mm256_set1_ps(0.587f),
+               w2 = _mm256_set1_ps(kRgb ? 0.114f : 0.299f);
+  constexpr int kSecond = kBpp == 4 ? 0 : 4;
+  const __m256i c0 = ChannelMask<kBpp, 0, kSecond>(), c1 = ChannelMask<kBpp, 1, kSecond>(),
+                c2 = ChannelMask<kBpp, 2, kSecond>();
+  const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+  for (int x = 0; x < width; x += 32, src += 32 * kBpp, dst += 32) {
+    const __m256i g0 = GreyOf8(LoadGreyGroup<kBpp>(src), c0, c1, c2, w0, w1, w2);
+    const __m256i g1 = GreyOf8(LoadGreyGroup<kBpp>(src + 8 * kBpp), c0, c1, c2, w0, w1, w2);
+    const __m256i g2 = GreyOf8(LoadGreyGroup<kBpp>(src + 16 * kBpp), c0, c1, c2, w0, w1, w2);
+    const __m256i g3 = GreyOf8(LoadGreyGroup<kBpp>(src + 24 * kBpp), c0, c1, c2, w0, w1, w2);
+    const __m256i packed = _mm256_packus_epi16(_mm256_packs_epi32(g0, g1), _mm256_packs_epi32(g2, g3));
+    Store(dst, _mm256_permutevar8x32_epi32(packed, order));
+  }
+}
+
 }  // namespace
 
 // --- Any-width entry points --------------------------------------------------------------
@@ -271,6 +348,24 @@ void DepthToFloatRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width, float
 }
 void FloatToDepthRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width, float factor) {
   AnyRow<FloatToDepthRow_AVX2, 16, 4, 2, float>(src, dst, width, factor);
+}
+void MirrorRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyMirror<MirrorRow1_AVX2, 32, 1>(src, dst, width);
+}
+void MirrorRow4_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyMirror<MirrorRow4_AVX2, 8, 4>(src, dst, width);
+}
+void BGRAToY8Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<GreyRow<4, false>, 32, 4, 1>(src, dst, width);
+}
+void RGBAToY8Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<GreyRow<4, true>, 32, 4, 1>(src, dst, width);
+}
+void BGRToY8Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<GreyRow<3, false>, 32, 3, 1>(src, dst, width);
+}
+void RGBToY8Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<GreyRow<3, true>, 32, 3, 1>(src, dst, width);
 }
 
 }  // namespace lmx::kernels

@@ -9,6 +9,7 @@
 #include "kernels/row.h"
 #include "kernels/row_any.h"
 #include "kernels/row_simd.h"
+#include "kernels/transpose_any.h"
 
 namespace lmx::kernels {
 namespace {
@@ -336,6 +337,94 @@ void FloatToDepthRow_SSSE3(const uint8_t* src, uint8_t* dst, int width, float fa
   }
 }
 
+// --- Grey from colour ----------------------------------------------------------------
+
+// The scalar row's float arithmetic, operation for operation: each channel byte
+// converted exactly, multiplied by its weight, the three products added left to
+// right, then 0.5 added and the sum truncated. SSE arithmetic rounds each step
+// to float as the scalar row does (no fused multiply-add here), so the results
+// are identical, and the saturating packs give the clamp to 255.
+inline __m128i GreyOf4(__m128i pixels, __m128i c0, __m128i c1, __m128i c2, const __m128 (&w)[3]) {
+  const __m128 f0 = _mm_cvtepi32_ps(_mm_shuffle_epi8(pixels, c0));
+  const __m128 f1 = _mm_cvtepi32_ps(_mm_shuffle_epi8(pixels, c1));
+  const __m128 f2 = _mm_cvtepi32_ps(_mm_shuffle_epi8(pixels, c2));
+  const __m128 sum = _mm_add_ps(_mm_add_ps(_mm_mul_ps(w[0], f0), _mm_mul_ps(w[1], f1)), _mm_mul_ps(w[2], f2));
+  return _mm_cvttps_epi32(_mm_add_ps(sum, _mm_set1_ps(0.5f)));
+}
+
+// Byte mask putting channel kChannel of 4 pixels (kBpp bytes each, the first at
+// byte kFirst) into the low byte of each 32-bit lane.
+template <int kBpp, int kChannel, int kFirst>
+inline __m128i ChannelMask() {
+  constexpr char z = -128;
+  return _mm_setr_epi8(kFirst + kChannel, z, z, z, kFirst + kBpp + kChannel, z, z, z, kFirst + 2 * kBpp + kChannel,
+                       z, z, z, kFirst + 3 * kBpp + kChannel, z, z, z);
+}
+
+// 16 pixels per block. Weights in memory order of the channels (blue first
+// unless kRgb). Three-byte pixels are loaded 4 at a time from byte offsets 0,
+// 8, 24 and 32 of the block (pixels 0-3, 4-7 starting at byte 4 of the load,
+// 8-11, 12-15 likewise), so no load leaves the block.
+template <int kBpp, bool kRgb>
+void GreyRow(const uint8_t* src, uint8_t* dst, int width) {
+  const __m128 w[3] = {_mm_set1_ps(kRgb ? 0.299f : 0.114f), _mm_set1_ps(0.587f), _mm_set1_ps(kRgb ? 0.114f : 0.299f)};
+  constexpr int kSecond = kBpp == 4 ? 0 : 4;  // first pixel's byte in the second load of a half
+  const __m128i a0 = ChannelMask<kBpp, 0, 0>(), a1 = ChannelMask<kBpp, 1, 0>(), a2 = ChannelMask<kBpp, 2, 0>();
+  const __m128i b0 = ChannelMask<kBpp, 0, kSecond>(), b1 = ChannelMask<kBpp, 1, kSecond>(),
+                b2 = ChannelMask<kBpp, 2, kSecond>();
+  constexpr int kOffsets[4] = {0, kBpp == 4 ? 16 : 8, kBpp == 4 ? 32 : 24, kBpp == 4 ? 48 : 32};
+  for (int x = 0; x < width; x += 16, src += 16 * kBpp, dst += 16) {
+    const __m128i g0 = GreyOf4(Load(src + kOffsets[0]), a0, a1, a2, w);
+    const __m128i g1 = GreyOf4(Load(src + kOffsets[1]), b0, b1, b2, w);
+    const __m128i g2 = GreyOf4(Load(src + kOffsets[2]), a0, a1, a2, w);
+    const __m128i g3 = GreyOf4(Load(src + kOffsets[3]), b0, b1, b2, w);
+    Store(dst, _mm_packus_epi16(_mm_packs_epi32(g0, g1), _mm_packs_epi32(g2, g3)));
+  }
+}
+
+// --- Rotation --------------------------------------------------------------------------
+
+// Transposes a square tile of 16 / kBpp rows of 16 bytes (kBpp-byte pixels) by
+// the perfect shuffle: each round interleaves register i with register
+// i + N/2 into registers 2i and 2i + 1. Viewing an element's (register,
+// position) index as one bit string, a round rotates it by one bit, so log2 N
+// rounds swap register and position: the transpose.
+template <int kBpp>
+inline __m128i InterleaveLow(__m128i a, __m128i b) {
+  if constexpr (kBpp == 1) return _mm_unpacklo_epi8(a, b);
+  if constexpr (kBpp == 2) return _mm_unpacklo_epi16(a, b);
+  if constexpr (kBpp == 4) return _mm_unpacklo_epi32(a, b);
+  if constexpr (kBpp == 8) return _mm_unpacklo_epi64(a, b);
+}
+template <int kBpp>
+inline __m128i InterleaveHigh(__m128i a, __m128i b) {
+  if constexpr (kBpp == 1) return _mm_unpackhi_epi8(a, b);
+  if constexpr (kBpp == 2) return _mm_unpackhi_epi16(a, b);
+  if constexpr (kBpp == 4) return _mm_unpackhi_epi32(a, b);
+  if constexpr (kBpp == 8) return _mm_unpackhi_epi64(a, b);
+}
+
+template <int kBpp>
+void TransposeTile(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch) {
+  constexpr int kN = 16 / kBpp;
+  __m128i r[kN], t[kN];
+  for (int i = 0; i < kN; ++i) r[i] = Load(src + i * src_pitch);
+  for (int round = 1; round < kN; round *= 2) {
+    for (int i = 0; i < kN / 2; ++i) {
+      t[2 * i] = InterleaveLow<kBpp>(r[i], r[i + kN / 2]);
+      t[2 * i + 1] = InterleaveHigh<kBpp>(r[i], r[i + kN / 2]);
+    }
+    for (int i = 0; i < kN; ++i) r[i] = t[i];
+  }
+  for (int i = 0; i < kN; ++i) Store(dst + i * dst_pitch, r[i]);
+}
+
+template <int kBpp>
+void TransposePlane(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
+                    int height) {
+  TransposeBlocked<TransposeTile<kBpp>, 16 / kBpp, kBpp>(src, src_pitch, dst, dst_pitch, width, height);
+}
+
 }  // namespace
 
 // --- Any-width entry points --------------------------------------------------------------
@@ -432,6 +521,40 @@ void MirrorRow4_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
 }
 void MirrorRow8_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
   AnyMirror<MirrorRows<kMirror<8>, 8>, 16, 8>(src, dst, width);
+}
+
+void BGRAToY8Row_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<GreyRow<4, false>, 16, 4, 1>(src, dst, width);
+}
+void RGBAToY8Row_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<GreyRow<4, true>, 16, 4, 1>(src, dst, width);
+}
+void BGRToY8Row_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<GreyRow<3, false>, 16, 3, 1>(src, dst, width);
+}
+void RGBToY8Row_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<GreyRow<3, true>, 16, 3, 1>(src, dst, width);
+}
+
+void RotatePlane90_SSSE3(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
+                         int height, int bpp) {
+  switch (bpp) {
+    case 1: return Rotate90ByTranspose<TransposePlane<1>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 2: return Rotate90ByTranspose<TransposePlane<2>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 4: return Rotate90ByTranspose<TransposePlane<4>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 8: return Rotate90ByTranspose<TransposePlane<8>>(src, src_pitch, dst, dst_pitch, width, height);
+    default: return RotatePlane90_C(src, src_pitch, dst, dst_pitch, width, height, bpp);
+  }
+}
+void RotatePlane270_SSSE3(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
+                          int height, int bpp) {
+  switch (bpp) {
+    case 1: return Rotate270ByTranspose<TransposePlane<1>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 2: return Rotate270ByTranspose<TransposePlane<2>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 4: return Rotate270ByTranspose<TransposePlane<4>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 8: return Rotate270ByTranspose<TransposePlane<8>>(src, src_pitch, dst, dst_pitch, width, height);
+    default: return RotatePlane270_C(src, src_pitch, dst, dst_pitch, width, height, bpp);
+  }
 }
 
 }  // namespace lmx::kernels
