@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "kernels/convert_image.h"
+#include "coreaccel_baseimage_route.h"
 #include "kernels/pixel_format_table.h"
 #include "kernels_test_planes.h"
 #include "test_support.h"
