@@ -104,6 +104,10 @@ class BaseImage : public Norvik::Lumetra::BaseImpl3<Norvik::Lumetra::Image, LMXI
   BaseImage() = default;
   ~BaseImage() = default;
 
+  // The body of ExportData (ACCESS_READ) and ImportData (ACCESS_WRITE) once the
+  // caller's record has passed its checks.
+  Status TransferCallerData(Access access, ImageData* data, int32_t options);
+
   ImageInfo info{};      // description: size, format key, reserved word
   int32_t options = 0;   // creation options, handed to every storage buffer
   ImageData data{};      // the current planes (storage objects)
