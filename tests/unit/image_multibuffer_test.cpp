@@ -83,6 +83,10 @@ class ObserverSession final : public Session {
   explicit ObserverSession(LMXAccessObserver* observer) : observer_(observer) {}
   void* QueryInstance(InterfaceId iid) override { return iid == LMXAccessObserver::kIid ? observer_ : nullptr; }
   void Release() override {}
+  Status QueryImpl(const Service::ImplDesc*, int32_t, Service::ImplDesc*) override {
+    return LMX_STATUS_ITEM_UNAVAILABLE;
+  }
+  Status CreateImpl(const Service::ImplDesc*, InterfaceId, Base**) override { return LMX_STATUS_ITEM_UNAVAILABLE; }
 
  private:
   LMXAccessObserver* observer_;
