@@ -52,7 +52,10 @@ class Metadata : public Base {
   virtual Status QueryBuffer(int32_t id, uint8_t* buffer, int32_t size) = 0;
   // Attaches an object: counted ones are kept live, others serialised at once.
   virtual Status AttachSerializable(int32_t id, Base* instance) = 0;
-  // Hands out the attached object's cuid face, or rebuilds one from serialised data.
+  // Hands out the attached object's cuid face, or rebuilds one from serialised
+  // data: the first of up to 1024 implementations that the session's QueryImpl
+  // matches to the stored descriptor, created by CreateImpl, that takes the state
+  // through SetProfile. Counted objects rebuilt so are kept live by the store.
   virtual Status CreateSerializable(int32_t id, InterfaceId cuid, void** instance) = 0;
   virtual void Destroy(uint32_t flags) = 0;
 
@@ -238,13 +241,27 @@ class LMXMetadataStore : public F {
     }
     auto it = buffers.find(id);
     LMX_CHECK(it != buffers.end(), LMX_STATUS_ITEM_UNAVAILABLE);
-    const auto* profile = reinterpret_cast<const ProfileInfo*>(it->second.ptr);
+    auto* profile = reinterpret_cast<ProfileInfo*>(it->second.ptr);
     LMX_CHECK(it->second.size >= sizeof(*profile), LMX_STATUS_ITEM_UNAVAILABLE);
     LMX_CHECK(profile->dataSize >= 0, LMX_STATUS_HANDLE_INVALID);
     LMX_CHECK(it->second.size >= sizeof(*profile) + profile->dataSize, LMX_STATUS_ITEM_UNAVAILABLE);
-    // Rebuilding an object needs the session's implementation lookup and creation,
-    // which the session interface does not declare yet.
-    return LMX_STATUS_FEATURE_UNSUPPORTED;
+
+    Base* created = nullptr;
+    const Status sts = RebuildObject(DescriptorPattern(*profile), profile, &created);
+    if (sts < 0) return sts;
+    if (!instances.count(id)) {
+      // Counted objects stay live, as if attached.
+      if (auto* reference = static_cast<Reference*>(created->QueryInstance(Reference::kIid))) {
+        reference->AddRef();
+        instances[id] = created;
+      }
+    }
+    *instance = created->QueryInstance(cuid);
+    if (LMX_FAILED_ON(*instance)) {
+      created->Release();
+      return LMX_STATUS_PARAM_UNSUPPORTED;
+    }
+    return LMX_STATUS_NO_ERROR;  // the creation reference is the caller's
   }
 
   Status QueryInternalBuffer(int32_t id, uint8_t** buffer, int32_t* size) override {
@@ -289,6 +306,42 @@ class LMXMetadataStore : public F {
     if (SerializeObject(id, held->second->QueryInstance<LMXSerializableService>()) < 0) return nullptr;
     auto it = buffers.find(id);
     return it != buffers.end() && it->second.size != 0 ? &it->second : nullptr;
+  }
+
+  static constexpr int32_t kMaxCandidates = 1024;
+
+  // The session's view of a serialised header: its descriptor (the header keeps
+  // the first 608 bytes of one; the rest of the pattern is zero).
+  struct DescriptorPattern {
+    explicit DescriptorPattern(const ProfileInfo& header) {
+      std::memcpy(&implDesc, header.implDesc, sizeof(header.implDesc));
+    }
+    Norvik::Lumetra::Service::ImplDesc implDesc{};
+  };
+  static_assert(sizeof(ProfileInfo::implDesc) <= sizeof(Norvik::Lumetra::Service::ImplDesc));
+
+  // Creates, through the session, the first implementation matching the
+  // pattern that takes the serialised state `header` (followed by its data).
+  // Returns the session's status when it runs out of candidates,
+  // LMX_STATUS_INIT_FAILED after kMaxCandidates refusals.
+  Status RebuildObject(const DescriptorPattern& pattern, ProfileInfo* header, Base** created) {
+    using namespace Norvik::Lumetra;
+    const DescriptorPattern* profile = &pattern;
+    for (int32_t i = 0; i < kMaxCandidates; ++i) {
+      Service::ImplDesc fullDesc{};
+      Status sts = LMX_STATUS_NO_ERROR;
+      if (LMX_CALL_FAILED(sts, session->QueryImpl(&profile->implDesc, i, &fullDesc))) return sts;
+      Base* candidate = nullptr;
+      if (session->CreateImpl(&fullDesc, LMXSerializableService::kIid, &candidate) >= 0 && candidate) {
+        auto* serializable = candidate->QueryInstance<LMXSerializableService>();
+        if (serializable && serializable->SetProfile(header, reinterpret_cast<uint8_t*>(header) + sizeof(*header)) >= 0) {
+          *created = candidate;
+          return LMX_STATUS_NO_ERROR;
+        }
+      }
+      if (candidate) candidate->Release();
+    }
+    return LMX_STATUS_INIT_FAILED;
   }
 
   Status SerializeObject(int32_t id, LMXSerializableService* serializable) {

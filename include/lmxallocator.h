@@ -1,11 +1,8 @@
 // lmxallocator.h: the allocator service, factory of image and audio objects.
 #pragma once
 
+#include "lmxaudio.h"
 #include "lmximage.h"
-
-namespace Norvik::Lumetra::Speech {
-class Audio;
-}  // namespace Norvik::Lumetra::Speech
 
 // Slots: 0 QueryInstance, 1 Release, 2 and 3 reserved (answer LMX_STATUS_NO_ERROR),
 // 4 to 6 reserved (answer LMX_STATUS_FEATURE_UNSUPPORTED), 7 CreateImage,
@@ -25,9 +22,10 @@ class LMXAllocator : public Norvik::Lumetra::Base {
   virtual Norvik::Lumetra::Status CreateImage(Norvik::Lumetra::Image::ImageInfo* info, int32_t options,
                                               Norvik::Lumetra::Image::ImageData* data,
                                               Norvik::Lumetra::Image** image) = 0;
-  // The same for audio. info and data point to the audio description and access
-  // records (AudioInfo, AudioData); typed once the audio records are declared.
-  virtual Norvik::Lumetra::Status CreateAudio(void* info, int32_t options, void* data,
+  // The same for audio: a new audio object of info's format, rate and layout;
+  // data's samples, when given, are adopted as that format.
+  virtual Norvik::Lumetra::Status CreateAudio(Norvik::Lumetra::Speech::Audio::AudioInfo* info, int32_t options,
+                                              Norvik::Lumetra::Speech::Audio::AudioData* data,
                                               Norvik::Lumetra::Speech::Audio** audio) = 0;
   virtual void Destroy(uint32_t flags) = 0;
 

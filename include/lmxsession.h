@@ -15,17 +15,7 @@ class LMXSchedulerService;
 
 namespace Norvik::Lumetra {
 
-// The host's session. The library only queries it: "SES2" for its session service,
-// and the interface that image and audio objects keep.
-class Session : public Base {
- public:
-  static constexpr InterfaceId kIid = 0;
-  static constexpr InterfaceId kIid2 = 0;
-  static constexpr InterfaceId kSessionServiceIid = FourCC("SES2");
-
- protected:
-  ~Session() = default;
-};
+class Session;
 
 namespace Service {
 
@@ -98,6 +88,40 @@ static_assert(offsetof(DLLExportTable, desc) == 16);
 static_assert(offsetof(DLLExportTable, desc) + offsetof(ImplDesc, friendlyName) == 68);
 
 }  // namespace Service
+// The host's session. Slots: 0 QueryInstance, 1 Release, 2 QueryImpl, 3 CreateImpl.
+//
+// The library queries it for "SES2" (its session service) and for the interface
+// that image and audio objects keep, and asks it for implementations when a
+// metadata store rebuilds a serialised object.
+//
+// Contract for hosts:
+//   QueryImpl(pattern, index, desc): writes to *desc the full descriptor of the
+//     index-th (from 0) implementation known to the session that matches
+//     `pattern`, and answers a non-negative status; answers a negative status
+//     (and leaves *desc alone) when fewer than index + 1 implementations match.
+//     Which fields take part in the match is the host's rule; fields that are
+//     zero in the pattern should match anything. The order must be the same for
+//     the same pattern while the session lives.
+//   CreateImpl(desc, iid, instance): creates an instance of the implementation
+//     that `desc` names (as QueryImpl wrote it), stores its `iid` face (or, when
+//     the implementation does not offer it, its primary face) in *instance with
+//     one reference owned by the caller, and answers a non-negative status; on
+//     failure answers a negative status and leaves *instance null.
+// Both may be called with the caller's locks held; they must not call back into
+// the object that asks.
+class Session : public Base {
+ public:
+  static constexpr InterfaceId kIid = 0;
+  static constexpr InterfaceId kIid2 = 0;
+  static constexpr InterfaceId kSessionServiceIid = FourCC("SES2");
+
+  virtual Status QueryImpl(const Service::ImplDesc* pattern, int32_t index, Service::ImplDesc* desc) = 0;
+  virtual Status CreateImpl(const Service::ImplDesc* desc, InterfaceId iid, Base** instance) = 0;
+
+ protected:
+  ~Session() = default;
+};
+
 }  // namespace Norvik::Lumetra
 
 // Name of the one exported symbol.

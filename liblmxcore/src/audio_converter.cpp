@@ -7,9 +7,9 @@
 #include <new>
 #include <string>
 
-#include "allocator_audio_face.h"
 #include "dsp/audio_kernels.h"
 #include "dsp/resampler.h"
+#include "lmxallocator.h"
 #include "lmxutils.h"
 #include "module_factories.h"
 
@@ -59,7 +59,7 @@ void AudioConverter::FreeResampler() {
 
 LMXAudio* AudioConverter::CreateDestination(LMXAudio::AudioInfo info) {
   if (!allocator) return nullptr;
-  auto* creator = static_cast<LMXAllocatorAudioFace*>(allocator->QueryInstance(LMXAllocatorAudioFace::kIid));
+  auto* creator = allocator->QueryInstance<LMXAllocator>();
   if (!creator) return nullptr;
   LMXAudio* audio = nullptr;
   if (creator->CreateAudio(&info, 0, nullptr, &audio) < 0) return nullptr;

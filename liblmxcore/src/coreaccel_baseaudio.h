@@ -55,7 +55,7 @@ class BaseAudio : public Norvik::Lumetra::BaseImpl2<LMXAudio, LMXAudioService> {
   // object calls it: audio conversions never need an intermediate format, so
   // `interm` is left untouched. Not a slot.
   Norvik::Lumetra::Status CopySystemBuffer(const AudioInfo* src_info, AudioData* src, const AudioInfo* dst_info,
-                                           AudioData* dst, int32_t* /*interm*/) {
+                                           AudioData* dst, AudioFormat* /*interm*/) {
     return CopyData(src_info, src, dst_info, dst);
   }
 

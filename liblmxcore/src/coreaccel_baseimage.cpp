@@ -1,61 +1,16 @@
-// Image layout (format names, plane query) and the BaseImage operations that do
-// not move pixels between buffers.
+// The plane query (size checks over the one pixel-format table of
+// kernels/pixel_format_table.h) and the BaseImage operations that do not move
+// pixels between buffers.
 #include "coreaccel_baseimage.h"
 
 #include <cstring>
-#include <string>
 
 #include "core_metadata.h"
-#include "lmx/platform/text.h"
 #include "lmxutils.h"
 
 namespace lmx {
 
 using namespace Norvik::Lumetra;
-
-namespace {
-
-// Built-in pixel formats: printed name, plane count, bytes per pixel of plane 0.
-// Two-plane formats use one byte per pixel on both planes; plane 1 has half the rows.
-struct PixelFormatTraits {
-  int32_t format;
-  const wchar_t* name;
-  int32_t planes;
-  uint32_t bytesPerPixel;
-};
-
-constexpr PixelFormatTraits kPixelFormats[] = {
-    {Image::PIXEL_FORMAT_YUY2, L"YUY2", 1, 2},
-    {Image::PIXEL_FORMAT_NV12, L"NV12", 2, 1},
-    {Image::PIXEL_FORMAT_BGRA, L"BGRA", 1, 4},
-    {Image::PIXEL_FORMAT_BGR, L"BGR", 1, 3},
-    {Image::PIXEL_FORMAT_Y8, L"Y8", 1, 1},
-    {Image::PIXEL_FORMAT_RGBA, L"RGBA", 1, 4},
-    {Image::PIXEL_FORMAT_RGB, L"RGB", 1, 3},
-    {Image::PIXEL_FORMAT_NV21, L"Unknown", 2, 1},  // named only in conversion traces
-    {Image::PIXEL_FORMAT_DEPTH, L"DEPTH", 1, 2},
-    {Image::PIXEL_FORMAT_DEPTH_NATIVE, L"DEPTH(NATIVE)", 1, 2},
-    {Image::PIXEL_FORMAT_DEPTH_FLOAT, L"DEPTH(FLOAT)", 1, 4},
-    {Image::PIXEL_FORMAT_Y16, L"Y16", 1, 2},
-    {Image::PIXEL_FORMAT_Y8_RELATIVE, L"Y8_REL", 1, 1},
-    {Image::PIXEL_FORMAT_ATTACHED_8BPP, L"Unknown", 1, 8},
-    {Image::PIXEL_FORMAT_ATTACHED_2BPP, L"Unknown", 1, 2},
-    {Image::PIXEL_FORMAT_DEPTH_CONFIDENCE, L"DEPTH(CONF)", 1, 1},
-    {Image::PIXEL_FORMAT_ATTACHED_1BPP, L"Unknown", 1, 1},
-};
-
-const PixelFormatTraits* FindPixelFormat(int32_t format) {
-  for (const auto& traits : kPixelFormats)
-    if (traits.format == format) return &traits;
-  return nullptr;
-}
-
-}  // namespace
-
-const wchar_t* PixelFormatName(int32_t format) {
-  const PixelFormatTraits* traits = FindPixelFormat(format);
-  return traits ? traits->name : L"Unknown";
-}
 
 int32_t QueryPlaneInfo(const ImageInfo* info, int32_t /*options*/, PlaneInfo* planes) {
   PlaneInfo scratch;
@@ -63,20 +18,7 @@ int32_t QueryPlaneInfo(const ImageInfo* info, int32_t /*options*/, PlaneInfo* pl
   if (!info) return 0;
   LMX_CHECK(info->width && info->height, 0);
   LMX_CHECK(info->width < 32768 && info->height < 32768, 0);
-  std::memset(planes, 0, sizeof(*planes));
-  const PixelFormatTraits* traits = FindPixelFormat(info->format & kPixelFormatMask);
-  if (!traits) return 0;
-  for (int32_t c = 0; c < traits->planes; ++c) {
-    planes->plane[c].width = static_cast<uint32_t>(info->width);
-    planes->plane[c].height = static_cast<uint32_t>(info->height);
-    planes->plane[c].bytesPerPixel = traits->bytesPerPixel;
-  }
-  if (traits->planes == 2) planes->plane[1].height = static_cast<uint32_t>(info->height / 2);
-  const int32_t rotation = (info->format & kRotationMask) >> kRotationShift;
-  if (rotation == 90 || rotation == 270) {
-    for (int32_t c = 0; c < traits->planes; ++c) std::swap(planes->plane[c].width, planes->plane[c].height);
-  }
-  return traits->planes;
+  return kernels::ComputePlaneLayout(info->width, info->height, info->format, planes);
 }
 
 Status BaseImage::QueryInfo(ImageInfo* info) {

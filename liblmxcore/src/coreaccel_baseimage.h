@@ -12,6 +12,7 @@
 
 #include <cstdint>
 
+#include "kernels/pixel_format_table.h"
 #include "lmximage.h"
 #include "lmximpl.h"
 
@@ -22,8 +23,9 @@ using ImageData = Norvik::Lumetra::Image::ImageData;
 using PlaneInfo = LMXImageService::PlaneInfo;
 
 // Static wide name of an exact pixel-format code ("YUY2", "DEPTH(CONF)", ...);
-// "Unknown" for any other value, rotated codes included.
-const wchar_t* PixelFormatName(int32_t format);
+// "Unknown" for any other value, rotated codes included. One table serves the
+// names, the plane layout and the conversions (kernels/pixel_format_table.h).
+using kernels::PixelFormatName;
 
 // Plane count (0..2 for built-in formats) of a description, filling planes (may be
 // null). A zero dimension or one of 32768 and more is logged and answers 0; an
@@ -103,6 +105,10 @@ class BaseImage : public Norvik::Lumetra::BaseImpl3<Norvik::Lumetra::Image, LMXI
  protected:
   BaseImage() = default;
   ~BaseImage() = default;
+
+  // The body of ExportData (ACCESS_READ) and ImportData (ACCESS_WRITE) once the
+  // caller's record has passed its checks.
+  Status TransferCallerData(Access access, ImageData* data, int32_t options);
 
   ImageInfo info{};      // description: size, format key, reserved word
   int32_t options = 0;   // creation options, handed to every storage buffer

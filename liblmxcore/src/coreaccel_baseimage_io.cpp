@@ -1,9 +1,8 @@
 // Moving pixels between an image and caller memory (ExportData, ImportData) or
 // another image (CopyImage), through the access protocol so that any needed
 // format conversion happens on the way.
-#include <cstring>
-
 #include "coreaccel_baseimage.h"
+#include "kernels/pixel_kernels.h"
 #include "lmxutils.h"
 
 namespace lmx {
@@ -22,49 +21,68 @@ constexpr int32_t kModeMirrorAxis2 = 16;
 // them again at 90, 180 and 270 degrees.
 constexpr int32_t kSideDataKeys[] = {0x40000002, 0x40000003, 0x40000004, 0x4B400002, 0x56800002, 0x61C00002};
 
-// Copies rows of width x bytes-per-pixel bytes of every plane set on both sides.
-// With flip the source is walked from its last row upwards.
-Status CopyPlanesPlain(const PlaneInfo& planes, int32_t count, const ImageData& src, const ImageData& dst,
-                       bool flip) {
-  for (int32_t c = 0; c < count; ++c) {
-    if (!src.planes[c] || !dst.planes[c]) continue;
-    const auto& plane = planes.plane[c];
-    const size_t rowBytes = static_cast<size_t>(plane.width) * plane.bytesPerPixel;
-    const uint8_t* srcRow = src.planes[c];
-    ptrdiff_t srcPitch = src.pitches[c];
-    if (flip && plane.height > 0) {
-      srcRow += static_cast<ptrdiff_t>(plane.height - 1) * srcPitch;
-      srcPitch = -srcPitch;
+// Copies one plane of width x height pixels of bpp bytes in a copy mode. The
+// source pointer names the first row to read and its pitch may be negative (a
+// vertical flip). Returns the kernel's status, or LMX_STATUS_PARAM_UNSUPPORTED
+// for a mode the format or pixel size cannot take.
+Status CopyPlaneInMode(int32_t mode, int32_t format, const uint8_t* src, int32_t srcPitch, uint8_t* dst,
+                       int32_t dstPitch, int32_t width, int32_t height, int32_t bpp) {
+  switch (mode) {
+    case kModePlain:
+      return kernels::CopyPlane(src, srcPitch, dst, dstPitch, width * bpp, height);
+    case kModeMirror:
+      // YUY2 keeps its pixel pairs; the 8-byte side data mirrors whole pixels.
+      if (format == Image::PIXEL_FORMAT_YUY2) return kernels::MirrorYUY2Plane(src, srcPitch, dst, dstPitch, width, height);
+      if (format == Image::PIXEL_FORMAT_ATTACHED_8BPP)
+        return kernels::MirrorPlane(src, srcPitch, dst, dstPitch, width, height, 8, kernels::kMirrorLeftRight);
+      LMX_CHECK(bpp >= 1 && bpp <= 4, LMX_STATUS_PARAM_UNSUPPORTED);
+      return kernels::MirrorPlane(src, srcPitch, dst, dstPitch, width, height, bpp, kernels::kMirrorLeftRight);
+    case kModeSwapRedBlue: {
+      // Only three- and four-channel colour have red and blue to swap.
+      const int32_t colour = format & ~0x200;
+      LMX_CHECK(colour == Image::PIXEL_FORMAT_BGR || colour == Image::PIXEL_FORMAT_BGRA, LMX_STATUS_PARAM_UNSUPPORTED);
+      return kernels::ReorderChannels(src, srcPitch, dst, dstPitch, width, height, bpp);
     }
-    uint8_t* dstRow = dst.planes[c];
-    for (uint32_t y = 0; y < plane.height; ++y, srcRow += srcPitch, dstRow += dst.pitches[c])
-      std::memcpy(dstRow, srcRow, rowBytes);
+    case kModeMirrorAxis2:
+      // Rows treated as single-byte pixels, mirrored top to bottom.
+      return kernels::MirrorPlane(src, srcPitch, dst, dstPitch, width * bpp, height, 1, kernels::kMirrorTopBottom);
+    default:
+      return LMX_STATUS_PARAM_UNSUPPORTED;
   }
-  return LMX_STATUS_NO_ERROR;
 }
 
-// Copies with the mode of an export or import. Modes other than plain need the
-// mirror and reorder kernels.
+// Copies every plane set on both sides with the mode of an export or import
+// (options: bit 2 a vertical flip, the rest the mode). A mode other than 0, 1, 4
+// and 16 copies nothing and answers LMX_STATUS_PARAM_UNSUPPORTED.
 Status CopyPlanesWithMode(const PlaneInfo& planes, int32_t count, const ImageData& src, const ImageData& dst,
                           int32_t format, int32_t options) {
   const bool flip = options & kFlipVertically;
   const int32_t mode = options & ~kFlipVertically;
-  switch (mode) {
-    case kModePlain:
-      return CopyPlanesPlain(planes, count, src, dst, flip);
-    case kModeSwapRedBlue:
-      // Only three- and four-channel colour can swap red and blue.
-      if ((format & ~0x200) != Image::PIXEL_FORMAT_BGR && (format & ~0x200) != Image::PIXEL_FORMAT_BGRA)
-        return LMX_STATUS_PARAM_UNSUPPORTED;
-      [[fallthrough]];
-    case kModeMirror:
-    case kModeMirrorAxis2:
-      // TO BE REPLACED: run the mirror / channel-reorder kernels of the kernels
-      // library here once they are merged. Until then these modes fail cleanly.
-      return LMX_STATUS_FEATURE_UNSUPPORTED;
-    default:
-      return LMX_STATUS_PARAM_UNSUPPORTED;
+  LMX_CHECK(mode == kModePlain || mode == kModeMirror || mode == kModeSwapRedBlue || mode == kModeMirrorAxis2,
+            LMX_STATUS_PARAM_UNSUPPORTED);
+  for (int32_t c = 0; c < count; ++c) {
+    if (!src.planes[c] || !dst.planes[c]) continue;
+    // The plane query keeps sizes below 32768 and pixels at most 8 bytes: rows fit 32 bits.
+    const auto width = static_cast<int32_t>(planes.plane[c].width);
+    const auto height = static_cast<int32_t>(planes.plane[c].height);
+    const auto bpp = static_cast<int32_t>(planes.plane[c].bytesPerPixel);
+    const uint8_t* srcRow = src.planes[c];
+    int32_t srcPitch = src.pitches[c];
+    if (flip && height > 0) {
+      srcRow += static_cast<ptrdiff_t>(height - 1) * srcPitch;
+      srcPitch = -srcPitch;
+    }
+    const Status sts = CopyPlaneInMode(mode, format, srcRow, srcPitch, dst.planes[c], dst.pitches[c], width, height, bpp);
+    if (sts < 0) return sts;
   }
+  return LMX_STATUS_NO_ERROR;
+}
+
+// Plain copy of every plane of a format key between two acquired buffers.
+Status CopyAllPlanes(const ImageInfo& info, int32_t key, const ImageData& src, const ImageData& dst) {
+  ImageInfo layout{info.width, info.height, key, 0};
+  PlaneInfo planes{};
+  return CopyPlanesWithMode(planes, lmx::QueryPlaneInfo(&layout, 0, &planes), src, dst, key, kModePlain);
 }
 
 Status CheckCallerData(const ImageData* data) {
@@ -79,26 +97,25 @@ Status CheckCallerData(const ImageData* data) {
 
 Status BaseImage::ExportData(ImageData* data, int32_t options) {
   LMX_CHECK_CALL(CheckCallerData(data));
-  ImageData local{};
-  Status sts = AcquireAccess(ACCESS_READ, static_cast<PixelFormat>(data->format), 0, &local);
-  if (sts < 0) return sts;
-  ImageInfo layout{info.width, info.height, data->format, 0};
-  PlaneInfo planes{};
-  const int32_t count = lmx::QueryPlaneInfo(&layout, 0, &planes);
-  sts = CopyPlanesWithMode(planes, count, local, *data, data->format, options);
-  ReleaseAccess(&local);
-  return sts;
+  return TransferCallerData(ACCESS_READ, data, options);
 }
 
 Status BaseImage::ImportData(ImageData* data, int32_t options) {
   LMX_CHECK_CALL(CheckCallerData(data));
+  return TransferCallerData(ACCESS_WRITE, data, options);
+}
+
+// Acquires this image in the caller's format (reading converts, writing does not)
+// and copies between its planes and the caller's in the direction of the access.
+Status BaseImage::TransferCallerData(Access access, ImageData* data, int32_t options) {
   ImageData local{};
-  Status sts = AcquireAccess(ACCESS_WRITE, static_cast<PixelFormat>(data->format), 0, &local);
+  Status sts = AcquireAccess(access, static_cast<PixelFormat>(data->format), 0, &local);
   if (sts < 0) return sts;
   ImageInfo layout{info.width, info.height, data->format, 0};
   PlaneInfo planes{};
   const int32_t count = lmx::QueryPlaneInfo(&layout, 0, &planes);
-  sts = CopyPlanesWithMode(planes, count, *data, local, data->format, options);
+  const bool exporting = access == ACCESS_READ;
+  sts = CopyPlanesWithMode(planes, count, exporting ? local : *data, exporting ? *data : local, data->format, options);
   ReleaseAccess(&local);
   return sts;
 }
@@ -118,9 +135,7 @@ Status BaseImage::CopyImage(Image* src) {
     ImageData to{};
     if (src->AcquireAccess(ACCESS_READ, static_cast<PixelFormat>(key), 0, &from) < 0) continue;
     if (AcquireAccess(ACCESS_WRITE, static_cast<PixelFormat>(key), 0, &to) >= 0) {
-      ImageInfo layout{dst_info.width, dst_info.height, key, 0};
-      PlaneInfo planes{};
-      CopyPlanesPlain(planes, lmx::QueryPlaneInfo(&layout, 0, &planes), from, to, false);
+      CopyAllPlanes(dst_info, key, from, to);
       ReleaseAccess(&to);
     }
     src->ReleaseAccess(&from);
@@ -132,9 +147,7 @@ Status BaseImage::CopyImage(Image* src) {
   if (sts < 0) return sts;
   sts = AcquireAccess(ACCESS_WRITE, static_cast<PixelFormat>(from.format), 0, &to);
   if (sts >= 0) {
-    ImageInfo layout{dst_info.width, dst_info.height, from.format, 0};
-    PlaneInfo planes{};
-    sts = CopyPlanesPlain(planes, lmx::QueryPlaneInfo(&layout, 0, &planes), from, to, false);
+    sts = CopyAllPlanes(dst_info, from.format, from, to);
     ReleaseAccess(&to);
   }
   src->ReleaseAccess(&from);

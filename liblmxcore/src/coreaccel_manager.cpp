@@ -19,7 +19,6 @@ using namespace Norvik::Lumetra;
 
 namespace {
 
-constexpr int32_t kNotifyOption = static_cast<int32_t>(0xC8136925);
 constexpr int32_t kStorageConversionOption = 0x10000;
 constexpr int kWriteWaitTries = 500;
 constexpr auto kWriteWaitStep = std::chrono::milliseconds(10);
@@ -36,9 +35,17 @@ std::wstring KeyName(int32_t key) {
 
 }  // namespace
 
-Status MultiBufferTraits<BaseImage>::CreateStorage(const ImageInfo& info, int32_t key, const ImageData* adopt,
-                                                   int32_t options, Base* provider, BaseImage** storage) {
-  return CreateImageSysMem(info, key, adopt, options, provider, storage);
+Status MultiBufferTraits<BaseImage>::CreateStorage(BaseImage& object, const ImageInfo& info, int32_t key,
+                                                   const ImageData* adopt, int32_t options, BaseImage** storage) {
+  return CreateImageSysMem(info, key, adopt, options, object.GetMemoryProvider(), storage);
+}
+
+Status MultiBufferTraits<BaseAudio>::CreateStorage(BaseAudio& /*object*/, const AudioInfo& info, int32_t key,
+                                                   const AudioData* adopt, int32_t options, BaseAudio** storage) {
+  AudioSysMem* sysmem = nullptr;
+  const Status sts = AudioSysMem::Create(info, key, adopt, static_cast<uint32_t>(options), &sysmem);
+  *storage = sysmem;
+  return sts;
 }
 
 template <class BASE, class INFO, class DATA>
@@ -101,37 +108,41 @@ Status MultiBuffer<BASE, INFO, DATA>::SetReleaseHandler(ReleaseHandler handler, 
 }
 
 template <class BASE, class INFO, class DATA>
-Status MultiBuffer<BASE, INFO, DATA>::AcquireAccess(Access access, PixelFormat format, int32_t options, DATA* data) {
-  int32_t angle = options & 0x1FF;
-  if (angle) {
-    // Each mirroring property (304) that is set turns the angle the other way.
-    const int32_t size = QueryBufferSize(kMetadataMirroring);
-    if (size > 0 && size <= kMirroringMaxBytes) {
-      std::vector<uint8_t> pairs(static_cast<size_t>(size));
-      if (QueryBuffer(kMetadataMirroring, pairs.data(), size) >= 0 && size >= 8) {
-        for (int32_t offset = 0; offset + 8 <= size; offset += 8) {
-          uint32_t id;
-          float value;
-          std::memcpy(&id, pairs.data() + offset, sizeof(id));
-          std::memcpy(&value, pairs.data() + offset + 4, sizeof(value));
-          if (id == kMirrorPropertyId && !(value == 0.0f)) angle = 360 - angle;
+Status MultiBuffer<BASE, INFO, DATA>::AcquireAccess(Access access, Format format, int32_t options, DATA* data) {
+  if constexpr (!Traits::kHasRotation) {
+    return AcquireAccessMulti(access, nullptr, format, data);
+  } else {
+    int32_t angle = options & 0x1FF;
+    if (angle) {
+      // Each mirroring property (304) that is set turns the angle the other way.
+      const int32_t size = this->QueryBufferSize(kMetadataMirroring);
+      if (size > 0 && size <= kMirroringMaxBytes) {
+        std::vector<uint8_t> pairs(static_cast<size_t>(size));
+        if (this->QueryBuffer(kMetadataMirroring, pairs.data(), size) >= 0 && size >= 8) {
+          for (int32_t offset = 0; offset + 8 <= size; offset += 8) {
+            uint32_t id;
+            float value;
+            std::memcpy(&id, pairs.data() + offset, sizeof(id));
+            std::memcpy(&value, pairs.data() + offset + 4, sizeof(value));
+            if (id == kMirrorPropertyId && !(value == 0.0f)) angle = 360 - angle;
+          }
         }
       }
     }
+    // Format 0 names the native format; a rotated view of it needs the format spelled
+    // out, or the key would carry a rotation of no format at all.
+    const int32_t plain = (format == 0 && angle != 0) ? this->info.format : static_cast<int32_t>(format);
+    const int32_t key = static_cast<int32_t>((static_cast<uint32_t>(angle) << kRotationShift) +
+                                             static_cast<uint32_t>(plain));
+    return AcquireAccessMulti(access, nullptr, key, data);
   }
-  // Format 0 names the native format; a rotated view of it needs the format spelled
-  // out, or the key would carry a rotation of no format at all.
-  const int32_t plain = (format == 0 && angle != 0) ? this->info.format : static_cast<int32_t>(format);
-  const int32_t key = static_cast<int32_t>((static_cast<uint32_t>(angle) << kRotationShift) +
-                                           static_cast<uint32_t>(plain));
-  return AcquireAccessMulti(access, nullptr, key, data);
 }
 
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::AcquireAccessMulti(Access access, void* accelerator, int32_t key, DATA* data) {
   LMX_CHECK(data, LMX_STATUS_HANDLE_INVALID);
   std::memset(data, 0, sizeof(*data));
-  PixelFormat interm = static_cast<PixelFormat>(0);
+  Format interm = static_cast<Format>(0);
   for (int passes = 0;;) {
     Status sts;
     do {
@@ -150,7 +161,7 @@ Status MultiBuffer<BASE, INFO, DATA>::AcquireAccessMulti(Access access, void* ac
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void* /*accelerator*/, int32_t key,
                                                             DATA* data, bool bAllocationAllowed,
-                                                            PixelFormat* interm) {
+                                                            Format* interm) {
   LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "MultiBuffer::InternalAcquireAccess");
   LMX_CHECK(access == BASE::ACCESS_WRITE || access == BASE::ACCESS_READ || access == BASE::ACCESS_READ_WRITE,
             LMX_STATUS_PARAM_UNSUPPORTED);
@@ -171,7 +182,7 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
   LMX_CHECK(access_list.find(data) == access_list.end(), LMX_STATUS_PARAM_UNSUPPORTED);
 
   const int32_t sourceFormat = interm ? static_cast<int32_t>(*interm) : 0;
-  if (interm) *interm = static_cast<PixelFormat>(0);
+  if (interm) *interm = static_cast<Format>(0);
   const int32_t format = key ? key : this->info.format;
 
   NativeBuffer* native = nullptr;
@@ -208,7 +219,7 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
 
     const int32_t named = interm ? static_cast<int32_t>(*interm) : 0;
     LoggingService* logger = lmsdk::LogUtil::GetLogger();
-    if (Traits::kLogsConversion && logger->IsLevelEnabled(LOG_LEVEL_DEBUG)) {
+    if (Traits::kLogsConversion && logger->IsLevelEnabled(LOG_LEVEL_DEBUG)) {  // images only
       std::wostringstream line;
       line << L"Format conversion [";
       bool first = true;
@@ -246,7 +257,7 @@ Status MultiBuffer<BASE, INFO, DATA>::GetBuffer(INFO* info, int32_t key, DATA* d
   }
   LMX_CHECK(bAllocationAllowed || buffers.size() == 1, LMX_STATUS_ITEM_UNAVAILABLE);
   BASE* storage = nullptr;
-  const Status sts = Traits::CreateStorage(*info, key, data, options, this->GetMemoryProvider(), &storage);
+  const Status sts = Traits::CreateStorage(*this, *info, key, data, options, &storage);
   if (sts < 0) {
     if (storage) storage->Release();
     return sts;
@@ -329,17 +340,15 @@ Status MultiBuffer<BASE, INFO, DATA>::ReInitImpl(INFO* info, DATA* data, int32_t
 }
 
 template <class BASE, class INFO, class DATA>
-Status MultiBuffer<BASE, INFO, DATA>::SetOptionsImpl(int32_t options) {
-  if (options == kNotifyOption) {
-    notify = true;
-    return LMX_STATUS_NO_ERROR;
-  }
-  return BASE::SetOptionsImpl(options);
+bool MultiBuffer<BASE, INFO, DATA>::TakeNotifyOption(int32_t options) {
+  if (options != kNotifyOption) return false;
+  notify = true;
+  return true;
 }
 
 template <class BASE, class INFO, class DATA>
-Status MultiBuffer<BASE, INFO, DATA>::SetInvalidateCallback(LMXImageService::InvalidateCallback callback,
-                                                            void* argument) {
+Status MultiBuffer<BASE, INFO, DATA>::KeepInvalidateCallback(LMXImageService::InvalidateCallback callback,
+                                                             void* argument) {
   std::lock_guard guard(lock);
   invalidateCallback = callback;
   invalidateArgument = callback ? argument : nullptr;
@@ -347,7 +356,7 @@ Status MultiBuffer<BASE, INFO, DATA>::SetInvalidateCallback(LMXImageService::Inv
 }
 
 template <class BASE, class INFO, class DATA>
-Status MultiBuffer<BASE, INFO, DATA>::AttachObject(Base* object) {
+Status MultiBuffer<BASE, INFO, DATA>::KeepAttachedObject(Base* object) {
   LMX_CHECK(object, LMX_STATUS_HANDLE_INVALID);
   std::lock_guard guard(lock);
   attached.push_back(object);
@@ -386,6 +395,7 @@ bool MultiBuffer<BASE, INFO, DATA>::IsBufferValid(int32_t key) {
 }
 
 template class MultiBuffer<BaseImage, ImageInfo, ImageData>;
+template class MultiBuffer<BaseAudio, AudioInfo, AudioData>;
 
 // ---------------------------------------------------------------------------
 // The allocator service.
@@ -411,13 +421,15 @@ class AllocatorImpl final : public LMXAddRefImpl<LMXBaseImpl<LMXAllocator>> {
   Status Reserved5() override { return LMX_STATUS_FEATURE_UNSUPPORTED; }
   Status Reserved6() override { return LMX_STATUS_FEATURE_UNSUPPORTED; }
 
-  Status CreateImage(ImageInfo* info, int32_t options, ImageData* data, Image** buffer) override {
-    LMX_TRACE("CreateImage");
+  // The body of CreateImage and CreateAudio: a new multi-format object of the
+  // session, owned by the caller, or nothing when its construction failed.
+  template <class OBJECT, class INFO, class DATA, class FACE>
+  Status CreateObject(INFO* info, int32_t options, DATA* data, FACE** buffer) {
     LMX_CHECK(buffer, LMX_STATUS_HANDLE_INVALID);
     LMX_CHECK(info || !data, LMX_STATUS_HANDLE_INVALID);
     *buffer = nullptr;
     Status sts = LMX_STATUS_ALLOC_FAILED;
-    auto* obj = new (std::nothrow) ImageObject(session, info, data, options, &sts);
+    auto* obj = new (std::nothrow) OBJECT(session, info, data, options, &sts);
     LMX_CHECK(obj, LMX_STATUS_ALLOC_FAILED);
     if (sts < 0) {
       obj->Destroy(kDestroyFreeMemory);  // never reaches the caller
@@ -427,12 +439,14 @@ class AllocatorImpl final : public LMXAddRefImpl<LMXBaseImpl<LMXAllocator>> {
     return sts;
   }
 
-  // Audio objects are not built yet.
-  Status CreateAudio(void*, int32_t, void*, Speech::Audio** audio) override {
+  Status CreateImage(ImageInfo* info, int32_t options, ImageData* data, Image** buffer) override {
+    LMX_TRACE("CreateImage");
+    return CreateObject<ImageObject>(info, options, data, buffer);
+  }
+
+  Status CreateAudio(AudioInfo* info, int32_t options, AudioData* data, Speech::Audio** buffer) override {
     LMX_TRACE("CreateAudio");
-    LMX_CHECK(audio, LMX_STATUS_HANDLE_INVALID);
-    *audio = nullptr;
-    return LMX_STATUS_FEATURE_UNSUPPORTED;
+    return CreateObject<AudioObject>(info, options, data, buffer);
   }
 
   void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }

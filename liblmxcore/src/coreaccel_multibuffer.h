@@ -8,9 +8,10 @@
 // conversion names. A write makes every other non-attachable format stale when it
 // is released. Each successful acquisition holds one reference on the object.
 //
-// Faces, in memory order: BASE's (Image, LMXImageService, LMXImageServiceOld), then
-// LMXReleaseService, Reference, Metadata and LMXMetadataInternal (the object is its
-// own metadata store; it answers only the first Metadata identifier).
+// Faces, in memory order: BASE's (images: Image, LMXImageService,
+// LMXImageServiceOld; audio: Audio, LMXAudioService), then LMXReleaseService,
+// Reference, Metadata and LMXMetadataInternal (the object is its own metadata
+// store; it answers only the first Metadata identifier).
 //
 // Concurrency: any thread may acquire and release. `lock` (recursive) guards
 // `buffers` and `access_list` and is held during a conversion. m_bWriteFinished is
@@ -18,7 +19,7 @@
 // under the lock. The reference count is atomic (full ordering).
 //
 // The member definitions are in coreaccel_manager.cpp, which instantiates the
-// template for images; the audio instantiation supplies MultiBufferTraits<BaseAudio>.
+// template for images and for audio.
 #pragma once
 
 #include <atomic>
@@ -28,6 +29,7 @@
 #include <vector>
 
 #include "core_metadata.h"
+#include "coreaccel_baseaudio.h"
 #include "coreaccel_baseimage.h"
 #include "lmxsession.h"
 #include "release_hooks.h"
@@ -50,16 +52,19 @@ class LMXAccessObserver : public Norvik::Lumetra::Base {
 
 namespace lmx {
 
+using AudioInfo = LMXAudio::AudioInfo;
+using AudioData = LMXAudio::AudioData;
+
 // What the template needs to know of its family (image or audio).
 template <class BASE>
 struct MultiBufferTraits;
 
-// An audio instantiation supplies MultiBufferTraits<BaseAudio> with the same
-// members (IsAttachable answering false, ObserverKind answering 3, kLogsConversion
-// false). The rotation read in AcquireAccess is the one image-only step: its
-// override follows Image's signature and is adapted to Audio's there.
 template <>
 struct MultiBufferTraits<BaseImage> {
+  using Format = Norvik::Lumetra::Image::PixelFormat;
+  // AcquireAccess turns its options' low 9 bits (and the mirroring metadata) into
+  // the rotation bits of the key.
+  static constexpr bool kHasRotation = true;
   // Conversions write the "Format conversion [...]" line.
   static constexpr bool kLogsConversion = true;
   // The side-data formats: never tracked, never made stale by a write.
@@ -68,9 +73,9 @@ struct MultiBufferTraits<BaseImage> {
            format == Norvik::Lumetra::Image::PIXEL_FORMAT_DEPTH_CONFIDENCE ||
            format == Norvik::Lumetra::Image::PIXEL_FORMAT_ATTACHED_2BPP;
   }
-  static Norvik::Lumetra::Status CreateStorage(const ImageInfo& info, int32_t key, const ImageData* adopt,
-                                               int32_t options, Norvik::Lumetra::Base* provider,
-                                               BaseImage** storage);
+  // Storage of one key; the object's memory provider (metadata 0x24740F79) is handed on.
+  static Norvik::Lumetra::Status CreateStorage(BaseImage& object, const ImageInfo& info, int32_t key,
+                                               const ImageData* adopt, int32_t options, BaseImage** storage);
   static ImageInfo Describe(BaseImage* storage) {
     ImageInfo description{};
     storage->GetImageInfo(&description);
@@ -84,8 +89,65 @@ struct MultiBufferTraits<BaseImage> {
   }
 };
 
+template <>
+struct MultiBufferTraits<BaseAudio> {
+  using Format = LMXAudio::AudioFormat;
+  static constexpr bool kHasRotation = false;
+  static constexpr bool kLogsConversion = false;
+  static bool IsAttachable(int32_t) { return false; }
+  static Norvik::Lumetra::Status CreateStorage(BaseAudio& object, const AudioInfo& info, int32_t key,
+                                               const AudioData* adopt, int32_t options, BaseAudio** storage);
+  static AudioInfo Describe(BaseAudio* storage) { return storage->QueryInfo(); }
+  // One block of samples for the two sample formats; none for any other code.
+  static int32_t CountPlanes(const AudioInfo* info) {
+    return info->format == LMXAudio::AUDIO_FORMAT_PCM || info->format == LMXAudio::AUDIO_FORMAT_IEEE_FLOAT ? 1 : 0;
+  }
+  static int32_t ObserverKind(int32_t) { return 3; }
+};
+
+// The entry points in which the image and audio faces differ, forwarded to the
+// multi-format object OBJECT (which derives from this class). These classes add
+// no virtual operations of their own, so BASE's slots keep their places.
+template <class BASE, class OBJECT>
+class MultiBufferFace;
+
+template <class OBJECT>
+class MultiBufferFace<BaseImage, OBJECT> : public BaseImage {
+ public:
+  // The options setter (last slot).
+  Norvik::Lumetra::Status SetOptionsImpl(int32_t options) override {
+    if (Self().TakeNotifyOption(options)) return Norvik::Lumetra::LMX_STATUS_NO_ERROR;
+    return BaseImage::SetOptionsImpl(options);
+  }
+  Norvik::Lumetra::Status SetInvalidateCallback(LMXImageService::InvalidateCallback callback,
+                                                void* argument) override {
+    return Self().KeepInvalidateCallback(callback, argument);
+  }
+  Norvik::Lumetra::Status AttachObject(Norvik::Lumetra::Base* object) override {
+    return Self().KeepAttachedObject(object);
+  }
+
+ private:
+  OBJECT& Self() { return static_cast<OBJECT&>(*this); }
+};
+
+template <class OBJECT>
+class MultiBufferFace<BaseAudio, OBJECT> : public BaseAudio {
+ public:
+  // Both options setters of the audio face take the notification value.
+  void SetOptions(uint32_t options) override {
+    if (!Self().TakeNotifyOption(static_cast<int32_t>(options))) BaseAudio::SetOptions(options);
+  }
+  void SetOptionsAgain(uint32_t options) override {
+    if (!Self().TakeNotifyOption(static_cast<int32_t>(options))) BaseAudio::SetOptionsAgain(options);
+  }
+
+ private:
+  OBJECT& Self() { return static_cast<OBJECT&>(*this); }
+};
+
 template <class BASE, class INFO, class DATA>
-class MultiBuffer : public BASE,
+class MultiBuffer : public MultiBufferFace<BASE, MultiBuffer<BASE, INFO, DATA>>,
                     public LMXReleaseService,
                     public Norvik::Lumetra::Reference,
                     public LMXMetadataStore<MetadataFaces> {
@@ -94,8 +156,11 @@ class MultiBuffer : public BASE,
   using Base = Norvik::Lumetra::Base;
   using InterfaceId = Norvik::Lumetra::InterfaceId;
   using Access = typename BASE::Access;
-  using PixelFormat = typename BASE::PixelFormat;
   using Traits = MultiBufferTraits<BASE>;
+  using Format = typename Traits::Format;
+
+  // The options value that turns observer notification on instead of being stored.
+  static constexpr int32_t kNotifyOption = static_cast<int32_t>(0xC8136925);
 
   // One format of the object.
   struct NativeBuffer {
@@ -117,27 +182,29 @@ class MultiBuffer : public BASE,
   Status SetReleaseHandler(ReleaseHandler handler, void* context) override;
   Status AddDependent(Base* dependent) override { return hooks.AddDependent(dependent); }
 
-  // Image entry points (rotation from metadata 0x61516733 applies to images only).
-  Status AcquireAccess(Access access, PixelFormat format, int32_t options, DATA* data) override;
+  // Image and audio entry points (rotation from metadata 0x61516733 applies to images only).
+  Status AcquireAccess(Access access, Format format, int32_t options, DATA* data) override;
+  using BASE::AcquireAccess;  // the audio face's three-argument form
   Status ReleaseAccess(DATA* data) override;
   // Hands out the planes of the native format's buffer as they are.
   Status AcquireNativeAccess(Access access, int32_t option, DATA* data) override;
   // Refused while any access is outstanding; drops every buffer of the old description.
   Status ReInitImpl(INFO* info, DATA* data, int32_t options) override;
-  // Stores options, except 0xC8136925, which turns observer notification on.
-  Status SetOptionsImpl(int32_t options) override;
-
-  // LMXImageService.
-  Status SetInvalidateCallback(LMXImageService::InvalidateCallback callback, void* argument) override;
-  Status AttachObject(Base* object) override;
+  // LMXImageService / LMXAudioService: every buffer stale, callback run, attached objects released.
   Status InvalidateData() override;
+
+  // The options setters' common part: true (and notification on) for kNotifyOption.
+  bool TakeNotifyOption(int32_t options);
+  // LMXImageService's SetInvalidateCallback and AttachObject (images only).
+  Status KeepInvalidateCallback(LMXImageService::InvalidateCallback callback, void* argument);
+  Status KeepAttachedObject(Base* object);
 
   // The retry loop around InternalAcquireAccess, with up to three intermediate passes.
   Status AcquireAccessMulti(Access access, void* accelerator, int32_t key, DATA* data);
   // One attempt: wait for a write to finish, find or create the buffer, convert
   // into it when reading a stale buffer, hand out its planes.
   Status InternalAcquireAccess(Access access, void* accelerator, int32_t key, DATA* data, bool bAllocationAllowed,
-                               PixelFormat* interm);
+                               Format* interm);
   // The buffer of a key, created (adopting data, or allocating) when absent.
   Status GetBuffer(INFO* info, int32_t key, DATA* data, int32_t options, bool bAllocationAllowed,
                    NativeBuffer** native);
@@ -169,6 +236,8 @@ class MultiBuffer : public BASE,
 };
 
 using ImageObject = MultiBuffer<BaseImage, ImageInfo, ImageData>;
+using AudioObject = MultiBuffer<BaseAudio, AudioInfo, AudioData>;
 extern template class MultiBuffer<BaseImage, ImageInfo, ImageData>;
+extern template class MultiBuffer<BaseAudio, AudioInfo, AudioData>;
 
 }  // namespace lmx

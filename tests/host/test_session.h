@@ -5,6 +5,10 @@
 // and hands out its address, as a host does. A session built WithoutService
 // answers nothing, like a host that offers no session service.
 //
+// Implementations added with AddImpl are what QueryImpl and CreateImpl offer:
+// QueryImpl matches a pattern by its implementation code (0 matches every
+// one), in the order added; CreateImpl runs the maker of the descriptor's code.
+//
 // Example:
 //   lmxtest::TestSession session;
 //   Base* scheduler = nullptr;
@@ -12,10 +16,12 @@
 #pragma once
 
 #include <cstring>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "lmxsession.h"
 
@@ -36,6 +42,35 @@ class TestSession final : public Norvik::Lumetra::Session {
     return nullptr;
   }
   void Release() override {}  // owned by the test
+
+  Norvik::Lumetra::Status QueryImpl(const Norvik::Lumetra::Service::ImplDesc* pattern, int32_t index,
+                                    Norvik::Lumetra::Service::ImplDesc* desc) override {
+    ++queryImplCalls;
+    if (!pattern || !desc || index < 0) return Norvik::Lumetra::LMX_STATUS_HANDLE_INVALID;
+    for (const Impl& impl : impls_) {
+      if (pattern->code != 0 && pattern->code != impl.desc.code) continue;
+      if (index-- == 0) {
+        *desc = impl.desc;
+        return Norvik::Lumetra::LMX_STATUS_NO_ERROR;
+      }
+    }
+    return Norvik::Lumetra::LMX_STATUS_ITEM_UNAVAILABLE;
+  }
+  Norvik::Lumetra::Status CreateImpl(const Norvik::Lumetra::Service::ImplDesc* desc, Norvik::Lumetra::InterfaceId,
+                                     Norvik::Lumetra::Base** instance) override {
+    if (!desc || !instance) return Norvik::Lumetra::LMX_STATUS_HANDLE_INVALID;
+    *instance = nullptr;
+    for (const Impl& impl : impls_)
+      if (std::memcmp(&impl.desc, desc, sizeof(*desc)) == 0) *instance = impl.make();
+    return *instance ? Norvik::Lumetra::LMX_STATUS_NO_ERROR : Norvik::Lumetra::LMX_STATUS_ITEM_UNAVAILABLE;
+  }
+
+  // An implementation offered by QueryImpl/CreateImpl; `make` returns a new
+  // object with one reference (or null for a failed creation).
+  void AddImpl(const Norvik::Lumetra::Service::ImplDesc& desc, std::function<Norvik::Lumetra::Base*()> make) {
+    impls_.push_back({desc, std::move(make)});
+  }
+  int queryImplCalls = 0;
 
   Norvik::Lumetra::Service::SessionService* Service() { return &service_; }
   // The slot for a descriptor, created empty on first use.
@@ -69,8 +104,14 @@ class TestSession final : public Norvik::Lumetra::Session {
     std::map<std::string, std::unique_ptr<void*>> slots_;
   };
 
+  struct Impl {
+    Norvik::Lumetra::Service::ImplDesc desc;
+    std::function<Norvik::Lumetra::Base*()> make;
+  };
+
   bool offersService_ = true;
   SessionService service_;
+  std::vector<Impl> impls_;
 };
 
 }  // namespace lmxtest

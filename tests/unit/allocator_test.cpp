@@ -1,6 +1,7 @@
 // The allocator service: creation checks, reserved operations, lifetime.
 #include <gtest/gtest.h>
 
+#include "core_metadata.h"
 #include "lmxallocator.h"
 #include "module_factories.h"
 #include "test_support.h"
@@ -47,14 +48,44 @@ TEST(Allocator, CreateImageChecksItsArguments) {
 }
 
 TEST(Allocator, ReservedOperationsAndCreateAudio) {
+  lmxtest::ScopedCapture capture;
   LMXAllocator* allocator = NewAllocator();
   EXPECT_EQ(allocator->Reserved2(), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(allocator->Reserved3(), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(allocator->Reserved4(), LMX_STATUS_FEATURE_UNSUPPORTED);
   EXPECT_EQ(allocator->Reserved5(), LMX_STATUS_FEATURE_UNSUPPORTED);
   EXPECT_EQ(allocator->Reserved6(), LMX_STATUS_FEATURE_UNSUPPORTED);
-  Speech::Audio* audio = nullptr;
-  EXPECT_EQ(allocator->CreateAudio(nullptr, 0, nullptr, &audio), LMX_STATUS_FEATURE_UNSUPPORTED);
+
+  LMXAudio::AudioInfo info{8, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1, 0, {0, 0, 0}};
+  EXPECT_EQ(allocator->CreateAudio(&info, 0, nullptr, nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on buffer"));
+  LMXAudio* audio = reinterpret_cast<LMXAudio*>(0x1);
+  LMXAudio::AudioData data{};
+  EXPECT_EQ(allocator->CreateAudio(nullptr, 0, &data, &audio), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on info || !data"));
+  EXPECT_EQ(audio, reinterpret_cast<LMXAudio*>(0x1));
+  LMXAudio::AudioInfo unknown = info;
+  unknown.format = static_cast<LMXAudio::AudioFormat>(0x12345608);
+  EXPECT_EQ(allocator->CreateAudio(&unknown, 0, nullptr, &audio), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_EQ(audio, nullptr);
+
+  // Adopted samples are the object's native format, valid at once.
+  int16_t samples[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+  data = {LMXAudio::AUDIO_FORMAT_PCM, 8, reinterpret_cast<uint8_t*>(samples)};
+  ASSERT_EQ(allocator->CreateAudio(&info, 0, &data, &audio), LMX_STATUS_NO_ERROR);
+  EXPECT_NE(audio->QueryInstance(LMXAudioService::kIid), nullptr);
+  EXPECT_NE(audio->QueryInstance(Metadata::kIid), nullptr);
+  LMXAudio::AudioData read{};
+  ASSERT_EQ(audio->AcquireAccess(LMXAudio::ACCESS_READ, static_cast<LMXAudio::AudioFormat>(0), &read),
+            LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(read.dataPtr, data.dataPtr);
+  EXPECT_EQ(read.dataSize, 8);
+  EXPECT_EQ(audio->ReleaseAccess(&read), LMX_STATUS_NO_ERROR);
+  audio->Release();
+
+  bool traced = false;
+  for (const auto& trace : capture->Traces()) traced = traced || trace.name == "CreateAudio";
+  EXPECT_TRUE(traced);
   allocator->Release();
 }
 

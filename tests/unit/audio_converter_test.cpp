@@ -8,6 +8,7 @@
 
 #include "audio_converter.h"
 #include "audio_fakes.h"
+#include "lmxallocator.h"
 #include "module_factories.h"
 #include "test_support.h"
 
@@ -234,6 +235,49 @@ TEST_F(AudioConverterTest, FactoryWithoutAllocatorCreatesNothing) {
   EXPECT_TRUE(capture->Contains("failed on dst"));
   src->Release();
   converter->Release();
+}
+
+// The converter made by its factory with the real allocator as argument 1 turns
+// a real 48 kHz PCM audio object into a 16 kHz one: a 1 kHz tone stays a 1 kHz
+// tone of the same level, a third as many samples.
+TEST(AudioConverterEndToEnd, RealAllocatorConverts48kHzTo16kHz) {
+  Base* allocatorObject = nullptr;
+  ASSERT_EQ(CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, &allocatorObject), LMX_STATUS_NO_ERROR);
+  auto* allocator = static_cast<LMXAllocator*>(allocatorObject);
+  Base* object = nullptr;
+  ASSERT_EQ(CreateAudioConverter(reinterpret_cast<Session*>(allocatorObject), nullptr, nullptr, nullptr,
+                                 LMXAudioConversion::kIid, &object),
+            LMX_STATUS_NO_ERROR);
+  auto* converter = static_cast<LMXAudioConversion*>(object);
+
+  const double pi = std::acos(-1.0);
+  std::vector<int16_t> tone(4800);
+  for (size_t i = 0; i < tone.size(); ++i) tone[i] = static_cast<int16_t>(10000 * std::sin(2 * pi * 1000 * i / 48000.0));
+  LMXAudio::AudioInfo info = MakeInfo(4800, LMXAudio::AUDIO_FORMAT_PCM, 48000, 1);
+  LMXAudio::AudioData given{LMXAudio::AUDIO_FORMAT_PCM, 4800, reinterpret_cast<uint8_t*>(tone.data())};
+  LMXAudio* src = nullptr;
+  ASSERT_EQ(allocator->CreateAudio(&info, 0, &given, &src), LMX_STATUS_NO_ERROR);
+
+  LMXAudio* dst = nullptr;
+  ASSERT_EQ(converter->ConvertAudio(src, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1), dst), LMX_STATUS_NO_ERROR);
+  ASSERT_NE(dst, nullptr);
+  EXPECT_EQ(dst->QueryInfo().sampleRate, 16000);
+  LMXAudio::AudioData out{};
+  ASSERT_EQ(dst->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_PCM, &out), LMX_STATUS_NO_ERROR);
+  EXPECT_NEAR(out.dataSize, 1600, 20) << "the output ends the history before the input's end";
+  const auto* samples = reinterpret_cast<const int16_t*>(out.dataPtr);
+  int peak = 0;
+  for (int32_t i = 100; i + 16 < out.dataSize; ++i) {
+    peak = std::max(peak, std::abs(static_cast<int>(samples[i])));
+    ASSERT_NEAR(samples[i], samples[i + 16], 300) << "period of 16 samples at " << i;
+  }
+  EXPECT_NEAR(peak, 10000, 500);
+  EXPECT_EQ(dst->ReleaseAccess(&out), LMX_STATUS_NO_ERROR);
+
+  dst->Release();
+  src->Release();
+  converter->Release();
+  allocator->Release();
 }
 
 TEST_F(AudioConverterTest, RawSlotsOfTheConverterAndAnAudioObject) {

@@ -10,8 +10,8 @@
 #include <cstring>
 #include <vector>
 
-#include "allocator_audio_face.h"
 #include "coreaccel_baseaudio.h"
+#include "lmxallocator.h"
 
 namespace lmxtest {
 
@@ -86,14 +86,15 @@ VectorAudio* MakeAudio(LMXAudio::AudioFormat format, int32_t rate, int32_t chann
   return audio;
 }
 
-class FakeAllocator final : public Norvik::Lumetra::BaseImpl<LMXAllocatorAudioFace> {
+class FakeAllocator final : public Norvik::Lumetra::BaseImpl<LMXAllocator> {
  public:
   Norvik::Lumetra::Status Reserved2() override { return Norvik::Lumetra::LMX_STATUS_NO_ERROR; }
   Norvik::Lumetra::Status Reserved3() override { return Norvik::Lumetra::LMX_STATUS_NO_ERROR; }
   Norvik::Lumetra::Status Reserved4() override { return Norvik::Lumetra::LMX_STATUS_FEATURE_UNSUPPORTED; }
   Norvik::Lumetra::Status Reserved5() override { return Norvik::Lumetra::LMX_STATUS_FEATURE_UNSUPPORTED; }
   Norvik::Lumetra::Status Reserved6() override { return Norvik::Lumetra::LMX_STATUS_FEATURE_UNSUPPORTED; }
-  Norvik::Lumetra::Status CreateImage(void*, int32_t, void*, void**) override {
+  Norvik::Lumetra::Status CreateImage(Norvik::Lumetra::Image::ImageInfo*, int32_t, Norvik::Lumetra::Image::ImageData*,
+                                      Norvik::Lumetra::Image**) override {
     return Norvik::Lumetra::LMX_STATUS_FEATURE_UNSUPPORTED;
   }
   Norvik::Lumetra::Status CreateAudio(LMXAudio::AudioInfo* info, int32_t, LMXAudio::AudioData*,

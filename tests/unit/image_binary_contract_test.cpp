@@ -1,5 +1,5 @@
-// Image, LMXImageService, Metadata and LMXAllocator called through the raw vtable
-// by slot index, as a separately compiled module calls them.
+// Image, Audio, LMXImageService, LMXAudioService, Metadata and LMXAllocator called
+// through the raw vtable by slot index, as a separately compiled module calls them.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -95,5 +95,58 @@ TEST(ImageBinaryContract, AllocatorImageServiceAndMetadataSlots) {
 
   // Release through the metadata face ends the image; the allocator's 1 Release ends it.
   CallSlot<void>(metadata, 1);
+  CallSlot<void>(allocator, 1);
+}
+
+TEST(ImageBinaryContract, AudioObjectSlots) {
+  Base* object = nullptr;
+  ASSERT_EQ(CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, &object), LMX_STATUS_NO_ERROR);
+  void* allocator = object;
+
+  // LMXAllocator 8 CreateAudio.
+  LMXAudio::AudioInfo info{4, LMXAudio::AUDIO_FORMAT_PCM, 8000, 1, 0, {0, 0, 0}};
+  void* audio = nullptr;
+  ASSERT_EQ(CallSlot<Status>(allocator, 8, &info, int32_t{0}, static_cast<LMXAudio::AudioData*>(nullptr), &audio),
+            LMX_STATUS_NO_ERROR);
+  ASSERT_NE(audio, nullptr);
+  EXPECT_EQ(CallSlot<void*>(audio, 0, LMXAudio::kIid), audio);
+
+  // Audio 5 SetTimeStamp, 3 QueryTimeStamp, 6 SetOptions, 4 QueryOptions, 11 SetOptions again.
+  CallSlot<void>(audio, 5, int64_t{77});
+  EXPECT_EQ(CallSlot<int64_t>(audio, 3), 77);
+  CallSlot<void>(audio, 6, 3u);
+  EXPECT_EQ(CallSlot<uint32_t>(audio, 4), 3u);
+  CallSlot<void>(audio, 11, 4u);
+  EXPECT_EQ(CallSlot<uint32_t>(audio, 4), 4u);
+
+  // Audio 8 AcquireAccess, 9 ReleaseAccess: write PCM, read float.
+  LMXAudio::AudioData data{};
+  ASSERT_EQ(CallSlot<Status>(audio, 8, int32_t{LMXAudio::ACCESS_WRITE}, int32_t{LMXAudio::AUDIO_FORMAT_PCM},
+                             int32_t{0}, &data),
+            LMX_STATUS_NO_ERROR);
+  const int16_t samples[2] = {-16384, 8192};
+  std::memcpy(data.dataPtr, samples, sizeof(samples));
+  data.dataSize = 2;
+  EXPECT_EQ(CallSlot<Status>(audio, 9, &data), LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(CallSlot<Status>(audio, 8, int32_t{LMXAudio::ACCESS_READ}, int32_t{LMXAudio::AUDIO_FORMAT_IEEE_FLOAT},
+                             int32_t{0}, &data),
+            LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(reinterpret_cast<const float*>(data.dataPtr)[0], -0.5f);
+  EXPECT_EQ(CallSlot<Status>(audio, 9, &data), LMX_STATUS_NO_ERROR);
+
+  // 13 AcquireNativeAccess hands out the native (PCM) buffer as it stands.
+  ASSERT_EQ(CallSlot<Status>(audio, 13, int32_t{LMXAudio::ACCESS_READ}, int32_t{0}, &data), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(data.format, LMXAudio::AUDIO_FORMAT_PCM);
+  EXPECT_EQ(data.dataSize, 2);
+
+  // LMXAudioService 2 InvalidateData; Metadata 2 QueryUID.
+  void* service = CallSlot<void*>(audio, 0, LMXAudioService::kIid);
+  ASSERT_NE(service, nullptr);
+  EXPECT_EQ(CallSlot<Status>(service, 2), LMX_STATUS_NO_ERROR);
+  void* metadata = CallSlot<void*>(audio, 0, Metadata::kIid);
+  ASSERT_NE(metadata, nullptr);
+  EXPECT_EQ(CallSlot<int32_t>(metadata, 2), 0x81001);
+
+  CallSlot<void>(audio, 1);
   CallSlot<void>(allocator, 1);
 }

@@ -52,6 +52,15 @@ TEST(ImageIo, ImportThenExportPlainAndFlipped) {
   ASSERT_EQ(image->ExportData(&out.data, 2), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(out.bytes[0], 2 * 16) << "the last row comes first";
   EXPECT_EQ(out.bytes[9 * 2], 0);
+  ASSERT_EQ(image->ExportData(&out.data, 1), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(out.bytes[0], 4) << "mirrored left to right";
+  EXPECT_EQ(out.bytes[9 * 2 + 4], 2 * 16);
+  ASSERT_EQ(image->ExportData(&out.data, 3), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(out.bytes[0], 2 * 16 + 4) << "upside down and mirrored";
+  ASSERT_EQ(image->ExportData(&out.data, 16), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(out.bytes[1], 2 * 16 + 1) << "mode 16 mirrors top to bottom";
+  ASSERT_EQ(image->ExportData(&out.data, 18), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(out.bytes[1], 1) << "and a flip turns it back";
   EXPECT_EQ(image->RefCount(), 1u);
   image->Release();
 }
@@ -75,9 +84,25 @@ TEST(ImageIo, PreconditionsAndModes) {
   out.data.planes[0] = out.bytes.data();
 
   EXPECT_EQ(image->ImportData(&out.data, 4), LMX_STATUS_PARAM_UNSUPPORTED) << "no red and blue in YUY2";
-  EXPECT_LT(image->ImportData(&out.data, 8), 0) << "an unknown mode fails";
+  EXPECT_EQ(image->ImportData(&out.data, 8), LMX_STATUS_PARAM_UNSUPPORTED) << "an unknown mode fails";
   EXPECT_EQ(image->RefCount(), 1u) << "failed copies release their access";
+
+  // A YUY2 mirror swaps the pixel pairs and the lumas within each pair: Y0 U Y1 V -> Y3 U' Y2 V'.
+  ASSERT_EQ(image->ImportData(&out.data, 0), LMX_STATUS_NO_ERROR);
+  CallerImage mirrored(Image::PIXEL_FORMAT_YUY2, 0, 2, 8);
+  ASSERT_EQ(image->ExportData(&mirrored.data, 1), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(mirrored.bytes[0], out.bytes[6]);
+  EXPECT_EQ(mirrored.bytes[2], out.bytes[4]);
   image->Release();
+
+  // Mode 4 reorders RGB into BGR order.
+  ImageObject* rgb = NewImage(2, 1, Image::PIXEL_FORMAT_RGB);
+  CallerImage pixels(Image::PIXEL_FORMAT_RGB, 6, 1, 6);
+  ASSERT_EQ(rgb->ImportData(&pixels.data, 4), LMX_STATUS_NO_ERROR);
+  CallerImage back(Image::PIXEL_FORMAT_RGB, 0, 1, 6);
+  ASSERT_EQ(rgb->ExportData(&back.data, 0), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(back.bytes, (std::vector<uint8_t>{2, 1, 0, 5, 4, 3}));
+  rgb->Release();
 }
 
 TEST(ImageIo, CopyImageTakesContentAndPassesOverMissingSideData) {

@@ -1,5 +1,6 @@
-// The multi-format image object: access rules, conversion hand-off, invalidation,
-// intermediate passes, rotation from metadata, observer, re-initialisation.
+// The multi-format object: access rules, conversion hand-off, invalidation,
+// intermediate passes, rotation from metadata, observer, re-initialisation; and
+// its audio instantiation.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -82,6 +83,10 @@ class ObserverSession final : public Session {
   explicit ObserverSession(LMXAccessObserver* observer) : observer_(observer) {}
   void* QueryInstance(InterfaceId iid) override { return iid == LMXAccessObserver::kIid ? observer_ : nullptr; }
   void Release() override {}
+  Status QueryImpl(const Service::ImplDesc*, int32_t, Service::ImplDesc*) override {
+    return LMX_STATUS_ITEM_UNAVAILABLE;
+  }
+  Status CreateImpl(const Service::ImplDesc*, InterfaceId, Base**) override { return LMX_STATUS_ITEM_UNAVAILABLE; }
 
  private:
   LMXAccessObserver* observer_;
@@ -312,6 +317,57 @@ TEST(ImageMultiBuffer, ObserverIsToldOnceNotifyIsOn) {
   image->SetOptions(5);
   EXPECT_EQ(image->QueryOptions(), 5);
   image->Release();
+}
+
+// The audio instantiation: sample formats as keys, BaseAudio's copy as the
+// conversion, observer kind 3, no conversion line.
+TEST(ImageMultiBuffer, AudioObjectsConvertSampleFormatsAndReportThree) {
+  lmxtest::ScopedCapture capture;
+  CountingObserver observer;
+  ObserverSession session(&observer);
+  lmx::AudioInfo info{4, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1, 0, {0, 0, 0}};
+  Status sts = LMX_STATUS_ALLOC_FAILED;
+  auto* audio = new lmx::AudioObject(&session, &info, nullptr, 0, &sts);
+  ASSERT_EQ(sts, LMX_STATUS_NO_ERROR);
+  audio->SetOptions(0xC8136925u);
+  EXPECT_EQ(audio->QueryOptions(), 0u) << "the notify value is not stored as options";
+
+  lmx::AudioData data{};
+  ASSERT_EQ(audio->AcquireAccess(LMXAudio::ACCESS_WRITE, LMXAudio::AUDIO_FORMAT_PCM, &data), LMX_STATUS_NO_ERROR);
+  const int16_t pcm[4] = {16384, -32768, 0, 8192};
+  std::memcpy(data.dataPtr, pcm, sizeof(pcm));
+  data.dataSize = 4;
+  ASSERT_EQ(audio->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
+
+  ASSERT_EQ(audio->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, &data), LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(data.dataSize, 4);
+  const auto* floats = reinterpret_cast<const float*>(data.dataPtr);
+  EXPECT_EQ(floats[0], 0.5f);
+  EXPECT_EQ(floats[1], -1.0f);
+  EXPECT_EQ(floats[3], 0.25f);
+  ASSERT_EQ(audio->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(observer.kinds, (std::vector<int32_t>{3, 3}));
+
+  // A write in float makes the PCM buffer stale; reading PCM converts back.
+  ASSERT_EQ(audio->AcquireAccess(LMXAudio::ACCESS_WRITE, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, &data), LMX_STATUS_NO_ERROR);
+  const float written[2] = {1.0f, -0.5f};
+  std::memcpy(data.dataPtr, written, sizeof(written));
+  data.dataSize = 2;
+  ASSERT_EQ(audio->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
+  EXPECT_FALSE(audio->IsBufferValid(LMXAudio::AUDIO_FORMAT_PCM));
+  ASSERT_EQ(audio->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_PCM, &data), LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(data.dataSize, 2);
+  EXPECT_EQ(reinterpret_cast<const int16_t*>(data.dataPtr)[0], 32767);
+  EXPECT_EQ(reinterpret_cast<const int16_t*>(data.dataPtr)[1], -16384);
+  ASSERT_EQ(audio->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
+  EXPECT_FALSE(capture->Contains("Format conversion ["));
+
+  auto* service = static_cast<LMXAudioService*>(audio->QueryInstance(LMXAudioService::kIid));
+  ASSERT_NE(service, nullptr);
+  EXPECT_EQ(service->InvalidateData(), LMX_STATUS_NO_ERROR);
+  EXPECT_FALSE(audio->IsBufferValid(LMXAudio::AUDIO_FORMAT_IEEE_FLOAT));
+  EXPECT_EQ(audio->RefCount(), 1u);
+  audio->Release();
 }
 
 TEST(ImageMultiBuffer, ReInitRefusesWhileAccessedAndDropsOldBuffers) {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core_metadata.h"
+#include "host/test_session.h"
 #include "test_support.h"
 
 using namespace Norvik::Lumetra;
@@ -46,6 +47,7 @@ class Serializable final : public LMXSerializableService, public Reference {
     return LMX_STATUS_NO_ERROR;
   }
   Status SetProfile(ProfileInfo* profile, uint8_t* data) override {
+    if (refuse) return LMX_STATUS_PARAM_UNSUPPORTED;
     received.assign(data, data + profile->dataSize);
     return LMX_STATUS_NO_ERROR;
   }
@@ -53,6 +55,7 @@ class Serializable final : public LMXSerializableService, public Reference {
 
   int refs = 1;
   int queries = 0;
+  bool refuse = false;
   std::vector<uint8_t> received;
 
  private:
@@ -154,8 +157,9 @@ TEST(Metadata, NegativeSerialisedSizesAreRefused) {
   EXPECT_EQ(store->QueryBufferSize(3), 0);
 
   // A stored header claiming a negative length cannot be rebuilt.
+  lmxtest::TestSession session;
   Metadata* withSession = nullptr;
-  ASSERT_EQ(lmx::CreateMetadata(reinterpret_cast<Session*>(&liar), &withSession), LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(lmx::CreateMetadata(&session, &withSession), LMX_STATUS_NO_ERROR);
   std::vector<uint8_t> header(640, 0);
   const int32_t negative = -100;
   std::memcpy(header.data() + 608, &negative, 4);
@@ -165,8 +169,79 @@ TEST(Metadata, NegativeSerialisedSizesAreRefused) {
   EXPECT_EQ(withSession->CreateSerializable(5, Serializable::kIid, &instance), LMX_STATUS_ITEM_UNAVAILABLE);
   EXPECT_TRUE(capture->Contains("failed on it != buffers.end()"));
   EXPECT_EQ(instance, nullptr);
+  EXPECT_EQ(session.queryImplCalls, 0);
   withSession->Release();
 
   EXPECT_EQ(store->CreateSerializable(4, Serializable::kIid, &instance), LMX_STATUS_HANDLE_INVALID);
   EXPECT_TRUE(capture->Contains("failed on session"));
+}
+
+namespace {
+
+Service::ImplDesc Desc(const char* code, int32_t merit) {
+  Service::ImplDesc desc{};
+  std::memcpy(&desc.code, code, 4);
+  desc.merit = merit;
+  return desc;
+}
+
+// A serialised header naming implementation `code`, followed by `data`.
+std::vector<uint8_t> SerialisedState(const char* code, std::vector<uint8_t> data) {
+  std::vector<uint8_t> bytes(640 + data.size(), 0);
+  std::memcpy(bytes.data() + offsetof(Service::ImplDesc, code), code, 4);
+  const auto size = static_cast<int32_t>(data.size());
+  std::memcpy(bytes.data() + 608, &size, 4);
+  std::copy(data.begin(), data.end(), bytes.begin() + 640);
+  return bytes;
+}
+
+}  // namespace
+
+// Rebuilding asks the session for the implementations matching the stored
+// descriptor, in order, until one takes the state; counted ones stay live.
+TEST(Metadata, CreateSerializableRebuildsThroughTheSession) {
+  lmxtest::ScopedCapture capture;
+  lmxtest::TestSession session;
+  Serializable other(false, {}, 0);
+  Serializable refusing(false, {}, 0);
+  refusing.refuse = true;
+  Serializable accepting(true, {}, 0);
+  session.AddImpl(Desc("AAAA", 1), [&] { return static_cast<LMXSerializableService*>(&other); });
+  session.AddImpl(Desc("BBBB", 1), [&] { return static_cast<LMXSerializableService*>(&refusing); });
+  session.AddImpl(Desc("BBBB", 2), [&] { return static_cast<LMXSerializableService*>(&accepting); });
+  Metadata* store = nullptr;
+  ASSERT_EQ(lmx::CreateMetadata(&session, &store), LMX_STATUS_NO_ERROR);
+  auto state = SerialisedState("BBBB", {9, 8});
+  ASSERT_EQ(store->AttachBuffer(7, state.data(), static_cast<int32_t>(state.size())), LMX_STATUS_NO_ERROR);
+
+  void* instance = nullptr;
+  ASSERT_EQ(store->CreateSerializable(7, Serializable::kIid, &instance), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(instance, static_cast<LMXSerializableService*>(&accepting));
+  EXPECT_EQ(accepting.received, (std::vector<uint8_t>{9, 8}));
+  EXPECT_EQ(refusing.refs, 0) << "a candidate that refuses the state is released";
+  EXPECT_EQ(other.refs, 1) << "another implementation code is never created";
+  EXPECT_EQ(accepting.refs, 2) << "the creation reference for the caller, one kept by the store";
+  EXPECT_EQ(session.queryImplCalls, 2);
+  ASSERT_EQ(store->CreateSerializable(7, Serializable::kIid, &instance), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(accepting.refs, 3) << "the live object is handed out again";
+  EXPECT_EQ(session.queryImplCalls, 2);
+
+  // Running out of candidates passes the session's answer on, logged at the call.
+  state = SerialisedState("CCCC", {1});
+  ASSERT_EQ(store->AttachBuffer(8, state.data(), static_cast<int32_t>(state.size())), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(store->CreateSerializable(8, Serializable::kIid, &instance), LMX_STATUS_ITEM_UNAVAILABLE);
+  EXPECT_TRUE(capture->Contains("calling session->QueryImpl(&profile->implDesc, i, &fullDesc)"));
+  store->Release();
+  EXPECT_EQ(accepting.refs, 2);
+
+  // After 1024 candidates that fail to create, the search gives up.
+  lmxtest::TestSession crowded;
+  for (int32_t merit = 0; merit < 1100; ++merit)
+    crowded.AddImpl(Desc("DDDD", merit), [] { return static_cast<Base*>(nullptr); });
+  ASSERT_EQ(lmx::CreateMetadata(&crowded, &store), LMX_STATUS_NO_ERROR);
+  state = SerialisedState("DDDD", {});
+  ASSERT_EQ(store->AttachBuffer(9, state.data(), static_cast<int32_t>(state.size())), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(store->CreateSerializable(9, Serializable::kIid, &instance), LMX_STATUS_INIT_FAILED);
+  EXPECT_EQ(crowded.queryImplCalls, 1024);
+  store->Release();
 }

@@ -1,6 +1,6 @@
 // Conversion routing between the buffers of one image: rotation and format
 // dispatch, the conversion table, and the depth scale rules.
-#include "kernels/convert_image.h"
+#include "coreaccel_baseimage_route.h"
 
 #include <cmath>
 #include <cstdio>

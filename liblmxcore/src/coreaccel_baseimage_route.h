@@ -1,4 +1,4 @@
-// convert_image.h: the routing of one image buffer's conversion into another.
+// coreaccel_baseimage_route.h: the routing of one image buffer's conversion into another.
 //
 // ConvertImageBuffer is the body of the image object's system-buffer copy: given
 // two buffers of the same image (descriptions with format keys, plane pointers

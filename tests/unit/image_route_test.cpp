@@ -5,7 +5,7 @@
 #include <cstring>
 #include <utility>
 
-#include "kernels/convert_image.h"
+#include "coreaccel_baseimage_route.h"
 #include "kernels/pixel_format_table.h"
 #include "kernels_test_planes.h"
 #include "test_support.h"
@@ -192,21 +192,6 @@ TEST(ConvertImageBuffer, DepthRules) {
   EXPECT_TRUE(capture->Contains("calling GetDepthShift(&shift)"));
   EXPECT_EQ(Convert(native, flt, none, &interm), LMX_STATUS_FEATURE_UNSUPPORTED);
   EXPECT_TRUE(capture->Contains("calling GetDepthScale(&scale)"));
-}
-
-TEST(PixelFormatTable, NamesAndLayout) {
-  EXPECT_STREQ(PixelFormatName(Image::PIXEL_FORMAT_DEPTH_NATIVE), L"DEPTH(NATIVE)");
-  EXPECT_STREQ(PixelFormatName(Rotated(Image::PIXEL_FORMAT_DEPTH_NATIVE, 90)), L"Unknown");
-  EXPECT_STREQ(PixelFormatName(Image::PIXEL_FORMAT_NV21), L"Unknown");
-  EXPECT_STREQ(ConversionFormatName(Image::PIXEL_FORMAT_NV21), L"NV21");
-  LMXImageService::PlaneInfo layout;
-  ASSERT_EQ(ComputePlaneLayout(641, 481, Image::PIXEL_FORMAT_NV12, &layout), 2);
-  EXPECT_EQ(layout.plane[1].width, 641u);
-  EXPECT_EQ(layout.plane[1].height, 240u);
-  ASSERT_EQ(ComputePlaneLayout(640, 480, Rotated(Image::PIXEL_FORMAT_NV12, 270), &layout), 2);
-  EXPECT_EQ(layout.plane[1].width, 240u);
-  EXPECT_EQ(layout.plane[1].height, 640u);
-  EXPECT_EQ(ComputePlaneLayout(640, 480, 0x12345, nullptr), 0);
 }
 
 }  // namespace
