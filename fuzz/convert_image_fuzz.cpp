@@ -15,7 +15,7 @@
 #include <memory>
 #include <vector>
 
-#include "kernels/convert_image.h"
+#include "coreaccel_baseimage_route.h"
 #include "kernels/pixel_format_table.h"
 
 using namespace Norvik::Lumetra;
