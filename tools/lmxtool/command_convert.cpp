@@ -106,6 +106,9 @@ int RunConvert(const ConvertArgs& args, const GlobalOptions& global) {
     jobs.push_back({inputs.front(), output, {}, 0});
   }
   for (const auto& job : jobs) {
+    if (options.to && KindOfPath(job.out) != FileKind::kRaw && !HasPictureForm(options.to))
+      return Fail("convert", "--to " + PixelFormatText(options.to) + " has no picture form: write a raw file, or "
+                             "convert --to RGB (or Y8) for a picture");
     if (!fs::is_regular_file(job.in, code)) return Fail("convert", "cannot read '" + job.in.string() + "'");
     if (fs::exists(job.out, code) && fs::equivalent(job.in, job.out, code))
       return Fail("convert", "'" + job.out.string() + "' is also an input");

@@ -176,6 +176,10 @@ std::string RasterFromFrame(const Frame& frame, bool colouriseDepth, Raster* ras
   return "the " + PixelFormatText(frame.format) + " frame is shorter than its size";
 }
 
+bool HasPictureForm(int32_t format) {
+  return format != Image::PIXEL_FORMAT_YUY2 && format != Image::PIXEL_FORMAT_NV12 && ParsePixelFormat(PixelFormatText(format));
+}
+
 std::string LoadFrame(const std::filesystem::path& path, const InputHints& hints, Frame* frame) {
   const FileKind kind = KindOfPath(path);
   if (kind == FileKind::kRaw) {

@@ -55,6 +55,9 @@ std::string FrameFromRaster(Raster raster, std::optional<int32_t> wanted, Frame*
 // (16-bit grey instead when colourise is false).
 std::string RasterFromFrame(const Frame& frame, bool colouriseDepth, Raster* raster);
 
+// Whether RasterFromFrame can make a picture of the format.
+bool HasPictureForm(int32_t format);
+
 // Reads a picture file, or a raw one (which needs a format and a size).
 struct InputHints {
   std::optional<int32_t> format;

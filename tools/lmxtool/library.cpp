@@ -28,7 +28,7 @@ std::filesystem::path DefaultModulePath() {
   const std::filesystem::path here = lmx::platform::ExecutablePath().parent_path();
   std::error_code error;
   if (std::filesystem::exists(here / name, error)) return here / name;
-  const std::filesystem::path installed = here.parent_path() / "lib" / name;
+  const std::filesystem::path installed = here.parent_path() / LMX_INSTALL_LIBDIR / name;
   if (std::filesystem::exists(installed, error)) return installed;
   return here / name;
 }

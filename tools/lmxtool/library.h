@@ -112,7 +112,7 @@ class Library {
 };
 
 // Where lmxtool looks for the library by default: next to the program (the build
-// tree, Windows installs), else in ../lib (POSIX installs).
+// tree, Windows installs), else in the install's library folder (POSIX installs).
 std::filesystem::path DefaultModulePath();
 
 }  // namespace lmxtool

@@ -6,6 +6,8 @@
 //   lmxtool demo [--out DIR]              built-in frames and sound through a pipeline
 #include <CLI/CLI.hpp>
 
+#include <cstdio>
+
 #include "commands.h"
 
 int main(int argc, char** argv) {
@@ -18,6 +20,15 @@ int main(int argc, char** argv) {
   lmxtool::AddConvertCommand(app, global, &exitCode);
   lmxtool::AddResampleCommand(app, global, &exitCode);
   lmxtool::AddDemoCommand(app, global, &exitCode);
+  // CLI11 would report a misspelt command only as a missing one.
+  if (argc > 1 && argv[1][0] != '-') {
+    try {
+      app.get_subcommand(argv[1]);
+    } catch (const CLI::OptionNotFound&) {
+      std::fprintf(stderr, "lmxtool: unknown command '%s'\nRun with --help for more information.\n", argv[1]);
+      return 2;
+    }
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
