@@ -5,7 +5,10 @@
 // audio object of the requested rate. Between calls it keeps the filter bank, the
 // last `history` input samples (plus any not yet consumed) and the fractional read
 // position, so each chunk continues where the previous one ended; the output of a
-// call ends `history` input samples before the end of its input.
+// call ends `history` input samples before the end of its input, plus the
+// fraction of a sample the call's read position started at. So the chunking moves
+// where one call's output stops by less than one input sample, never the samples:
+// the concatenated outputs of any chunking are the same stream.
 //
 // Destination audio objects come from the object given to the factory, asked for
 // the allocator interface (0x492D6A23) and its CreateAudio.

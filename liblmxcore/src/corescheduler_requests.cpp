@@ -69,9 +69,18 @@ Status Scheduler::RequestInputs(int32_t n, void** inputs, Callback* cb) try {
   // Registration, serialised against completion: one record for all pending
   // inputs, listed once per occurrence.
   Request* request = nullptr;
+  Status lateFailure = LMX_STATUS_NO_ERROR;
   {
     std::lock_guard lock(s.requestLock);
-    for (int32_t i = 0; i < n; ++i) {
+    // An input may have failed and completed since the pass above. Its failure is
+    // recorded before its completion takes requestLock, so it is seen here; without
+    // this second look the input would be neither failed nor pending and the
+    // consumer would run with success.
+    for (int32_t i = 0; i < n && lateFailure == LMX_STATUS_NO_ERROR; ++i) {
+      FailureMap::ConstAccessor record;
+      if (inputs[i] && s.failedOutputs.Find(record, inputs[i])) lateFailure = record.value();
+    }
+    for (int32_t i = 0; i < n && lateFailure == LMX_STATUS_NO_ERROR; ++i) {
       if (!inputs[i]) continue;
       WaiterMap::Accessor waiters;
       if (!s.pendingOutputs.Find(waiters, inputs[i])) continue;
@@ -85,7 +94,7 @@ Status Scheduler::RequestInputs(int32_t n, void** inputs, Callback* cb) try {
       waiters.value().push_back(request);
     }
   }
-  if (!request) SubmitTask(cb, LMX_STATUS_NO_ERROR);
+  if (!request) SubmitTask(cb, lateFailure);
   return LMX_STATUS_NO_ERROR;
 } catch (const std::bad_alloc&) {
   return LMX_STATUS_ALLOC_FAILED;

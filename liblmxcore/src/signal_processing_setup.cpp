@@ -1,14 +1,16 @@
-// The one-time set-up of the signal-processing primitives.
+// The one-time set-up of the signal-processing primitives: CPU feature detection
+// and the choice of every kernel variant, for pixels and for audio. Idempotent;
+// it also runs at load, so calling it again only confirms the choice.
 #include "signal_processing_setup.h"
 
-#include <mutex>
+#include "dsp/audio_kernels.h"
+#include "kernels/dispatch.h"
 
 namespace lmx {
 
 void InitSignalProcessing() {
-  static std::once_flag once;
-  // CPU feature detection for the conversion kernels' dispatch hooks in here.
-  std::call_once(once, [] {});
+  kernels::InitRowKernels();
+  dsp::AudioKernels();
 }
 
 }  // namespace lmx

@@ -55,7 +55,7 @@ class VectorAudio final : public BaseAudio {
   template <class T>
   std::vector<T> Samples() const {
     std::vector<T> out(static_cast<size_t>(dataSize));
-    std::memcpy(out.data(), bytes.data(), out.size() * sizeof(T));
+    if (!out.empty()) std::memcpy(out.data(), bytes.data(), out.size() * sizeof(T));  // no null memcpy
     return out;
   }
   template <class T>

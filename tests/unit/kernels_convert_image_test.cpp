@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <utility>
 
 #include "kernels/convert_image.h"
 #include "kernels/pixel_format_table.h"
@@ -91,6 +92,15 @@ TEST(ConvertImageBuffer, SizesMustMatch) {
   EXPECT_EQ(Convert(a, low, none, nullptr), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_TRUE(capture->Contains("failed on src_info->height == dst_info->height"));
   EXPECT_TRUE(narrow.planes[0].Intact() && low.planes[0].Intact());
+
+  // Descriptions of planes no image can hold (over 2 GiB, negative sizes) are
+  // refused before a kernel walks rows it was never given.
+  for (auto [width, height] : {std::pair{1 << 20, 1 << 30}, std::pair{-4, 4}, std::pair{4, -4}}) {
+    Image::ImageInfo bgr{width, height, Image::PIXEL_FORMAT_BGR, 0}, yuy2{width, height, Image::PIXEL_FORMAT_YUY2, 0};
+    EXPECT_EQ(ConvertImageBuffer(&bgr, &a.data, &yuy2, &narrow.data, none, nullptr), LMX_STATUS_PARAM_UNSUPPORTED);
+    EXPECT_TRUE(a.planes[0].Intact() && narrow.planes[0].Intact());
+  }
+  EXPECT_TRUE(capture->Contains("failed on PlanesFitInt32(*src_info) && PlanesFitInt32(*dst_info)"));
 }
 
 TEST(ConvertImageBuffer, EqualKeysCopyOrSucceedUntouched) {

@@ -131,7 +131,13 @@ VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16
   const ResamplerState* header = Checked(state);
   if (!header) return kVkpBadState;
   const double start = *time;
-  if (count < 0 || !(start >= 0.0 && start < 1e12)) return kVkpBadArgument;
+  if (!(start >= 0.0 && start < 1e12)) return kVkpBadArgument;
+  // A negative count sets a limit the start time has already passed: nothing is
+  // due. The converter asks for that whenever a chunk is shorter than the
+  // look-ahead it holds back (the first chunk of a stream below 32 frames, or a
+  // frame or two after a pass that stopped past its limit); refusing it would
+  // fail those calls although the stream is fine.
+  if (count < 0) count = 0;
 
   // Locals for the loop; the state is read once and time written back once.
   const int32_t taps = header->taps;

@@ -51,7 +51,7 @@ inline constexpr VkpStatus kVkpBadRate = -2;       // a rate below 1
 inline constexpr VkpStatus kVkpBadLength = -3;     // length not a multiple of 8 in 8..512
 inline constexpr VkpStatus kVkpTooManyPhases = -4;  // outRate/gcd above kResamplerMaxPhases
 inline constexpr VkpStatus kVkpBadRatio = -5;      // inRate above length/2 * outRate
-inline constexpr VkpStatus kVkpBadArgument = -6;   // negative count, bad time, bad window
+inline constexpr VkpStatus kVkpBadArgument = -6;   // bad time, bad window
 inline constexpr VkpStatus kVkpBadState = -7;      // state not set up
 
 inline constexpr int32_t kResamplerMaxPhases = 2048;
@@ -65,8 +65,9 @@ VkpStatus vkpsResamplePolyphaseFixedInit_16s(int32_t inRate, int32_t outRate, in
                                              float alpha, uint8_t* state, VkpAlgHint hint);
 
 // Produces the outputs at times t, t + inRate/outRate, ... for every t below the
-// start time plus `count`. Requires length/2 valid samples before in[floor(t)] and
-// after in[floor(t_last)], and room for count * outRate / inRate + 1 outputs. On
+// start time plus `count` (none when count is negative). Requires length/2 valid
+// samples before in[floor(t)] and after in[floor(t_last)], and room for
+// count * outRate / inRate + 1 outputs. On
 // return `time` holds the time of the next output not yet produced and `outLen`
 // the number produced.
 VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16_t* out, float norm, double* time,

@@ -28,6 +28,12 @@ Status CopyPlane(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t ds
                  int32_t height) {
   if (Status sts = CheckPlane(src, dst, row_bytes, height, 1); sts != LMX_STATUS_NO_ERROR) return sts;
   if (src == dst && src_pitch == dst_pitch) return LMX_STATUS_NO_ERROR;
+  // Rows without padding on both sides are one contiguous block: one call.
+  const int64_t total = static_cast<int64_t>(row_bytes) * height;
+  if (src_pitch == row_bytes && dst_pitch == row_bytes && total <= std::numeric_limits<int>::max()) {
+    ActiveRowKernels().copy(src, dst, static_cast<int>(total));
+    return LMX_STATUS_NO_ERROR;
+  }
   ForEachRow(src, src_pitch, dst, dst_pitch, row_bytes, height, ActiveRowKernels().copy);
   return LMX_STATUS_NO_ERROR;
 }

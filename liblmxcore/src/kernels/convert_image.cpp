@@ -40,6 +40,22 @@ int32_t RowBytes(const LMXImageService::PlaneInfo::Plane& plane) {
 
 bool FitsInt32(uint32_t value) { return value <= static_cast<uint32_t>(std::numeric_limits<int32_t>::max()); }
 
+// Whether every plane of the description fits the signed 32-bit sizes an image's
+// buffers are allocated with (rows times row bytes, in 64 bits; a negative width
+// or height wraps to a huge one). A description that fails describes buffers no
+// image can hold, so nothing here may walk its rows.
+bool PlanesFitInt32(const Image::ImageInfo& info) {
+  LMXImageService::PlaneInfo layout;
+  const int num_planes = ComputePlaneLayout(info.width, info.height, info.format, &layout);
+  for (int c = 0; c < num_planes; ++c) {
+    const auto& plane = layout.plane[c];
+    const uint64_t limit = static_cast<uint64_t>(std::numeric_limits<int32_t>::max());
+    const uint64_t row = static_cast<uint64_t>(plane.width) * plane.bytesPerPixel;  // below 2^35
+    if (row > limit || plane.height > limit || (row != 0 && plane.height > limit / row)) return false;
+  }
+  return true;
+}
+
 Status CopyPlanes(const Image::ImageInfo* src_info, const Image::ImageData* src, const Image::ImageData* dst) {
   LMXImageService::PlaneInfo layout;
   const int num_planes = ComputePlaneLayout(src_info->width, src_info->height, src_info->format, &layout);
@@ -263,6 +279,9 @@ Status ConvertImageBuffer(const Image::ImageInfo* src_info, const Image::ImageDa
   LMX_TRACE(trace_name);
   LMX_CHECK(src_info->width == dst_info->width, LMX_STATUS_PARAM_UNSUPPORTED);
   LMX_CHECK(src_info->height == dst_info->height, LMX_STATUS_PARAM_UNSUPPORTED);
+  // The kernels trust sizes they are given; descriptions of impossible planes
+  // (over 2 GiB, or negative sizes) are refused before any routing.
+  LMX_CHECK(PlanesFitInt32(*src_info) && PlanesFitInt32(*dst_info), LMX_STATUS_PARAM_UNSUPPORTED);
 
   const int32_t src_angle = src_info->format & kRotationMask;
   const int32_t dst_angle = dst_info->format & kRotationMask;

@@ -5,19 +5,64 @@
 
 #include "kernels/dispatch.h"
 
+#if defined(__x86_64__) || defined(__i386__)
+#include <cpuid.h>
+#endif
+
 namespace lmx::kernels {
 namespace {
 
+#if defined(__x86_64__) || defined(__i386__)
+
+struct CpuidRegs {
+  unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+};
+
+CpuidRegs Cpuid(unsigned leaf, unsigned subleaf) {
+  CpuidRegs r;
+  if (!__get_cpuid_count(leaf, subleaf, &r.eax, &r.ebx, &r.ecx, &r.edx)) return {};
+  return r;
+}
+
+// XCR0: which register states the operating system saves. Only valid when
+// CPUID reports OSXSAVE; the instruction is encoded directly so this file needs
+// no -mxsave.
+uint64_t ReadXcr0() {
+  unsigned lo = 0, hi = 0;
+  __asm__ volatile("xgetbv" : "=a"(lo), "=d"(hi) : "c"(0));
+  return (static_cast<uint64_t>(hi) << 32) | lo;
+}
+
 uint32_t Detect() {
+  const CpuidRegs leaf0 = Cpuid(0, 0);
+  if (leaf0.eax < 1) return 0;
+  const CpuidRegs leaf1 = Cpuid(1, 0);
+  const CpuidRegs leaf7 = leaf0.eax >= 7 ? Cpuid(7, 0) : CpuidRegs{};
+
   uint32_t features = 0;
-#if (defined(__x86_64__) || defined(__i386__)) && (defined(__GNUC__) || defined(__clang__))
-  __builtin_cpu_init();
-  if (__builtin_cpu_supports("sse2")) features |= kCpuHasSSE2;
-  if (__builtin_cpu_supports("ssse3")) features |= kCpuHasSSSE3;
-  if (__builtin_cpu_supports("avx2")) features |= kCpuHasAVX2;
-#endif
+  if (leaf1.edx & (1u << 26)) features |= kCpuHasSSE2;
+  if ((features & kCpuHasSSE2) && (leaf1.ecx & (1u << 9))) features |= kCpuHasSSSE3;
+  if ((features & kCpuHasSSSE3) && (leaf1.ecx & (1u << 19))) features |= kCpuHasSSE41;
+
+  const bool osxsave = (leaf1.ecx & (1u << 27)) != 0;
+  const uint64_t xcr0 = osxsave ? ReadXcr0() : 0;
+  const bool os_saves_ymm = (xcr0 & 0x6) == 0x6;            // SSE and AVX state
+  const bool os_saves_zmm = os_saves_ymm && (xcr0 & 0xE0) == 0xE0;  // opmask, ZMM0-15 upper, ZMM16-31
+  const bool avx = (leaf1.ecx & (1u << 28)) != 0;
+  const bool avx2 = (leaf7.ebx & (1u << 5)) != 0;
+  if ((features & kCpuHasSSE41) && avx && avx2 && os_saves_ymm) features |= kCpuHasAVX2;
+  const bool avx512f = (leaf7.ebx & (1u << 16)) != 0;
+  const bool avx512bw = (leaf7.ebx & (1u << 30)) != 0;
+  const bool avx512vl = (leaf7.ebx & (1u << 31)) != 0;
+  if ((features & kCpuHasAVX2) && avx512f && avx512bw && avx512vl && os_saves_zmm) features |= kCpuHasAVX512BW;
   return features;
 }
+
+#else
+
+uint32_t Detect() { return 0; }  // no x86 SIMD variants exist for other processors
+
+#endif
 
 std::atomic<uint32_t> g_mask{kCpuAllFeatures};
 

@@ -11,14 +11,21 @@
 
 namespace lmx::kernels {
 
+// Each bit means the processor has the instruction set and, for the AVX
+// families, that the operating system saves the wider registers on a context
+// switch (XCR0 via XGETBV). A kernel variant is selected by its own bit only;
+// detection never reports a set without the sets below it.
 enum CpuFeature : uint32_t {
   kCpuHasSSE2 = 1u << 0,
   kCpuHasSSSE3 = 1u << 1,
   kCpuHasAVX2 = 1u << 2,
+  kCpuHasSSE41 = 1u << 3,
+  kCpuHasAVX512BW = 1u << 4,  // AVX-512 F, BW and VL together
   kCpuAllFeatures = ~0u,
 };
 
-// Features of the processor, detected on first use (thread safe).
+// Features of the processor, detected once (thread safe, idempotent; also run
+// at load through the dispatch table's set-up).
 uint32_t DetectedCpuFeatures();
 
 // Detected features AND the current mask.

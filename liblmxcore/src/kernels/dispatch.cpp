@@ -5,6 +5,7 @@
 
 #include "kernels/cpu_features.h"
 #include "kernels/row.h"
+#include "kernels/row_simd.h"
 
 namespace lmx::kernels {
 namespace {
@@ -59,10 +60,58 @@ RowKernels SelectRowKernels(uint32_t cpu_features) {
   k.mirror_yuy2 = MirrorYUY2Row_C;
   k.rotate90 = RotatePlane90_C;
   k.rotate270 = RotatePlane270_C;
-  // SIMD variants slot in here, in order of capability, e.g.
-  //   if (cpu_features & kCpuHasSSSE3) k.yuy2_to_bgra = YUY2ToBGRARow_Any_SSSE3;
-  //   if (cpu_features & kCpuHasAVX2)  k.yuy2_to_bgra = YUY2ToBGRARow_Any_AVX2;
-  (void)cpu_features;
+  // SIMD variants replace the scalar rows in order of capability; the last match
+  // wins, and a set whose bit is masked off is skipped.
+  if (cpu_features & kCpuHasSSSE3) {
+    k.yuy2_to_bgra = YUY2ToBGRARow_Any_SSSE3;
+    k.yuy2_to_rgba = YUY2ToRGBARow_Any_SSSE3;
+    k.yuy2_to_bgr = YUY2ToBGRRow_Any_SSSE3;
+    k.yuy2_to_rgb = YUY2ToRGBRow_Any_SSSE3;
+    k.yuy2_to_y8 = YUY2ToY8Row_Any_SSSE3;
+    k.yuy2_to_uv = YUY2ToUVRow_Any_SSSE3;
+    k.nv12_to_yuy2 = NV12ToYUY2Row_Any_SSSE3;
+    k.bgra_to_yuy2 = BGRAToYUY2Row_Any_SSSE3;
+    k.rgba_to_yuy2 = RGBAToYUY2Row_Any_SSSE3;
+    k.bgr_to_yuy2 = BGRToYUY2Row_Any_SSSE3;
+    k.rgb_to_yuy2 = RGBToYUY2Row_Any_SSSE3;
+    k.swap_rb4 = BGRAToRGBARow_Any_SSSE3;
+    k.swap_rb3 = BGRToRGBRow_Any_SSSE3;
+    k.drop_alpha = BGRAToBGRRow_Any_SSSE3;
+    k.drop_alpha_swap = BGRAToRGBRow_Any_SSSE3;
+    k.add_alpha = BGRToBGRARow_Any_SSSE3;
+    k.add_alpha_swap = BGRToRGBARow_Any_SSSE3;
+    k.y8_to_bgr = Y8ToBGRRow_Any_SSSE3;
+    k.y8_to_y16 = Y8ToY16Row_Any_SSSE3;
+    k.y16_to_y8 = Y16ToY8Row_Any_SSSE3;
+    k.y16_to_bgra = Y16ToBGRARow_Any_SSSE3;
+    k.depth_shift = DepthShiftRow_Any_SSSE3;
+    k.depth_to_float = DepthToFloatRow_Any_SSSE3;
+    k.float_to_depth = FloatToDepthRow_Any_SSSE3;
+    k.mirror1 = MirrorRow_Any_SSSE3;
+    k.mirror2 = MirrorRow2_Any_SSSE3;
+    k.mirror3 = MirrorRow3_Any_SSSE3;
+    k.mirror4 = MirrorRow4_Any_SSSE3;
+    k.mirror8 = MirrorRow8_Any_SSSE3;
+  }
+  if (cpu_features & kCpuHasAVX2) {
+    k.yuy2_to_bgra = YUY2ToBGRARow_Any_AVX2;
+    k.yuy2_to_rgba = YUY2ToRGBARow_Any_AVX2;
+    k.yuy2_to_y8 = YUY2ToY8Row_Any_AVX2;
+    k.yuy2_to_uv = YUY2ToUVRow_Any_AVX2;
+    k.nv12_to_yuy2 = NV12ToYUY2Row_Any_AVX2;
+    k.bgra_to_yuy2 = BGRAToYUY2Row_Any_AVX2;
+    k.rgba_to_yuy2 = RGBAToYUY2Row_Any_AVX2;
+    k.swap_rb4 = BGRAToRGBARow_Any_AVX2;
+    k.y8_to_y16 = Y8ToY16Row_Any_AVX2;
+    k.y16_to_y8 = Y16ToY8Row_Any_AVX2;
+    k.depth_shift = DepthShiftRow_Any_AVX2;
+    k.depth_to_float = DepthToFloatRow_Any_AVX2;
+    k.float_to_depth = FloatToDepthRow_Any_AVX2;
+  }
+  if (cpu_features & kCpuHasAVX512BW) {
+    k.yuy2_to_bgra = YUY2ToBGRARow_Any_AVX512;
+    k.yuy2_to_rgba = YUY2ToRGBARow_Any_AVX512;
+  }
   return k;
 }
 

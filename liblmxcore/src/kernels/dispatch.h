@@ -2,7 +2,7 @@
 //
 // One entry per conversion. SelectRowKernels() builds a table for a set of CPU
 // features: every entry starts as the scalar `_C` row and is upgraded in order of
-// capability (SSSE3, then AVX2; the last match wins) once such variants exist.
+// capability (SSSE3, then AVX2, then AVX-512; the last match wins); see row_simd.h.
 // The active table is filled by InitRowKernels(), which runs at load and on
 // first use and is idempotent; ScopedCpuFeatureMask (cpu_features.h) refills it.
 //

@@ -17,13 +17,15 @@
 
 #include "lmx/platform/registry.h"
 #include "lmx/platform/text.h"
+#include "registry_file.h"
 
 namespace lmx::platform {
 namespace {
 
-constexpr const char* kDefaultRegistryFile = "/etc/lmsdk/lmsdk.reg";
+using registry_file::KeySnapshot;
+using registry_file::Value;
 
-using Value = std::variant<std::wstring, uint32_t>;
+constexpr const char* kDefaultRegistryFile = "/etc/lmsdk/lmsdk.reg";
 
 struct KeyEntry {
   std::wstring path;  // as first written, for subkey names in their own case
@@ -33,12 +35,6 @@ struct KeyEntry {
 struct Hive {
   // Keys by lower-case path below HKEY_LOCAL_MACHINE.
   std::map<std::wstring, KeyEntry> keys;
-};
-
-// What an open key holds: a snapshot of its values and direct subkeys.
-struct OpenKey {
-  std::map<std::wstring, Value> values;
-  std::vector<std::wstring> subkeys;
 };
 
 std::wstring Lower(std::wstring text) {
@@ -52,7 +48,7 @@ std::wstring Trim(const std::wstring& text) {
   return text.substr(first, text.find_last_not_of(L" \t\r\n") - first + 1);
 }
 
-std::wstring DecodeFile(const std::string& bytes) {
+std::wstring DecodeFile(std::string_view bytes) {
   if (bytes.size() >= 2 && static_cast<uint8_t>(bytes[0]) == 0xFF && static_cast<uint8_t>(bytes[1]) == 0xFE) {
     std::wstring utf16;
     for (size_t i = 2; i + 1 < bytes.size(); i += 2)
@@ -68,7 +64,7 @@ std::wstring DecodeFile(const std::string& bytes) {
     return Utf8ToWide(utf8);
   }
   const bool bom = bytes.size() >= 3 && bytes.compare(0, 3, "\xEF\xBB\xBF") == 0;
-  return Utf8ToWide(std::string_view(bytes).substr(bom ? 3 : 0));
+  return Utf8ToWide(bytes.substr(bom ? 3 : 0));
 }
 
 // Strips the hive name; only the local-machine hive is kept. The path keeps its case.
@@ -223,14 +219,12 @@ void ParseInto(const std::wstring& content, Hive* hive) {
   }
 }
 
-Hive LoadHive() {
+// The file's bytes; a missing file reads as an empty registry.
+std::string ReadRegistryFile() {
   const char* configured = std::getenv("LMSDK_REGISTRY");
   std::ifstream file(configured && *configured ? configured : kDefaultRegistryFile, std::ios::binary);
-  Hive hive;
-  if (!file) return hive;
-  const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  ParseInto(DecodeFile(bytes), &hive);
-  return hive;
+  if (!file) return {};
+  return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
 }
 
 // The 32-bit view of a key below "Software" is its Wow6432Node twin.
@@ -243,22 +237,11 @@ std::wstring ViewPath(std::wstring path, RegistryView view) {
 
 }  // namespace
 
-RegistryKey::~RegistryKey() { delete static_cast<OpenKey*>(handle_); }
-
-RegistryKey::RegistryKey(RegistryKey&& other) noexcept : handle_(std::exchange(other.handle_, nullptr)) {}
-
-RegistryKey& RegistryKey::operator=(RegistryKey&& other) noexcept {
-  if (this != &other) {
-    delete static_cast<OpenKey*>(handle_);
-    handle_ = std::exchange(other.handle_, nullptr);
-  }
-  return *this;
-}
-
-RegistryKey RegistryKey::OpenLocalMachine(const std::wstring& subkey, RegistryView view) {
+bool registry_file::OpenKeyInFile(std::string_view bytes, const std::wstring& subkey, RegistryView view,
+                                  KeySnapshot* key) {
   const std::wstring path = ViewPath(Lower(Trim(subkey)), view);
-  const Hive hive = LoadHive();
-  auto key = std::make_unique<OpenKey>();
+  Hive hive;
+  ParseInto(DecodeFile(bytes), &hive);
   bool exists = false;
   std::set<std::wstring> seen;
   const std::wstring prefix = path.empty() ? L"" : path + L"\\";
@@ -274,12 +257,30 @@ RegistryKey RegistryKey::OpenLocalMachine(const std::wstring& subkey, RegistryVi
         key->subkeys.push_back(entry.path.substr(prefix.size(), length));
     }
   }
-  return exists ? RegistryKey(key.release()) : RegistryKey();
+  return exists;
+}
+
+RegistryKey::~RegistryKey() { delete static_cast<KeySnapshot*>(handle_); }
+
+RegistryKey::RegistryKey(RegistryKey&& other) noexcept : handle_(std::exchange(other.handle_, nullptr)) {}
+
+RegistryKey& RegistryKey::operator=(RegistryKey&& other) noexcept {
+  if (this != &other) {
+    delete static_cast<KeySnapshot*>(handle_);
+    handle_ = std::exchange(other.handle_, nullptr);
+  }
+  return *this;
+}
+
+RegistryKey RegistryKey::OpenLocalMachine(const std::wstring& subkey, RegistryView view) {
+  auto key = std::make_unique<KeySnapshot>();
+  if (!registry_file::OpenKeyInFile(ReadRegistryFile(), subkey, view, key.get())) return RegistryKey();
+  return RegistryKey(key.release());
 }
 
 std::optional<std::wstring> RegistryKey::ReadString(const std::wstring& name) const {
   if (!handle_) return std::nullopt;
-  const auto& values = static_cast<OpenKey*>(handle_)->values;
+  const auto& values = static_cast<KeySnapshot*>(handle_)->values;
   const auto it = values.find(Lower(name));
   if (it == values.end() || !std::holds_alternative<std::wstring>(it->second)) return std::nullopt;
   return std::get<std::wstring>(it->second);
@@ -287,14 +288,14 @@ std::optional<std::wstring> RegistryKey::ReadString(const std::wstring& name) co
 
 std::optional<uint32_t> RegistryKey::ReadDword(const std::wstring& name) const {
   if (!handle_) return std::nullopt;
-  const auto& values = static_cast<OpenKey*>(handle_)->values;
+  const auto& values = static_cast<KeySnapshot*>(handle_)->values;
   const auto it = values.find(Lower(name));
   if (it == values.end() || !std::holds_alternative<uint32_t>(it->second)) return std::nullopt;
   return std::get<uint32_t>(it->second);
 }
 
 std::vector<std::wstring> RegistryKey::EnumerateSubkeys() const {
-  return handle_ ? static_cast<OpenKey*>(handle_)->subkeys : std::vector<std::wstring>{};
+  return handle_ ? static_cast<KeySnapshot*>(handle_)->subkeys : std::vector<std::wstring>{};
 }
 
 }  // namespace lmx::platform

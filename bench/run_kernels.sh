@@ -1,0 +1,35 @@
+#!/bin/sh
+# Builds the kernel benchmark in build/bench (Release, LMX_BUILD_BENCH=ON), runs
+# it once and prints, per conversion and size, the time of each variant and the
+# ratios: ours (fastest variant) against the anchor (libyuv, or memcpy for plane
+# copy; above 1 means we are slower) and each SIMD variant's speed-up over C.
+# Extra arguments go to the benchmark (e.g. --benchmark_filter=YUY2).
+set -eu
+root=$(cd "$(dirname "$0")/.." && pwd)
+build="$root/build/bench"
+"$root/scripts/install-deps.sh" build bench
+cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DLMX_BUILD_BENCH=ON -DLMX_BUILD_TESTS=OFF \
+  -DLMX_BUILD_TOOLS=OFF >/dev/null
+cmake --build "$build" --target kernels_bench -j2 >/dev/null
+json="$build/kernels_bench.json"
+"$build/bin/kernels_bench" --benchmark_min_time=0.2 --benchmark_format=json --benchmark_out="$json" \
+  --benchmark_out_format=json "$@" >/dev/null
+echo "$(grep -m1 'model name' /proc/cpuinfo | sed 's/.*: //'), $(date -u +%Y-%m-%d)"
+python3 - "$json" <<'PY'
+import json, sys
+from collections import OrderedDict
+rows = OrderedDict()
+for b in json.load(open(sys.argv[1]))["benchmarks"]:
+    conv, size, variant = b["name"].split("/")[:3]
+    rows.setdefault((conv, size), {})[variant] = b["real_time"]  # microseconds
+cols = ["C", "SSSE3", "AVX2", "AVX512"]
+print(f"{'conversion':<14}{'size':>10}" + "".join(f"{c + ' us':>11}" for c in cols) +
+      f"{'anchor us':>11}{'ours/anchor':>13}{'SSSE3/C':>9}{'AVX2/C':>8}{'AVX512/C':>10}")
+for (conv, size), t in rows.items():
+    ours = min(t[c] for c in cols if c in t)
+    anchor = t.get("libyuv", t.get("memcpy"))
+    cells = "".join(f"{t[c]:>11.1f}" if c in t else f"{'-':>11}" for c in cols)
+    anchor_cell = f"{anchor:>11.1f}{ours / anchor:>13.2f}" if anchor else f"{'-':>11}{'-':>13}"
+    speedups = "".join(f"{t['C'] / t[c]:>{w}.1f}" if c in t else f"{'-':>{w}}" for c, w in (("SSSE3", 9), ("AVX2", 8), ("AVX512", 10)))
+    print(f"{conv:<14}{size:>10}{cells}{anchor_cell}{speedups}")
+PY

@@ -1,0 +1,276 @@
+// AVX2 row bodies and their any-width entry points (row_simd.h). This file alone
+// is compiled with -mavx2. Loads and stores are unaligned throughout, and no
+// 256-bit value is passed by value to a function that is not inlined: the
+// Windows x64 ABI does not align the stack to 32 bytes.
+#include <immintrin.h>
+
+#include <cstring>
+
+#include "kernels/row.h"
+#include "kernels/row_any.h"
+#include "kernels/row_simd.h"
+
+namespace lmx::kernels {
+namespace {
+
+inline __m256i Load(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
+inline void Store(void* p, __m256i v) { _mm256_storeu_si256(static_cast<__m256i*>(p), v); }
+inline __m128i Load128(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
+
+inline __m256i Pair16(int16_t low, int16_t high) {
+  return _mm256_set1_epi32(static_cast<int32_t>((static_cast<uint32_t>(static_cast<uint16_t>(high)) << 16) |
+                                                static_cast<uint16_t>(low)));
+}
+
+// --- YUY2 to colour ----------------------------------------------------------------
+
+// 16 pixels per block (32 source bytes, 64 destination bytes). The arithmetic is
+// the SSSE3 body's (row_ssse3.cpp: coefficients split into a shift and a 16-bit
+// madd, exact in 32 bits) on both 128-bit lanes; lane 0 holds pixels 0-7 and
+// lane 1 pixels 8-15 until the final lane permute.
+template <bool kRgba>
+void YUY2ToFourChannelRow(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
+  const __m256i zero = _mm256_setzero_si256();
+  const __m256i alpha8 = _mm256_set1_epi8(static_cast<char>(alpha));
+  const __m256i luma_coeffs = Pair16(10748, -18559);
+  const __m256i sixty_four = _mm256_set1_epi16(64);
+  const __m256i high_words = _mm256_set1_epi32(static_cast<int32_t>(0xFFFF0000u));
+  for (int x = 0; x < width; x += 16, src += 32, dst += 64) {
+    const __m256i yuy2 = Load(src);
+    const __m256i y = _mm256_and_si256(yuy2, _mm256_set1_epi16(0x00FF));
+    const __m256i uv = _mm256_sub_epi16(_mm256_srli_epi16(yuy2, 8), _mm256_set1_epi16(128));
+
+    const __m256i luma_lo = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(y, sixty_four), luma_coeffs),
+                                             _mm256_unpacklo_epi16(zero, y));
+    const __m256i luma_hi = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(y, sixty_four), luma_coeffs),
+                                             _mm256_unpackhi_epi16(zero, y));
+    const __m256i v_shifted = _mm256_and_si256(uv, high_words);
+    const __m256i u_shifted = _mm256_slli_epi32(uv, 16);
+    const __m256i red =
+        _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(0, -26477)), _mm256_add_epi32(v_shifted, v_shifted));
+    const __m256i green = _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(25690, -12255)), v_shifted);
+    const __m256i blue =
+        _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(1114, 0)), _mm256_add_epi32(u_shifted, u_shifted));
+
+    const __m256i r_lo = _mm256_srai_epi32(_mm256_add_epi32(luma_lo, _mm256_unpacklo_epi32(red, red)), 16);
+    const __m256i r_hi = _mm256_srai_epi32(_mm256_add_epi32(luma_hi, _mm256_unpackhi_epi32(red, red)), 16);
+    const __m256i g_lo = _mm256_srai_epi32(_mm256_sub_epi32(luma_lo, _mm256_unpacklo_epi32(green, green)), 16);
+    const __m256i g_hi = _mm256_srai_epi32(_mm256_sub_epi32(luma_hi, _mm256_unpackhi_epi32(green, green)), 16);
+    const __m256i b_lo = _mm256_srai_epi32(_mm256_add_epi32(luma_lo, _mm256_unpacklo_epi32(blue, blue)), 16);
+    const __m256i b_hi = _mm256_srai_epi32(_mm256_add_epi32(luma_hi, _mm256_unpackhi_epi32(blue, blue)), 16);
+
+    const __m256i r16 = _mm256_packs_epi32(r_lo, r_hi);
+    const __m256i g16 = _mm256_packs_epi32(g_lo, g_hi);
+    const __m256i b16 = _mm256_packs_epi32(b_lo, b_hi);
+    // Per lane: bytes 0-7 first channel, 8-15 third channel; green, alpha likewise.
+    const __m256i first_third = kRgba ? _mm256_packus_epi16(r16, b16) : _mm256_packus_epi16(b16, r16);
+    const __m256i g8 = _mm256_packus_epi16(g16, g16);
+    const __m256i c01 = _mm256_unpacklo_epi8(first_third, g8);
+    const __m256i c23 = _mm256_unpacklo_epi8(_mm256_unpackhi_epi64(first_third, first_third), alpha8);
+    const __m256i px_a = _mm256_unpacklo_epi16(c01, c23);  // pixels 0-3 | 8-11
+    const __m256i px_b = _mm256_unpackhi_epi16(c01, c23);  // pixels 4-7 | 12-15
+    Store(dst, _mm256_permute2x128_si256(px_a, px_b, 0x20));
+    Store(dst + 32, _mm256_permute2x128_si256(px_a, px_b, 0x31));
+  }
+}
+
+void YUY2ToBGRARow_AVX2(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
+  YUY2ToFourChannelRow<false>(src, dst, width, alpha);
+}
+void YUY2ToRGBARow_AVX2(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
+  YUY2ToFourChannelRow<true>(src, dst, width, alpha);
+}
+
+// --- Colour to YUY2 ------------------------------------------------------------------
+
+// 16 pixels per block (64 source bytes, 32 destination bytes); the SSSE3 body's
+// arithmetic (madd products, horizontal sums) on both lanes. The horizontal adds
+// leave the lanes' results interleaved; one 64-bit permute puts them in order.
+template <bool kRgb>
+void FourChannelToYUY2Row(const uint8_t* src, uint8_t* dst, int width) {
+  const __m256i ky = kRgb ? _mm256_setr_epi16(66, 129, 25, 0, 66, 129, 25, 0, 66, 129, 25, 0, 66, 129, 25, 0)
+                          : _mm256_setr_epi16(25, 129, 66, 0, 25, 129, 66, 0, 25, 129, 66, 0, 25, 129, 66, 0);
+  const __m256i ku = kRgb ? _mm256_setr_epi16(-38, -74, 112, 0, -38, -74, 112, 0, -38, -74, 112, 0, -38, -74, 112, 0)
+                          : _mm256_setr_epi16(112, -74, -38, 0, 112, -74, -38, 0, 112, -74, -38, 0, 112, -74, -38, 0);
+  const __m256i kv = kRgb ? _mm256_setr_epi16(112, -94, -18, 0, 112, -94, -18, 0, 112, -94, -18, 0, 112, -94, -18, 0)
+                          : _mm256_setr_epi16(-18, -94, 112, 0, -18, -94, 112, 0, -18, -94, 112, 0, -18, -94, 112, 0);
+  const __m256i zero = _mm256_setzero_si256();
+  const __m256i y_round = _mm256_set1_epi32(128), y_offset = _mm256_set1_epi32(16);
+  const __m256i c_round = _mm256_set1_epi32(256), c_offset = _mm256_set1_epi32(128);
+  for (int x = 0; x < width; x += 16, src += 64, dst += 32) {
+    const __m256i a = Load(src);       // pixels 0-3 | 4-7
+    const __m256i b = Load(src + 32);  // pixels 8-11 | 12-15
+    const __m256i a01 = _mm256_unpacklo_epi8(a, zero), a23 = _mm256_unpackhi_epi8(a, zero);
+    const __m256i b01 = _mm256_unpacklo_epi8(b, zero), b23 = _mm256_unpackhi_epi8(b, zero);
+
+    __m256i y_a = _mm256_hadd_epi32(_mm256_madd_epi16(a01, ky), _mm256_madd_epi16(a23, ky));  // Y0-3 | Y4-7
+    __m256i y_b = _mm256_hadd_epi32(_mm256_madd_epi16(b01, ky), _mm256_madd_epi16(b23, ky));  // Y8-11 | Y12-15
+    // U0 U1 U4 U5 | U2 U3 U6 U7, and V likewise.
+    __m256i u = _mm256_hadd_epi32(_mm256_hadd_epi32(_mm256_madd_epi16(a01, ku), _mm256_madd_epi16(a23, ku)),
+                                  _mm256_hadd_epi32(_mm256_madd_epi16(b01, ku), _mm256_madd_epi16(b23, ku)));
+    __m256i v = _mm256_hadd_epi32(_mm256_hadd_epi32(_mm256_madd_epi16(a01, kv), _mm256_madd_epi16(a23, kv)),
+                                  _mm256_hadd_epi32(_mm256_madd_epi16(b01, kv), _mm256_madd_epi16(b23, kv)));
+    y_a = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(y_a, y_round), 8), y_offset);
+    y_b = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(y_b, y_round), 8), y_offset);
+    u = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(u, c_round), 9), c_offset);
+    v = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(v, c_round), 9), c_offset);
+
+    const __m256i y16 = _mm256_packs_epi32(y_a, y_b);  // Y0-3 Y8-11 | Y4-7 Y12-15
+    // U0 V0 U1 V1 U4 V4 U5 V5 | U2 V2 U3 V3 U6 V6 U7 V7
+    const __m256i uv16 = _mm256_packs_epi32(_mm256_unpacklo_epi32(u, v), _mm256_unpackhi_epi32(u, v));
+    // Pixels 0-3 8-11 | 4-7 12-15 as YUY2 bytes, then the 64-bit quarters in order.
+    const __m256i packed = _mm256_packus_epi16(_mm256_unpacklo_epi16(y16, uv16), _mm256_unpackhi_epi16(y16, uv16));
+    Store(dst, _mm256_permute4x64_epi64(packed, 0xD8));
+  }
+}
+
+void BGRAToYUY2Row_AVX2(const uint8_t* src, uint8_t* dst, int width) { FourChannelToYUY2Row<false>(src, dst, width); }
+void RGBAToYUY2Row_AVX2(const uint8_t* src, uint8_t* dst, int width) { FourChannelToYUY2Row<true>(src, dst, width); }
+
+// --- 4:2:2 <-> 4:2:0, luma ----------------------------------------------------------------
+
+// 32 pixels per block: 64 YUY2 bytes to 32 luma bytes.
+void YUY2ToY8Row_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  const __m256i low_bytes = _mm256_set1_epi16(0x00FF);
+  for (int x = 0; x < width; x += 32, src += 64, dst += 32) {
+    const __m256i packed =
+        _mm256_packus_epi16(_mm256_and_si256(Load(src), low_bytes), _mm256_and_si256(Load(src + 32), low_bytes));
+    Store(dst, _mm256_permute4x64_epi64(packed, 0xD8));
+  }
+}
+
+// 32 pixels per block: 64 bytes of each YUY2 row to 32 chroma bytes, rounded
+// average (a + b + 1) >> 1.
+void YUY2ToUVRow_AVX2(const uint8_t* src0, const uint8_t* src1, uint8_t* dst, int width) {
+  for (int x = 0; x < width; x += 32, src0 += 64, src1 += 64, dst += 32) {
+    const __m256i lo = _mm256_srli_epi16(_mm256_avg_epu8(Load(src0), Load(src1)), 8);
+    const __m256i hi = _mm256_srli_epi16(_mm256_avg_epu8(Load(src0 + 32), Load(src1 + 32)), 8);
+    Store(dst, _mm256_permute4x64_epi64(_mm256_packus_epi16(lo, hi), 0xD8));
+  }
+}
+
+// 32 pixels per block: 32 luma and 32 chroma bytes to 64 YUY2 bytes.
+void NV12ToYUY2Row_AVX2(const uint8_t* src_y, const uint8_t* src_uv, uint8_t* dst, int width) {
+  for (int x = 0; x < width; x += 32, src_y += 32, src_uv += 32, dst += 64) {
+    const __m256i y = Load(src_y), uv = Load(src_uv);
+    const __m256i lo = _mm256_unpacklo_epi8(y, uv);  // pixels 0-7 | 16-23
+    const __m256i hi = _mm256_unpackhi_epi8(y, uv);  // pixels 8-15 | 24-31
+    Store(dst, _mm256_permute2x128_si256(lo, hi, 0x20));
+    Store(dst + 32, _mm256_permute2x128_si256(lo, hi, 0x31));
+  }
+}
+
+// --- Channel swap, grey, depth ----------------------------------------------------------
+
+// 8 pixels per block.
+void BGRAToRGBARow_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  const __m256i swap = _mm256_setr_epi8(2, 1, 0, 3, 6, 5, 4, 7, 10, 9, 8, 11, 14, 13, 12, 15,  //
+                                        2, 1, 0, 3, 6, 5, 4, 7, 10, 9, 8, 11, 14, 13, 12, 15);
+  for (int x = 0; x < width; x += 8, src += 32, dst += 32) Store(dst, _mm256_shuffle_epi8(Load(src), swap));
+}
+
+// 32 pixels per block: the byte repeated is v * 257.
+void Y8ToY16Row_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  for (int x = 0; x < width; x += 32, src += 32, dst += 64) {
+    const __m256i v = Load(src);
+    const __m256i lo = _mm256_unpacklo_epi8(v, v);  // pixels 0-7 | 16-23
+    const __m256i hi = _mm256_unpackhi_epi8(v, v);  // pixels 8-15 | 24-31
+    Store(dst, _mm256_permute2x128_si256(lo, hi, 0x20));
+    Store(dst + 32, _mm256_permute2x128_si256(lo, hi, 0x31));
+  }
+}
+
+// 32 pixels per block: the high bytes.
+void Y16ToY8Row_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  for (int x = 0; x < width; x += 32, src += 64, dst += 32) {
+    const __m256i packed = _mm256_packus_epi16(_mm256_srli_epi16(Load(src), 8), _mm256_srli_epi16(Load(src + 32), 8));
+    Store(dst, _mm256_permute4x64_epi64(packed, 0xD8));
+  }
+}
+
+// 16 pixels per block; saturation as in the SSSE3 body.
+void DepthShiftRow_AVX2(const uint8_t* src, uint8_t* dst, int width, int shift) {
+  if (shift >= 0) {
+    const __m128i count = _mm_cvtsi32_si128(shift);
+    const __m256i limit = _mm256_set1_epi16(static_cast<short>(shift >= 16 ? 0 : 0xFFFF >> shift));
+    const __m256i zero = _mm256_setzero_si256();
+    const __m256i all_ones = _mm256_set1_epi16(-1);
+    for (int x = 0; x < width; x += 16, src += 32, dst += 32) {
+      const __m256i v = Load(src);
+      const __m256i in_range = _mm256_cmpeq_epi16(_mm256_subs_epu16(v, limit), zero);
+      Store(dst, _mm256_or_si256(_mm256_sll_epi16(v, count), _mm256_andnot_si256(in_range, all_ones)));
+    }
+  } else {
+    const __m128i count = _mm_cvtsi32_si128(shift <= -16 ? 16 : -shift);
+    for (int x = 0; x < width; x += 16, src += 32, dst += 32) Store(dst, _mm256_srl_epi16(Load(src), count));
+  }
+}
+
+// 8 pixels per block.
+void DepthToFloatRow_AVX2(const uint8_t* src, uint8_t* dst, int width, float scale) {
+  const __m256 factor = _mm256_set1_ps(scale);
+  for (int x = 0; x < width; x += 8, src += 16, dst += 32) {
+    const __m256 v = _mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(Load128(src)));
+    _mm256_storeu_ps(reinterpret_cast<float*>(dst), _mm256_mul_ps(v, factor));
+  }
+}
+
+// 16 pixels per block; clamping as in the SSSE3 body (NaN to 0), then the
+// unsigned pack, which works per lane, and a permute.
+void FloatToDepthRow_AVX2(const uint8_t* src, uint8_t* dst, int width, float factor) {
+  const __m256 f = _mm256_set1_ps(factor);
+  const __m256 zero = _mm256_setzero_ps(), top = _mm256_set1_ps(65535.0f), half = _mm256_set1_ps(0.5f);
+  for (int x = 0; x < width; x += 16, src += 64, dst += 32) {
+    const __m256 a = _mm256_mul_ps(_mm256_loadu_ps(reinterpret_cast<const float*>(src)), f);
+    const __m256 b = _mm256_mul_ps(_mm256_loadu_ps(reinterpret_cast<const float*>(src + 32)), f);
+    const __m256i ia = _mm256_cvttps_epi32(_mm256_add_ps(_mm256_min_ps(_mm256_max_ps(a, zero), top), half));
+    const __m256i ib = _mm256_cvttps_epi32(_mm256_add_ps(_mm256_min_ps(_mm256_max_ps(b, zero), top), half));
+    Store(dst, _mm256_permute4x64_epi64(_mm256_packus_epi32(ia, ib), 0xD8));
+  }
+}
+
+}  // namespace
+
+// --- Any-width entry points --------------------------------------------------------------
+
+void YUY2ToBGRARow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
+  AnyYUY2Decode<YUY2ToBGRARow_AVX2, YUY2ToBGRARow_C, 16, 4>(src, dst, width, alpha);
+}
+void YUY2ToRGBARow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
+  AnyYUY2Decode<YUY2ToRGBARow_AVX2, YUY2ToRGBARow_C, 16, 4>(src, dst, width, alpha);
+}
+void YUY2ToY8Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<YUY2ToY8Row_AVX2, 32, 2, 1>(src, dst, width);
+}
+void YUY2ToUVRow_Any_AVX2(const uint8_t* src0, const uint8_t* src1, uint8_t* dst, int width) {
+  AnyTwoRows<YUY2ToUVRow_AVX2, 32, 2, 2, 1>(src0, src1, dst, width);
+}
+void NV12ToYUY2Row_Any_AVX2(const uint8_t* src_y, const uint8_t* src_uv, uint8_t* dst, int width) {
+  // The scalar row writes pairs only; an odd last column is left alone.
+  AnyTwoRows<NV12ToYUY2Row_AVX2, 32, 1, 1, 2>(src_y, src_uv, dst, width & ~1);
+}
+void BGRAToYUY2Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  // Pairs through the blocks; a lone last pixel has its own chroma rule.
+  AnyRow<BGRAToYUY2Row_AVX2, 16, 4, 2>(src, dst, width & ~1);
+  if (width & 1) BGRAToYUY2Row_C(src + 4 * static_cast<ptrdiff_t>(width - 1), dst + 2 * static_cast<ptrdiff_t>(width - 1), 1);
+}
+void RGBAToYUY2Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<RGBAToYUY2Row_AVX2, 16, 4, 2>(src, dst, width & ~1);
+  if (width & 1) RGBAToYUY2Row_C(src + 4 * static_cast<ptrdiff_t>(width - 1), dst + 2 * static_cast<ptrdiff_t>(width - 1), 1);
+}
+void BGRAToRGBARow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<BGRAToRGBARow_AVX2, 8, 4, 4>(src, dst, width);
+}
+void Y8ToY16Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) { AnyRow<Y8ToY16Row_AVX2, 32, 1, 2>(src, dst, width); }
+void Y16ToY8Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) { AnyRow<Y16ToY8Row_AVX2, 32, 2, 1>(src, dst, width); }
+void DepthShiftRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width, int shift) {
+  AnyRow<DepthShiftRow_AVX2, 16, 2, 2, int>(src, dst, width, shift);
+}
+void DepthToFloatRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width, float scale) {
+  AnyRow<DepthToFloatRow_AVX2, 8, 2, 4, float>(src, dst, width, scale);
+}
+void FloatToDepthRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width, float factor) {
+  AnyRow<FloatToDepthRow_AVX2, 16, 4, 2, float>(src, dst, width, factor);
+}
+
+}  // namespace lmx::kernels

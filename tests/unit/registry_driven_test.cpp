@@ -1,0 +1,50 @@
+// Behaviour chosen by registry values, on either back end: the worker pool by
+// "NumberThreads", the forced debugger-output logger by "DebugView".
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "corescheduler_pool.h"
+#include "log_bootstrap_support.h"
+#include "support/test_registry.h"
+
+using namespace lmxtest;
+using namespace lmsdk::log_bootstrap;
+
+namespace {
+const std::wstring kSdkKey = L"Software\\Norvik\\LMSDK";
+const std::wstring kLoggingKey = L"Software\\Norvik\\LMSDK\\Logging";
+
+int32_t ForcedDebugViewLevel(TestContext& test) {
+  BootstrapResult result = SelectLogger(test.context, "test");
+  ResultGuard guard{result};
+  if (result.source != LoggerSource::kDebugView || !result.logger) return -1;
+  EXPECT_EQ(result.module, nullptr) << "a forced debugger output loads no logging module";
+  return result.logger->QueryLevel();
+}
+}  // namespace
+
+TEST(RegistryDriven, NumberThreadsOneSelectsTheSingleWorker) {
+  ScopedTestRegistry registry;
+  registry.SetDword(kSdkKey, L"NumberThreads", 1);
+  std::unique_ptr<lmx::TaskScheduler> single(lmx::CreateTaskScheduler(nullptr));
+  EXPECT_NE(dynamic_cast<lmx::PThreadScheduler*>(single.get()), nullptr);
+
+  registry.SetDword(kSdkKey, L"NumberThreads", 4);
+  std::unique_ptr<lmx::TaskScheduler> pool(lmx::CreateTaskScheduler(nullptr));
+  EXPECT_NE(dynamic_cast<lmx::STDThreadPool*>(pool.get()), nullptr);
+}
+
+TEST(RegistryDriven, DebugViewLevelsAreExactAndPerModuleValuesWin) {
+  TempFolder folder;
+  TestContext test(folder);
+  ScopedTestRegistry registry;
+  EXPECT_EQ(ForcedDebugViewLevel(test), -1) << "no value: no forced debugger output";
+
+  registry.SetString(kLoggingKey, L"DebugView", L"VERBOSE");
+  EXPECT_EQ(ForcedDebugViewLevel(test), 2500);
+  registry.SetString(kLoggingKey, L"DebugView", L"verbose");
+  EXPECT_EQ(ForcedDebugViewLevel(test), 20000) << "names compare exactly";
+  registry.SetString(kLoggingKey, test.context.moduleName, L"ERROR");
+  EXPECT_EQ(ForcedDebugViewLevel(test), 40000) << "the value named after the module overrides DebugView";
+}

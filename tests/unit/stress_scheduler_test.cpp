@@ -1,0 +1,228 @@
+// Stress: a three-stage pipeline on one scheduler, driven from many threads with
+// failures drawn from a fixed seed, and concurrent reference counting through
+// every face of a scheduler and of a sync point. The outcomes are deterministic;
+// the interleavings are not, which is what ThreadSanitizer runs of these tests
+// ("stress" label) are for.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <random>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "scheduler_test_support.h"
+
+using namespace Norvik::Lumetra;
+using namespace lmxtest;
+
+namespace {
+
+// One node of the pipeline: its output, its sync point, and (stages B and C) the
+// callback that consumes its inputs.
+struct Node {
+  int output = 0;  // its address is the output handle
+  LMXSyncPoint* sp = nullptr;
+  std::vector<int> inputs;           // indexes into the previous stage
+  std::unique_ptr<RecordingTask> task;
+  std::atomic<Status> result{LMX_STATUS_EXEC_INPROGRESS};  // what the node completed with
+};
+
+// Expected outcome of a consumer: success when every input succeeded, else the
+// error of one of the failed inputs.
+void ExpectConsumerStatus(const Node& node, const std::vector<std::unique_ptr<Node>>& inputs, Status got) {
+  std::set<Status> errors;
+  for (int i : node.inputs) {
+    const Status sts = inputs[i]->result.load();
+    if (sts < 0) errors.insert(sts);
+  }
+  if (errors.empty()) {
+    EXPECT_EQ(got, LMX_STATUS_NO_ERROR);
+  } else {
+    EXPECT_TRUE(errors.count(got)) << "status " << got << " is none of the inputs' errors";
+  }
+}
+
+}  // namespace
+
+TEST(StressScheduler, PipelineRunsEveryCallbackOnceWithTheRightStatus) {
+  constexpr int kSources = 600, kMiddle = 300, kSinks = 300;
+  constexpr Status kErrors[] = {LMX_STATUS_DEVICE_FAILED, LMX_STATUS_PARAM_UNSUPPORTED, LMX_STATUS_EXEC_ABORTED};
+  TestSession session;
+  SchedulerRef scheduler(&session);
+  ASSERT_EQ(scheduler.status(), LMX_STATUS_NO_ERROR);
+  LMXSchedulerService* service = scheduler.service();
+
+  std::mt19937 random(20240531);
+  auto makeStage = [&](int count, int inputsFrom) {
+    std::vector<std::unique_ptr<Node>> stage;
+    for (int i = 0; i < count; ++i) {
+      auto node = std::make_unique<Node>();
+      for (int k = 0, n = inputsFrom ? 1 + static_cast<int>(random() % 3) : 0; k < n; ++k)
+        node->inputs.push_back(static_cast<int>(random() % inputsFrom));  // repeats allowed
+      void* out = &node->output;
+      EXPECT_EQ(service->MarkOutputs(1, &out, LMX_STATUS_EXEC_INPROGRESS), LMX_STATUS_NO_ERROR);
+      EXPECT_EQ(service->CreateSyncPoint(1, &out, &node->sp), LMX_STATUS_NO_ERROR);
+      stage.push_back(std::move(node));
+    }
+    return stage;
+  };
+  auto sources = makeStage(kSources, 0);
+  auto middle = makeStage(kMiddle, kSources);
+  auto sinks = makeStage(kSinks, kMiddle);
+  std::vector<Status> sourceStatus(kSources);
+  for (auto& sts : sourceStatus) sts = random() % 6 == 0 ? kErrors[random() % 3] : LMX_STATUS_NO_ERROR;
+
+  // Completing a node: its output, then its sync point (as a producer does).
+  auto complete = [&](Node& node, Status sts) {
+    node.result.store(sts);
+    void* out = &node.output;
+    service->MarkOutputs(1, &out, sts);
+    SignalFace(node.sp)->SignalSyncPoint(sts);
+  };
+  // Middle nodes complete their own output from their callback (inline ones under
+  // the completing producer's lock); sinks only record. Every other callback is inline.
+  for (size_t j = 0; j < middle.size(); ++j) {
+    Node* node = middle[j].get();
+    node->task = std::make_unique<RecordingTask>(j % 2 ? L"(inline) middle" : L"middle",
+                                                 [&complete, node](Status sts) { complete(*node, sts); });
+  }
+  for (size_t j = 0; j < sinks.size(); ++j)
+    sinks[j]->task = std::make_unique<RecordingTask>(j % 2 ? L"(inline) sink" : L"sink");
+
+  auto request = [&](std::vector<std::unique_ptr<Node>>& stage, std::vector<std::unique_ptr<Node>>& from, int first,
+                     int step) {
+    for (size_t j = first; j < stage.size(); j += step) {
+      std::vector<void*> inputs;
+      for (int i : stage[j]->inputs) inputs.push_back(&from[i]->output);
+      EXPECT_EQ(service->RequestInputs(static_cast<int32_t>(inputs.size()), inputs.data(), stage[j]->task.get()),
+                LMX_STATUS_NO_ERROR);
+    }
+  };
+  std::vector<int> order(kSources);
+  for (int i = 0; i < kSources; ++i) order[i] = i;
+  std::shuffle(order.begin(), order.end(), random);
+
+  std::vector<std::thread> threads;
+  for (int p = 0; p < 3; ++p)  // producers
+    threads.emplace_back([&, p] {
+      for (int k = p; k < kSources; k += 3) complete(*sources[order[k]], sourceStatus[order[k]]);
+    });
+  for (int c = 0; c < 2; ++c) {  // consumers registering while the producers complete
+    threads.emplace_back([&, c] { request(middle, sources, c, 2); });
+    threads.emplace_back([&, c] { request(sinks, middle, c, 2); });
+  }
+  threads.emplace_back([&] {  // a waiter on every seventh sync point of the first two stages
+    for (int i = 0; i < kSources; i += 7) EXPECT_EQ(sources[i]->sp->Synchronize(10000), sourceStatus[i]);
+    for (int j = 0; j < kMiddle; j += 7) {
+      const Status sts = middle[j]->sp->Synchronize(10000);
+      EXPECT_EQ(sts, middle[j]->result.load());
+      EXPECT_EQ(middle[j]->sp->QueryOutputStatus(&middle[j]->output), sts);
+    }
+  });
+  for (auto& thread : threads) thread.join();
+
+  for (auto& node : middle) ASSERT_TRUE(node->task->WaitForRuns(1, 10000ms));
+  for (auto& node : sinks) ASSERT_TRUE(node->task->WaitForRuns(1, 10000ms));
+  RecordingTask drain(L"drain");  // queued behind every pooled callback
+  ASSERT_EQ(scheduler->SubmitTask(&drain, LMX_STATUS_NO_ERROR), LMX_STATUS_NO_ERROR);
+  ASSERT_TRUE(drain.WaitForRuns(1, 10000ms));
+
+  for (auto& node : middle) {
+    ASSERT_EQ(node->task->Runs(), 1);
+    ExpectConsumerStatus(*node, sources, node->task->Last());
+  }
+  for (auto& node : sinks) {
+    ASSERT_EQ(node->task->Runs(), 1);
+    ExpectConsumerStatus(*node, middle, node->task->Last());
+  }
+  // Every sync point holds its node's status; a wait on all of a stage answers its first error.
+  for (auto* stage : {&sources, &middle}) {
+    std::vector<LMXSyncPoint*> sps;
+    Status firstError = LMX_STATUS_NO_ERROR;
+    for (auto& node : *stage) {
+      EXPECT_EQ(node->sp->Synchronize(0), node->result.load());
+      EXPECT_EQ(node->sp->QueryOutputStatus(&node->output), node->result.load());
+      if (sps.size() < 64) {
+        sps.push_back(node->sp);
+        if (firstError == LMX_STATUS_NO_ERROR && node->result.load() < 0) firstError = node->result.load();
+      }
+    }
+    EXPECT_EQ(sps[0]->SynchronizeExINT(static_cast<int32_t>(sps.size()), sps.data(), 0, nullptr, nullptr, 1000),
+              firstError);
+  }
+  for (auto* stage : {&sources, &middle}) {
+    for (auto& node : *stage) node->sp->Release();
+  }
+  for (auto& node : sinks) {
+    SignalFace(node->sp)->SignalSyncPoint(LMX_STATUS_NO_ERROR);
+    node->sp->Release();
+  }
+}
+
+TEST(StressScheduler, ReferenceCountingThroughEveryFace) {
+  constexpr int kRounds = 100, kThreads = 4, kCycles = 200;
+  TestSession session;
+  Service::ImplDesc desc{};
+  desc.group = 0x80000000u;
+  desc.subgroup = 0x40000000u;
+  for (int round = 0; round < kRounds; ++round) {
+    Base* object = nullptr;
+    ASSERT_EQ(CreateScheduler(&session, nullptr, nullptr, nullptr, 0, &object), LMX_STATUS_NO_ERROR);
+    auto* scheduler = static_cast<Scheduler*>(static_cast<LMXScheduler*>(object));
+    void* out = &round;
+    LMXSyncPoint* sp = nullptr;
+    ASSERT_EQ(scheduler->MarkOutputs(1, &out, LMX_STATUS_DEVICE_FAILED), LMX_STATUS_NO_ERROR);
+    ASSERT_EQ(scheduler->CreateSyncPoint(1, &out, &sp), LMX_STATUS_NO_ERROR);
+    SignalFace(sp)->SignalSyncPoint(LMX_STATUS_DEVICE_FAILED);
+    // A follower shares the master's state and outlives both objects under test.
+    SchedulerRef follower(&session);
+    ASSERT_FALSE(follower->IsMaster());
+    RecordingTask early(L"(inline) early");
+    ASSERT_EQ(follower.service()->RequestInputs(1, &out, &early), LMX_STATUS_NO_ERROR);
+    ASSERT_EQ(early.Last(), LMX_STATUS_DEVICE_FAILED) << "the failure is recorded while the sync point lives";
+
+    const std::vector<Base*> schedulerFaces = {
+        static_cast<LMXScheduler*>(scheduler), static_cast<LMXSchedulerService*>(scheduler),
+        static_cast<Reference*>(scheduler->QueryInstance(Reference::kIid))};
+    const std::vector<Base*> syncFaces = {sp, SignalFace(sp), static_cast<Reference*>(sp->QueryInstance(Reference::kIid))};
+    for (Base* face : schedulerFaces) ASSERT_NE(face, nullptr);
+    for (Base* face : syncFaces) ASSERT_NE(face, nullptr);
+
+    // One reference per thread; the creator's goes first, so the last thread to
+    // finish destroys each object, whichever it is.
+    auto* schedulerRef = static_cast<Reference*>(schedulerFaces[2]);
+    auto* syncRef = static_cast<Reference*>(syncFaces[2]);
+    for (int t = 0; t < kThreads; ++t) {
+      schedulerRef->AddRef();
+      syncRef->AddRef();
+    }
+    object->Release();
+    sp->Release();
+
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+      threads.emplace_back([&, t] {
+        for (int k = 0; k < kCycles; ++k) {
+          const auto& faces = k % 2 ? schedulerFaces : syncFaces;
+          Base* face = faces[(t + k) % faces.size()];
+          // A query through any face reaches the same object's Reference.
+          auto* ref = static_cast<Reference*>(face->QueryInstance(Reference::kIid));
+          EXPECT_GE(ref->AddRef(), 2u);
+          face->Release();
+        }
+        schedulerFaces[t % schedulerFaces.size()]->Release();
+        syncFaces[t % syncFaces.size()]->Release();
+      });
+    for (auto& thread : threads) thread.join();
+
+    // Destroyed exactly when the last reference went: the master's slot is free
+    // and the sync point's end dropped the output's failure record.
+    ASSERT_EQ(*session.Slot(desc), nullptr);
+    RecordingTask late(L"(inline) late");
+    ASSERT_EQ(follower.service()->RequestInputs(1, &out, &late), LMX_STATUS_NO_ERROR);
+    ASSERT_EQ(late.Last(), LMX_STATUS_NO_ERROR);
+  }
+}
