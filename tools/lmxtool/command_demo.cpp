@@ -40,8 +40,11 @@ struct Demo {
   std::vector<std::string> files;
   std::mutex filesLock;
 
-  Status Report(size_t id, std::string line, const std::string& error) {
-    lines.at(id) = error.empty() ? std::move(line) : line + ": " + error;
+  // name: what the task made; what: how.
+  Status Report(size_t id, const std::string& name, const std::string& what, const std::string& error) {
+    char line[80];
+    std::snprintf(line, sizeof line, "%-26s ", name.c_str());
+    lines.at(id) = line + (error.empty() ? what : what + ": " + error);
     return error.empty() ? LMX_STATUS_NO_ERROR : LMX_STATUS_PARAM_UNSUPPORTED;
   }
   std::string Save(const std::string& name, const Frame& frame) {
@@ -76,57 +79,57 @@ void AddTasks(Demo& demo, Pipeline& pipeline) {
 
   const int bars = add(L"colour bars", {}, [&](size_t id) {
     const Frame frame = ColourBarsYUY2(kWidth, kHeight);
-    return demo.Report(id, "colour bars          YUY2 " + SizeText(frame) + " into an image",
+    return demo.Report(id, "colour bars", "YUY2 " + SizeText(frame) + " into an image",
                        LoadImage(library.Allocator(), frame, std::nullopt, &demo.bars));
   });
   add(L"bars to RGB", {bars}, [&](size_t id) {
     Frame rgb;
     std::string error = ReadImage(demo.bars.Get(), {Image::PIXEL_FORMAT_RGB}, &rgb);
     if (error.empty()) error = demo.Save("colour_bars", rgb);
-    return demo.Report(id, "colour_bars" + demo.pictureExt + "      YUY2 -> RGB", error);
+    return demo.Report(id, "colour_bars" + demo.pictureExt, "YUY2 -> RGB", error);
   });
   add(L"bars via NV12", {bars}, [&](size_t id) {
     Frame nv12, rgb;
     std::string error = ReadImage(demo.bars.Get(), {Image::PIXEL_FORMAT_NV12}, &nv12);
     if (error.empty()) error = ConvertFrame(library.Allocator(), nv12, {Image::PIXEL_FORMAT_BGRA}, std::nullopt, &rgb);
     if (error.empty()) error = demo.Save("colour_bars_via_nv12", rgb);
-    return demo.Report(id, "colour_bars_via_nv12" + demo.pictureExt + " YUY2 -> NV12 -> BGRA", error);
+    return demo.Report(id, "colour_bars_via_nv12" + demo.pictureExt, "YUY2 -> NV12, then NV12 -> BGRA", error);
   });
   add(L"NV12 gradient", {}, [&](size_t id) {
     const Frame nv12 = GradientNV12(kWidth, kHeight);
     Frame rgb;
     std::string error = ConvertFrame(library.Allocator(), nv12, {Image::PIXEL_FORMAT_RGB}, std::nullopt, &rgb);
     if (error.empty()) error = demo.Save("nv12_gradient", rgb);
-    return demo.Report(id, "nv12_gradient" + demo.pictureExt + "    NV12 " + SizeText(nv12) + " -> RGB", error);
+    return demo.Report(id, "nv12_gradient" + demo.pictureExt, "NV12 " + SizeText(nv12) + " -> RGB", error);
   });
 
   const int depth = add(L"depth ramp", {}, [&](size_t id) {
     const Frame frame = DepthRamp(kWidth, kHeight, 500, 4500);
-    return demo.Report(id, "depth ramp           DEPTH " + SizeText(frame) + " 500..4500 mm, depth scale 0.125",
+    return demo.Report(id, "depth ramp", "DEPTH " + SizeText(frame) + " 500..4500 mm, depth scale 0.125",
                        LoadImage(library.Allocator(), frame, kDepthScale, &demo.depth));
   });
   add(L"depth picture", {depth}, [&](size_t id) {
     Frame frame;
     std::string error = ReadImage(demo.depth.Get(), {Image::PIXEL_FORMAT_DEPTH}, &frame);
     if (error.empty()) error = demo.Save("depth_ramp", frame);
-    return demo.Report(id, "depth_ramp" + demo.pictureExt + "       DEPTH, colourised near blue to far red", error);
+    return demo.Report(id, "depth_ramp" + demo.pictureExt, "DEPTH, colourised near blue to far red", error);
   });
   add(L"depth rotated", {depth}, [&](size_t id) {
     Frame frame;
     std::string error = ReadImage(demo.depth.Get(), {Image::PIXEL_FORMAT_DEPTH, 90}, &frame);
     if (error.empty()) error = demo.Save("depth_rotated_90", frame);
-    return demo.Report(id, "depth_rotated_90" + demo.pictureExt + " DEPTH acquired rotated 90 degrees", error);
+    return demo.Report(id, "depth_rotated_90" + demo.pictureExt, "DEPTH acquired rotated 90 degrees", error);
   });
   add(L"depth mirrored", {depth}, [&](size_t id) {
     Frame frame;
     std::string error = ReadImage(demo.depth.Get(), {Image::PIXEL_FORMAT_DEPTH, 0, false, true}, &frame);
     if (error.empty()) error = demo.Save("depth_mirrored", frame);
-    return demo.Report(id, "depth_mirrored" + demo.pictureExt + "   DEPTH exported mirrored", error);
+    return demo.Report(id, "depth_mirrored" + demo.pictureExt, "DEPTH exported mirrored", error);
   });
   add(L"depth in float", {depth}, [&](size_t id) {
     Frame frame;
     std::string error = ReadImage(demo.depth.Get(), {Image::PIXEL_FORMAT_DEPTH_FLOAT}, &frame);
-    std::string line = "depth as DEPTH_FLOAT  through the depth scale";
+    std::string line = "DEPTH_FLOAT through the depth scale";
     if (error.empty()) {
       const auto* values = reinterpret_cast<const float*>(frame.bytes.data());
       const size_t count = frame.bytes.size() / sizeof(float);
@@ -135,19 +138,19 @@ void AddTasks(Demo& demo, Pipeline& pipeline) {
       std::snprintf(range, sizeof range, ": %.1f .. %.1f", count ? *low : 0.0f, count ? *high : 0.0f);
       line += range;
     }
-    return demo.Report(id, line, error);
+    return demo.Report(id, "depth in float", line, error);
   });
 
   const int tones = add(L"two tones", {}, [&](size_t id) {
     demo.tones = TwoTones(kAudioRate, 2.0, 440.0, 1000.0);
-    return demo.Report(id, "tones_48k_stereo     440 Hz left, 1000 Hz right, 48 kHz, 2 s",
+    return demo.Report(id, "tones_48k_stereo", "440 Hz left, 1000 Hz right, 48 kHz, 2 s",
                        demo.SaveSound("tones_48k_stereo", demo.tones));
   });
   add(L"resample", {tones}, [&](size_t id) {
     Sound mono;
     std::string error = Resample(library, demo.tones, kResampledRate, &mono);
     if (error.empty()) error = demo.SaveSound("tones_16k_mono", mono);
-    return demo.Report(id, "tones_16k_mono       48 kHz stereo -> 16 kHz mono through the audio converter", error);
+    return demo.Report(id, "tones_16k_mono", "48 kHz stereo -> 16 kHz mono, audio converter", error);
   });
 }
 
@@ -179,8 +182,8 @@ int RunDemo(const std::string& outDir, const GlobalOptions& global) {
     const int task = static_cast<int>(id);
     const char* mark = pipeline.TaskSkipped(task) ? "skip" : pipeline.TaskStatus(task) < 0 ? "FAIL" : " ok ";
     if (pipeline.TaskStatus(task) < 0) ++failed;
-    const std::string line = pipeline.TaskSkipped(task) ? "(an input failed)" : demo.lines[id];
-    std::printf("  [%s] %-70s %7.2f ms\n", mark, line.c_str(), pipeline.TaskMilliseconds(task));
+    const std::string line = pipeline.TaskSkipped(task) ? "(skipped: an input failed)" : demo.lines[id];
+    std::printf("  [%s] %-80s %7.2f ms\n", mark, line.c_str(), pipeline.TaskMilliseconds(task));
   }
   std::sort(demo.files.begin(), demo.files.end());
   std::printf("Wrote %zu files to %s in %.1f ms:", demo.files.size(), outDir.c_str(), ms);

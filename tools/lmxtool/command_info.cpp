@@ -10,6 +10,7 @@
 namespace lmxtool {
 
 int Fail(const char* command, const std::string& message) {
+  std::fflush(stdout);  // keeps the report before the error when both go to one place
   std::fprintf(stderr, "lmxtool %s: %s\n", command, message.c_str());
   return 1;
 }
