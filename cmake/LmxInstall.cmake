@@ -30,6 +30,7 @@ install(FILES ${CMAKE_BINARY_DIR}/lmxcoreConfig.cmake ${CMAKE_BINARY_DIR}/lmxcor
 
 # The .pc file finds its prefix from its own place, so a staged install works too.
 file(RELATIVE_PATH LMX_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" LMX_PC_TO_PREFIX "${LMX_PC_TO_PREFIX}")
 set(LMX_PC_LIBS "")
 if(CMAKE_DL_LIBS)
   set(LMX_PC_LIBS "-l${CMAKE_DL_LIBS}")
