@@ -148,7 +148,10 @@ int RunConvert(const ConvertArgs& args, const GlobalOptions& global) {
     pixels += job.pixels;
     if (job.error.empty()) continue;
     ++failed;
-    std::fprintf(stderr, "lmxtool convert: %s: %s\n", job.in.string().c_str(), job.error.c_str());
+    // Messages of the file readers name the file already.
+    const bool named = job.error.find(job.in.string()) != std::string::npos;
+    std::fprintf(stderr, "lmxtool convert: %s%s%s\n", named ? "" : job.in.string().c_str(), named ? "" : ": ",
+                 job.error.c_str());
   }
   const int converted = static_cast<int>(jobs.size()) - failed;
   if (batch || converted) {
