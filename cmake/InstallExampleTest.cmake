@@ -1,0 +1,33 @@
+# CTest driver: stages an install of the build tree, then configures, builds and
+# runs examples/host against it, and checks the pkg-config file.
+#   -DBUILD_DIR=<build tree> -DSOURCE_DIR=<source tree>
+set(stage ${BUILD_DIR}/install-test/stage)
+set(example ${BUILD_DIR}/install-test/example)
+file(REMOVE_RECURSE ${BUILD_DIR}/install-test)
+
+function(run)
+  execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  message("${out}")
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "failed (${result}): ${ARGV}\n${err}")
+  endif()
+endfunction()
+
+run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${stage})
+run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples/host -B ${example} -DCMAKE_PREFIX_PATH=${stage}
+    -DCMAKE_BUILD_TYPE=RelWithDebInfo)
+run(${CMAKE_COMMAND} --build ${example})
+run(${example}/lmxcore_host_example)
+
+find_program(PKG_CONFIG pkg-config)
+if(PKG_CONFIG)
+  file(GLOB_RECURSE pc_files ${stage}/*/lmxcore.pc)
+  list(GET pc_files 0 pc_file)
+  get_filename_component(pc_dir ${pc_file} DIRECTORY)
+  set(ENV{PKG_CONFIG_PATH} ${pc_dir})
+  execute_process(COMMAND ${PKG_CONFIG} --variable=modulepath lmxcore OUTPUT_VARIABLE module
+                  OUTPUT_STRIP_TRAILING_WHITESPACE RESULT_VARIABLE result)
+  if(NOT result EQUAL 0 OR NOT EXISTS "${module}")
+    message(FATAL_ERROR "pkg-config's modulepath '${module}' is not the installed module")
+  endif()
+endif()

@@ -1,0 +1,39 @@
+# Installation: the library module, the public headers, lmxtool, a CMake package
+# (find_package(lmxcore CONFIG)) and a pkg-config file. Hosts compile against the
+# headers and load the module at run time, so the package carries the module's
+# installed path rather than a link library.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+if(WIN32)
+  set(LMX_INSTALL_MODULE_DIR ${CMAKE_INSTALL_BINDIR})
+else()
+  set(LMX_INSTALL_MODULE_DIR ${CMAKE_INSTALL_LIBDIR})
+endif()
+set(LMX_INSTALL_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/lmxcore)
+set(LMX_INSTALL_MODULE ${LMX_INSTALL_MODULE_DIR}/liblmxcore${CMAKE_SHARED_LIBRARY_SUFFIX})
+set(LMX_INSTALL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/lmxcore)
+
+install(TARGETS liblmxcore LIBRARY DESTINATION ${LMX_INSTALL_MODULE_DIR} RUNTIME DESTINATION ${LMX_INSTALL_MODULE_DIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${LMX_INSTALL_INCLUDE_DIR} FILES_MATCHING PATTERN "*.h")
+if(TARGET lmxtool)
+  install(TARGETS lmxtool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/lmxcoreConfig.cmake.in
+  ${CMAKE_BINARY_DIR}/lmxcoreConfig.cmake
+  INSTALL_DESTINATION ${LMX_INSTALL_CMAKE_DIR}
+  PATH_VARS LMX_INSTALL_INCLUDE_DIR LMX_INSTALL_MODULE)
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/lmxcoreConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_BINARY_DIR}/lmxcoreConfig.cmake ${CMAKE_BINARY_DIR}/lmxcoreConfigVersion.cmake
+  DESTINATION ${LMX_INSTALL_CMAKE_DIR})
+
+# The .pc file finds its prefix from its own place, so a staged install works too.
+file(RELATIVE_PATH LMX_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" LMX_PC_TO_PREFIX "${LMX_PC_TO_PREFIX}")
+set(LMX_PC_LIBS "")
+if(CMAKE_DL_LIBS)
+  set(LMX_PC_LIBS "-l${CMAKE_DL_LIBS}")
+endif()
+configure_file(${PROJECT_SOURCE_DIR}/cmake/lmxcore.pc.in ${CMAKE_BINARY_DIR}/lmxcore.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/lmxcore.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
