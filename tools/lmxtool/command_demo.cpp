@@ -114,19 +114,10 @@ void AddTasks(Demo& demo, Pipeline& pipeline) {
     if (error.empty()) error = demo.Save("depth_ramp", frame);
     return demo.Report(id, "depth_ramp" + demo.pictureExt, "DEPTH, colourised near blue to far red", error);
   });
-  add(L"depth rotated", {depth}, [&](size_t id) {
-    Frame frame;
-    std::string error = ReadImage(demo.depth.Get(), {Image::PIXEL_FORMAT_DEPTH, 90}, &frame);
-    if (error.empty()) error = demo.Save("depth_rotated_90", frame);
-    return demo.Report(id, "depth_rotated_90" + demo.pictureExt, "DEPTH acquired rotated 90 degrees", error);
-  });
-  add(L"depth mirrored", {depth}, [&](size_t id) {
-    Frame frame;
-    std::string error = ReadImage(demo.depth.Get(), {Image::PIXEL_FORMAT_DEPTH, 0, false, true}, &frame);
-    if (error.empty()) error = demo.Save("depth_mirrored", frame);
-    return demo.Report(id, "depth_mirrored" + demo.pictureExt, "DEPTH exported mirrored", error);
-  });
-  add(L"depth in float", {depth}, [&](size_t id) {
+  // The float view is taken before the rotated one: once a rotated buffer is in the
+  // image's set, the conversion walk tries it last, and a rotated source names the
+  // destination's plain format as its intermediate, which ends a new format's read.
+  const int depthFloat = add(L"depth in float", {depth}, [&](size_t id) {
     Frame frame;
     std::string error = ReadImage(demo.depth.Get(), {Image::PIXEL_FORMAT_DEPTH_FLOAT}, &frame);
     std::string line = "DEPTH_FLOAT through the depth scale";
@@ -141,6 +132,18 @@ void AddTasks(Demo& demo, Pipeline& pipeline) {
     return demo.Report(id, "depth in float", line, error);
   });
 
+  add(L"depth rotated", {depth, depthFloat}, [&](size_t id) {
+    Frame frame;
+    std::string error = ReadImage(demo.depth.Get(), {Image::PIXEL_FORMAT_DEPTH, 90}, &frame);
+    if (error.empty()) error = demo.Save("depth_rotated_90", frame);
+    return demo.Report(id, "depth_rotated_90" + demo.pictureExt, "DEPTH acquired rotated 90 degrees", error);
+  });
+  add(L"depth mirrored", {depth, depthFloat}, [&](size_t id) {
+    Frame frame;
+    std::string error = ReadImage(demo.depth.Get(), {Image::PIXEL_FORMAT_DEPTH, 0, false, true}, &frame);
+    if (error.empty()) error = demo.Save("depth_mirrored", frame);
+    return demo.Report(id, "depth_mirrored" + demo.pictureExt, "DEPTH exported mirrored", error);
+  });
   const int tones = add(L"two tones", {}, [&](size_t id) {
     demo.tones = TwoTones(kAudioRate, 2.0, 440.0, 1000.0);
     return demo.Report(id, "tones_48k_stereo", "440 Hz left, 1000 Hz right, 48 kHz, 2 s",

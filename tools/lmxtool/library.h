@@ -72,6 +72,14 @@ class HostSession final : public Norvik::Lumetra::Session {
  public:
   void* QueryInstance(Norvik::Lumetra::InterfaceId iid) override;
   void Release() override {}  // owned by Library
+  // The tool offers the library no implementations to rebuild serialised objects with.
+  Status QueryImpl(const Norvik::Lumetra::Service::ImplDesc*, int32_t, Norvik::Lumetra::Service::ImplDesc*) override {
+    return Norvik::Lumetra::LMX_STATUS_ITEM_UNAVAILABLE;
+  }
+  Status CreateImpl(const Norvik::Lumetra::Service::ImplDesc*, Norvik::Lumetra::InterfaceId,
+                    Norvik::Lumetra::Base**) override {
+    return Norvik::Lumetra::LMX_STATUS_ITEM_UNAVAILABLE;
+  }
   void SetAllocator(LMXAllocator* allocator) { allocator_ = allocator; }
 
  private:
