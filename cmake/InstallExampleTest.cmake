@@ -1,6 +1,6 @@
 # CTest driver: stages an install of the build tree, then configures, builds and
 # runs examples/host against it, and checks the pkg-config file.
-#   -DBUILD_DIR=<build tree> -DSOURCE_DIR=<source tree>
+#   -DBUILD_DIR=<build tree> -DSOURCE_DIR=<source tree> [-DEXAMPLE_FLAGS=<compile and link flags>]
 set(stage ${BUILD_DIR}/install-test/stage)
 set(example ${BUILD_DIR}/install-test/example)
 file(REMOVE_RECURSE ${BUILD_DIR}/install-test)
@@ -15,7 +15,7 @@ endfunction()
 
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${stage})
 run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples/host -B ${example} -DCMAKE_PREFIX_PATH=${stage}
-    -DCMAKE_BUILD_TYPE=RelWithDebInfo)
+    -DCMAKE_BUILD_TYPE=RelWithDebInfo "-DCMAKE_CXX_FLAGS=${EXAMPLE_FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${EXAMPLE_FLAGS}")
 run(${CMAKE_COMMAND} --build ${example})
 run(${example}/lmxcore_host_example)
 
