@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "core_metadata.h"
 #include "lmxallocator.h"
 #include "module_factories.h"
 #include "test_support.h"
@@ -105,6 +106,8 @@ TEST(StressImages, ManyThreadsCreateConvertExportAndRelease) {
     Frame frame = GreyYuy2(static_cast<uint8_t>(level));
     ASSERT_EQ(image->ImportData(&frame.data, 0), LMX_STATUS_NO_ERROR);
     expected[level] = ReadBgra(image, kWidth, kHeight);
+    ASSERT_EQ(expected[level] >> 24, 0xFFu) << "opaque";
+    ASSERT_GE(expected[level] & 0xFF, level ? expected[level - 1] & 0xFF : 0) << "brighter with the luma";
     image->Release();
   }
 
