@@ -46,7 +46,7 @@ class TinySerializable final : public LMXSerializableService, public Reference {
     std::memset(profile, 0, sizeof(*profile));
     std::memcpy(profile->implDesc + offsetof(Service::ImplDesc, code), &code_, sizeof(code_));
     profile->dataSize = static_cast<int32_t>(payload_.size());
-    if (data) std::memcpy(data, payload_.data(), payload_.size());
+    if (data && !payload_.empty()) std::memcpy(data, payload_.data(), payload_.size());
     return LMX_STATUS_NO_ERROR;
   }
   Status SetProfile(ProfileInfo* profile, uint8_t* data) override {
