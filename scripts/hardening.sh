@@ -2,10 +2,12 @@
 # The hardening pass CI runs after the default and asan runs (the asan run already
 # checks for leaks: its preset sets detect_leaks=1):
 #   1. the concurrency-heavy suites (scheduler, sync points, platform events and
-#      threads, object model, stress) under ThreadSanitizer;
+#      threads, object model, multi-format images and their I/O, metadata, stress) under
+#      ThreadSanitizer;
 #   2. both test programs of the default build under valgrind memcheck, which also
 #      sees reads of uninitialised memory, and fails on any definite leak;
-#   3. every fuzz target: its committed corpus replayed, then fuzzed for
+#   3. every fuzz target (LMX_FUZZ_TARGETS in fuzz/CMakeLists.txt, found through
+#      their corpus tests): its committed corpus replayed, then fuzzed for
 #      LMX_FUZZ_SECONDS seconds each (default 60); a failing input is left in
 #      build/fuzz/ and belongs in fuzz/corpus/<target>/ once fixed.
 # Usage: scripts/hardening.sh        LMX_FUZZ_SECONDS=20 scripts/hardening.sh
@@ -17,7 +19,7 @@ scripts/install-deps.sh build sanitizers
 
 cmake --preset tsan >/dev/null
 cmake --build --preset tsan
-ctest --preset tsan -R '^(Scheduler|SyncPoint|Requests|ConcurrentPointerMap|PlatformEvent|PlatformThread|ObjectModel|Stress)'
+ctest --preset tsan -R '^(Scheduler|SyncPoint|Requests|ConcurrentPointerMap|PlatformEvent|PlatformThread|ObjectModel|ImageMultiBuffer|ImageIo|Metadata|Stress)'
 echo "== hardening, tsan: $((SECONDS - start)) s"
 
 cmake --preset default >/dev/null
@@ -34,7 +36,8 @@ cmake --build --preset fuzz
 ctest --preset fuzz
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
-for target in registry_fuzz log_paths_fuzz audio_converter_fuzz convert_image_fuzz; do
+targets="$(ctest --preset fuzz -N | sed -n 's/^ *Test *#[0-9]*: \(.*\)_corpus$/\1/p')"
+for target in $targets; do
   # New inputs go to a scratch directory; the committed corpus is only read.
   mkdir -p "$work/$target"
   if ! "build/fuzz/bin/$target" -max_total_time="$fuzz_seconds" -timeout=30 -rss_limit_mb=2048 \

@@ -290,11 +290,15 @@ template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::ReleaseAccess(DATA* data) {
   LMX_CHECK(data, LMX_STATUS_HANDLE_INVALID);
   LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "MultiBuffer::ReleaseAccess");
-  if (Traits::IsAttachable(data->format)) return LMX_STATUS_NO_ERROR;
   Status sts = LMX_STATUS_NO_ERROR;
   {
     std::lock_guard guard(lock);
     auto it = access_list.find(data);
+    // Side data is acquired without a record, so it has nothing to end. The record
+    // is looked for first: an image whose native format is attachable, acquired as
+    // format 0, went the normal way and holds a record, a reference and possibly
+    // the write; skipping it would leak all three and block every later write.
+    if (it == access_list.end() && Traits::IsAttachable(data->format)) return LMX_STATUS_NO_ERROR;
     LMX_CHECK(it != access_list.end(), LMX_STATUS_HANDLE_INVALID);
     NativeBuffer* native = it->second;
     access_list.erase(it);

@@ -299,6 +299,17 @@ TEST(ImageMultiBuffer, AttachableSideDataIsUntrackedAndNeverMadeStale) {
   EXPECT_FALSE(image->IsBufferValid(Image::PIXEL_FORMAT_DEPTH_CONFIDENCE));
   EXPECT_FALSE(image->IsBufferValid(kY8));
   image->Release();
+
+  // An image whose own format is side data, acquired as format 0, takes the normal
+  // way; its release must end that access (a write left open blocked every later one).
+  ImageObject* sideImage = NewImage(4, 2, Image::PIXEL_FORMAT_ATTACHED_8BPP);
+  for (int round = 0; round < 2; ++round) {
+    ASSERT_EQ(sideImage->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &content),
+              LMX_STATUS_NO_ERROR);
+    EXPECT_EQ(sideImage->ReleaseAccess(&content), LMX_STATUS_NO_ERROR);
+    EXPECT_EQ(sideImage->RefCount(), 1u);
+  }
+  sideImage->Release();
 }
 
 TEST(ImageMultiBuffer, ObserverIsToldOnceNotifyIsOn) {

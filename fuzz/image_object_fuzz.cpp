@@ -1,0 +1,254 @@
+// Fuzz target: image objects as a host drives them. An allocator creates an image
+// from an arbitrary description (any format key with rotation bits; sizes small,
+// zero, negative or far too large), sometimes on planes the caller adopts, each
+// plane its own block of exactly the layout's size. Then an arbitrary sequence of
+// acquisitions (any access, format and rotation; some held across later
+// operations), exports and imports with any mode into caller planes sized exactly,
+// copies between two images, mirroring and depth-scale metadata, invalidation and
+// plane queries. Every plane handed out is read or written in full, so a plane
+// shorter than its layout is caught by AddressSanitizer. At the end every access
+// is released, the images' counts must be back at one, and everything is freed
+// (LeakSanitizer sees the rest).
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <vector>
+
+#include "coreaccel_baseimage.h"
+#include "core_metadata.h"
+#include "lmxallocator.h"
+#include "module_factories.h"
+
+using namespace Norvik::Lumetra;
+
+namespace {
+
+#define Check(condition) \
+  ((condition) ? (void)0 : (std::fprintf(stderr, "invariant failed: %s\n", #condition), std::abort()))
+
+constexpr int32_t kMaxSide = 96;  // content sizes stay small for speed
+
+constexpr int32_t kFormats[] = {
+    Image::PIXEL_FORMAT_YUY2,          Image::PIXEL_FORMAT_NV12,          Image::PIXEL_FORMAT_BGRA,
+    Image::PIXEL_FORMAT_BGR,           Image::PIXEL_FORMAT_Y8,            Image::PIXEL_FORMAT_RGBA,
+    Image::PIXEL_FORMAT_RGB,           Image::PIXEL_FORMAT_NV21,          Image::PIXEL_FORMAT_DEPTH,
+    Image::PIXEL_FORMAT_DEPTH_NATIVE,  Image::PIXEL_FORMAT_DEPTH_FLOAT,   Image::PIXEL_FORMAT_Y16,
+    Image::PIXEL_FORMAT_Y8_RELATIVE,   Image::PIXEL_FORMAT_ATTACHED_8BPP, Image::PIXEL_FORMAT_ATTACHED_2BPP,
+    Image::PIXEL_FORMAT_DEPTH_CONFIDENCE, Image::PIXEL_FORMAT_ATTACHED_1BPP};
+
+int32_t ConsumeFormatKey(FuzzedDataProvider& input) {
+  int32_t key = input.ConsumeBool() ? input.PickValueInArray(kFormats) : input.ConsumeIntegral<int32_t>();
+  switch (input.ConsumeIntegralInRange(0, 5)) {
+    case 0: case 1: break;
+    case 2: key = (key & kPixelFormatMask) | (90 << kRotationShift); break;
+    case 3: key = (key & kPixelFormatMask) | (180 << kRotationShift); break;
+    case 4: key = (key & kPixelFormatMask) | (270 << kRotationShift); break;
+    default: key = (key & kPixelFormatMask) | (input.ConsumeIntegral<int32_t>() & kRotationMask); break;
+  }
+  return key;
+}
+
+// Mostly small; otherwise a description no plane can have (zero, negative or
+// 32768 and more on one side), which must never reach an allocation.
+void ConsumeSize(FuzzedDataProvider& input, int32_t* width, int32_t* height) {
+  static constexpr int32_t kExtreme[] = {0, -1, -2, std::numeric_limits<int32_t>::min(), 32768, 65536, 1 << 30,
+                                         std::numeric_limits<int32_t>::max()};
+  *width = input.ConsumeIntegralInRange(1, kMaxSide);
+  *height = input.ConsumeIntegralInRange(1, kMaxSide);
+  if (input.ConsumeIntegralInRange(0, 5) != 0) return;
+  int32_t* side = input.ConsumeBool() ? width : height;
+  *side = input.ConsumeBool() ? input.PickValueInArray(kExtreme) : input.ConsumeIntegral<int32_t>();
+  if (*side > 0 && *side < 32768) *side = -*side;
+}
+
+// Caller planes of one format key for a width x height image, each plane its own
+// block of exactly pitch * (rows - 1) + row bytes; pitches may point upwards.
+struct CallerPlanes {
+  Image::ImageData data{};
+  std::vector<std::unique_ptr<uint8_t[]>> blocks;
+  int planes = 0;
+
+  CallerPlanes(FuzzedDataProvider& input, int32_t width, int32_t height, int32_t key, bool allowUpward) {
+    data.format = key;
+    Image::ImageInfo layoutInfo{width, height, key, 0};
+    LMXImageService::PlaneInfo layout{};
+    planes = lmx::QueryPlaneInfo(&layoutInfo, 0, &layout);
+    for (int c = 0; c < planes; ++c) {
+      const auto& plane = layout.plane[c];
+      const int64_t row = static_cast<int64_t>(plane.width) * plane.bytesPerPixel;
+      if (row == 0 || plane.height == 0) continue;
+      const int64_t pitch = row + input.ConsumeIntegralInRange<int64_t>(0, 7);
+      const int64_t size = pitch * (plane.height - 1) + row;
+      auto block = std::make_unique<uint8_t[]>(static_cast<size_t>(size));
+      for (int64_t i = 0; i < size; ++i) block[i] = static_cast<uint8_t>(i * 37 + c);
+      const bool upward = allowUpward && input.ConsumeBool();
+      data.planes[c] = block.get() + (upward ? pitch * (plane.height - 1) : 0);
+      data.pitches[c] = static_cast<int32_t>(upward ? -pitch : pitch);
+      blocks.push_back(std::move(block));
+    }
+  }
+};
+
+// Reads (and for a write, fills) every byte of the planes an acquisition handed
+// out, as the layout of its key describes them.
+void TouchAcquired(const Image::ImageInfo& info, const Image::ImageData& data, bool writing) {
+  Image::ImageInfo layoutInfo{info.width, info.height, data.format, 0};
+  LMXImageService::PlaneInfo layout{};
+  const int planes = lmx::QueryPlaneInfo(&layoutInfo, 0, &layout);
+  volatile uint8_t sink = 0;
+  for (int c = 0; c < planes; ++c) {
+    if (!data.planes[c]) continue;
+    const size_t row = static_cast<size_t>(layout.plane[c].width) * layout.plane[c].bytesPerPixel;
+    for (uint32_t y = 0; y < layout.plane[c].height; ++y) {
+      uint8_t* line = data.planes[c] + static_cast<ptrdiff_t>(y) * data.pitches[c];
+      if (writing) std::memset(line, static_cast<int>(y + c), row);
+      for (size_t x = 0; x < row; ++x) sink = sink + line[x];
+    }
+  }
+  (void)sink;
+}
+
+uint32_t CountOf(Base* object) {
+  auto* reference = static_cast<Reference*>(object->QueryInstance(Reference::kIid));
+  const uint32_t count = reference->AddRef() - 1;
+  object->Release();
+  return count;
+}
+
+struct Held {
+  Image* image;
+  std::unique_ptr<Image::ImageData> data;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
+  FuzzedDataProvider input(bytes, size);
+  Base* object = nullptr;
+  Check(CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, &object) == LMX_STATUS_NO_ERROR);
+  auto* allocator = static_cast<LMXAllocator*>(object);
+
+  Image::ImageInfo info{0, 0, ConsumeFormatKey(input), input.ConsumeBool() ? 0 : input.ConsumeIntegral<int32_t>()};
+  ConsumeSize(input, &info.width, &info.height);
+  const int32_t options = input.ConsumeBool() ? 0 : input.ConsumeIntegral<int32_t>();
+  const bool describable = info.width > 0 && info.height > 0 && info.width <= kMaxSide && info.height <= kMaxSide;
+
+  // Adopted planes must outlive the image; they are never freed by it.
+  std::unique_ptr<CallerPlanes> adopted;
+  if (describable && input.ConsumeBool()) {
+    adopted = std::make_unique<CallerPlanes>(input, info.width, info.height, info.format, false);
+    if (input.ConsumeBool()) adopted->data.format = 0;  // 0 names the description's format
+  }
+  Image* image = nullptr;
+  const Status created = allocator->CreateImage(&info, options, adopted ? &adopted->data : nullptr, &image);
+  if (created < 0) {
+    Check(image == nullptr);
+    allocator->Release();
+    return 0;
+  }
+  Check(image != nullptr);
+
+  // A second image for copies: same size mostly, another format.
+  Image::ImageInfo otherInfo{info.width, info.height, ConsumeFormatKey(input), 0};
+  if (input.ConsumeIntegralInRange(0, 7) == 0) ConsumeSize(input, &otherInfo.width, &otherInfo.height);
+  Image* other = nullptr;
+  if (allocator->CreateImage(&otherInfo, 0, nullptr, &other) < 0) Check(other == nullptr);
+
+  std::vector<Held> held;
+  for (int step = 0; step < 24 && input.remaining_bytes() > 0; ++step) {
+    Image* target = (other && input.ConsumeIntegralInRange(0, 3) == 0) ? other : image;
+    Image::ImageInfo targetInfo{};
+    Check(target->QueryInfo(&targetInfo) >= 0);
+    switch (input.ConsumeIntegralInRange(0, 8)) {
+      case 0:
+      case 1: {  // acquire, touch, release now or later
+        static constexpr int32_t kAccess[] = {Image::ACCESS_READ, Image::ACCESS_WRITE, Image::ACCESS_READ_WRITE};
+        const auto access = static_cast<Image::Access>(
+            input.ConsumeIntegralInRange(0, 15) == 0 ? input.ConsumeIntegral<int32_t>() : input.PickValueInArray(kAccess));
+        const auto format = static_cast<Image::PixelFormat>(input.ConsumeBool() ? 0 : ConsumeFormatKey(input));
+        static constexpr int32_t kRotations[] = {0, 0, 90, 180, 270};
+        const int32_t rotation = input.ConsumeBool() ? input.PickValueInArray(kRotations) : input.ConsumeIntegral<int32_t>();
+        auto data = std::make_unique<Image::ImageData>();
+        if (target->AcquireAccess(access, format, rotation, data.get()) < 0) break;
+        TouchAcquired(targetInfo, *data, access & Image::ACCESS_WRITE);
+        // Only reads are held on: anything after a held write would wait out the
+        // object's write timeout (seconds) before failing.
+        if (!(access & Image::ACCESS_WRITE) && held.size() < 3 && input.ConsumeBool()) {
+          held.push_back({target, std::move(data)});
+        } else {
+          Check(target->ReleaseAccess(data.get()) >= 0);
+        }
+        break;
+      }
+      case 2:
+      case 3: {  // export or import through caller planes of any format and mode
+        const int32_t key = input.ConsumeBool() ? targetInfo.format : ConsumeFormatKey(input);
+        if (targetInfo.width <= 0 || targetInfo.height <= 0 || targetInfo.width > kMaxSide ||
+            targetInfo.height > kMaxSide)
+          break;
+        CallerPlanes caller(input, targetInfo.width, targetInfo.height, key, true);
+        static constexpr int32_t kModes[] = {0, 1, 2, 3, 4, 6, 16, 18, 8};
+        const int32_t mode = input.ConsumeBool() ? input.PickValueInArray(kModes) : input.ConsumeIntegral<int32_t>();
+        if (input.ConsumeBool()) {
+          target->ExportData(&caller.data, mode);
+        } else {
+          target->ImportData(&caller.data, mode);
+        }
+        break;
+      }
+      case 4:  // copy between the two images, either way
+        if (other) (input.ConsumeBool() ? image->CopyImage(other) : other->CopyImage(image));
+        break;
+      case 5: {  // mirroring pairs or a depth scale in the image's own store
+        auto* metadata = static_cast<Metadata*>(target->QueryInstance(Metadata::kIid));
+        Check(metadata != nullptr);  // a face, not a new reference
+        const int32_t id = input.ConsumeBool() ? lmx::kMetadataMirroring : lmx::kMetadataDepthScale;
+        std::vector<uint8_t> value = input.ConsumeBytes<uint8_t>(input.ConsumeIntegralInRange(0, 40));
+        if (id == lmx::kMetadataMirroring && value.size() >= 8 && input.ConsumeBool()) {
+          const uint32_t property = 304;  // the mirroring property, so the rotation turns
+          std::memcpy(value.data(), &property, sizeof(property));
+        }
+        metadata->DetachMetadata(id);
+        metadata->AttachBuffer(id, value.data(), static_cast<int32_t>(value.size()));
+        break;
+      }
+      case 6: {  // every held format stale
+        auto* service = static_cast<LMXImageService*>(target->QueryInstance(LMXImageService::kIid));
+        Check(service != nullptr);
+        service->InvalidateData();
+        break;
+      }
+      case 7: {  // the plane query with any description
+        auto* service = static_cast<LMXImageService*>(target->QueryInstance(LMXImageService::kIid));
+        Image::ImageInfo query{0, 0, ConsumeFormatKey(input), 0};
+        ConsumeSize(input, &query.width, &query.height);
+        LMXImageService::PlaneInfo planes{};
+        const int32_t count = service->QueryPlaneInfo(&query, input.ConsumeIntegral<int32_t>(), &planes);
+        Check(count >= 0 && count <= 4);
+        break;
+      }
+      default:  // end a held access early
+        if (!held.empty()) {
+          Check(held.back().image->ReleaseAccess(held.back().data.get()) >= 0);
+          held.pop_back();
+        }
+        break;
+    }
+  }
+
+  for (auto it = held.rbegin(); it != held.rend(); ++it) Check(it->image->ReleaseAccess(it->data.get()) >= 0);
+  // Every acquisition's reference has gone back with its release.
+  Check(CountOf(image) == 1);
+  image->Release();
+  if (other) {
+    Check(CountOf(other) == 1);
+    other->Release();
+  }
+  allocator->Release();
+  return 0;
+}

@@ -1,0 +1,194 @@
+// Fuzz target: a standalone metadata store driven by an arbitrary sequence of
+// operations on a few identifiers (and any identifier now and then): buffers of
+// any length attached, sized and read back with sizes that are right, too small,
+// zero or negative; reserved identifiers; internal (zero-copy) reads; tiny
+// serialisable objects, counted or not, attached and rebuilt through a test
+// session. A shadow model of the plain buffers checks what reads return; objects
+// count their references and must all be back at their creator's one at the end.
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "core_metadata.h"
+#include "host/test_session.h"
+
+using namespace Norvik::Lumetra;
+
+namespace {
+
+#define Check(condition) \
+  ((condition) ? (void)0 : (std::fprintf(stderr, "invariant failed: %s\n", #condition), std::abort()))
+
+// A serialisable object with a small payload; the store may hold it (counted) or
+// serialise it at once (not counted).
+class TinySerializable final : public LMXSerializableService, public Reference {
+ public:
+  TinySerializable(bool counted, std::vector<uint8_t> payload, uint32_t code)
+      : counted_(counted), payload_(std::move(payload)), code_(code) {}
+
+  void* QueryInstance(InterfaceId iid) override {
+    if (iid == 0 || iid == LMXSerializableService::kIid) return static_cast<LMXSerializableService*>(this);
+    if (counted_ && iid == Reference::kIid) return static_cast<Reference*>(this);
+    return nullptr;
+  }
+  uint32_t AddRef() override { return ++refs; }
+  void Release() override {
+    Check(refs > 0);
+    --refs;
+  }
+  Status QueryProfile(ProfileInfo* profile, uint8_t* data) override {
+    std::memset(profile, 0, sizeof(*profile));
+    std::memcpy(profile->implDesc + offsetof(Service::ImplDesc, code), &code_, sizeof(code_));
+    profile->dataSize = static_cast<int32_t>(payload_.size());
+    if (data && !payload_.empty()) std::memcpy(data, payload_.data(), payload_.size());
+    return LMX_STATUS_NO_ERROR;
+  }
+  Status SetProfile(ProfileInfo* profile, uint8_t* data) override {
+    if (profile->dataSize < 0 || profile->dataSize > 4096) return LMX_STATUS_PARAM_UNSUPPORTED;
+    payload_.assign(data, data + profile->dataSize);
+    return LMX_STATUS_NO_ERROR;
+  }
+  void Destroy(uint32_t) override {}
+
+  int refs = 1;  // the creator's
+  bool rebuilt = false;  // made by the session: its creation reference went to a caller
+
+ private:
+  bool counted_;
+  std::vector<uint8_t> payload_;
+  uint32_t code_;
+};
+
+constexpr uint32_t kCode = 0x5A5A4C54;  // what the session offers
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
+  FuzzedDataProvider input(bytes, size);
+  // Objects live until the end of the run, after the store, so that the store's
+  // last releases reach live objects; they count what they received.
+  std::vector<std::unique_ptr<TinySerializable>> objects;
+  lmxtest::TestSession session;
+  Service::ImplDesc desc{};
+  desc.code = kCode;
+  session.AddImpl(desc, [&] {
+    objects.push_back(std::make_unique<TinySerializable>(objects.size() % 2 == 0, std::vector<uint8_t>{}, kCode));
+    objects.back()->rebuilt = true;
+    return static_cast<Base*>(static_cast<LMXSerializableService*>(objects.back().get()));
+  });
+
+  Metadata* store = nullptr;
+  Check(lmx::CreateMetadata(input.ConsumeBool() ? &session : nullptr, &store) == LMX_STATUS_NO_ERROR);
+  auto* internal = static_cast<LMXMetadataInternal*>(store->QueryInstance(LMXMetadataInternal::kIid));
+  Check(internal != nullptr);
+
+  // Plain buffers known to be in the store (object records are not modelled).
+  std::map<int32_t, std::vector<uint8_t>> shadow;
+  std::map<int32_t, bool> hasObject;
+  static constexpr int32_t kIds[] = {0, 1, -1, 0x81001, 0x81002, 0x24740F78, 0x7FFFFFFF};
+
+  for (int step = 0; step < 64 && input.remaining_bytes() > 0; ++step) {
+    const int32_t id = input.ConsumeIntegralInRange(0, 7) == 0 ? input.ConsumeIntegral<int32_t>()
+                                                                : input.PickValueInArray(kIds);
+    const bool modelled = !hasObject[id];
+    switch (input.ConsumeIntegralInRange(0, 9)) {
+      case 0: {  // attach a copy of some bytes, with a size that may not match
+        std::vector<uint8_t> value = input.ConsumeBytes<uint8_t>(input.ConsumeIntegralInRange(0, 300));
+        int32_t claimed = static_cast<int32_t>(value.size());
+        if (input.ConsumeIntegralInRange(0, 3) == 0) claimed = -input.ConsumeIntegralInRange(0, 1000);
+        if (value.empty()) value.push_back(0);  // a readable pointer even for size 0
+        const bool had = store->QueryBufferSize(id) > 0;
+        const Status sts = store->AttachBuffer(id, input.ConsumeIntegralInRange(0, 15) ? value.data() : nullptr, claimed);
+        if (sts >= 0) {
+          Check(!had && claimed > 0);
+          if (modelled) shadow[id].assign(value.begin(), value.begin() + claimed);
+        }
+        break;
+      }
+      case 1: {  // read back into a buffer that may be too small
+        const int32_t stored = store->QueryBufferSize(id);
+        Check(stored >= 0);
+        if (modelled) Check(stored == (shadow.count(id) ? static_cast<int32_t>(shadow[id].size()) : 0));
+        int32_t room = stored + input.ConsumeIntegralInRange(-2, 2);
+        if (input.ConsumeIntegralInRange(0, 7) == 0) room = input.ConsumeIntegral<int32_t>();
+        // The store may write at most min(room, stored) bytes; the block has exactly that.
+        const int32_t capacity = room < 0 ? 0 : (room < stored ? room : stored);
+        std::vector<uint8_t> out(static_cast<size_t>(capacity) + 1);
+        const Status sts = store->QueryBuffer(id, out.data(), room);
+        if (sts >= 0) {
+          Check(room >= stored);
+          if (modelled && shadow.count(id)) Check(std::memcmp(out.data(), shadow[id].data(), shadow[id].size()) == 0);
+        }
+        break;
+      }
+      case 2: {  // zero-copy read
+        uint8_t* buffer = nullptr;
+        int32_t length = -1;
+        if (internal->QueryInternalBuffer(id, &buffer, &length) >= 0) {
+          Check(buffer != nullptr && length > 0);
+          volatile uint8_t sink = 0;
+          for (int32_t i = 0; i < length; ++i) sink = sink + buffer[i];
+          (void)sink;
+          if (modelled) Check(shadow.count(id) && std::memcmp(buffer, shadow[id].data(), length) == 0);
+        }
+        break;
+      }
+      case 3: {  // reserve an identifier
+        const int32_t uid = store->QueryUID();
+        Check(uid >= 0x81001 && uid < 0xFFFFF);
+        Check(!shadow.count(uid));
+        break;
+      }
+      case 4:
+        store->DetachMetadata(id);
+        shadow.erase(id);
+        hasObject.erase(id);
+        break;
+      case 5: {  // attach a serialisable object, counted or not
+        objects.push_back(std::make_unique<TinySerializable>(
+            input.ConsumeBool(), input.ConsumeBytes<uint8_t>(input.ConsumeIntegralInRange(0, 64)), kCode));
+        shadow.erase(id);  // the plain record goes even when the attachment fails
+        if (store->AttachSerializable(id, static_cast<LMXSerializableService*>(objects.back().get())) >= 0)
+          hasObject[id] = true;
+        break;
+      }
+      case 6: {  // rebuild (or hand out) an object
+        void* face = nullptr;
+        const InterfaceId cuid = input.ConsumeBool() ? LMXSerializableService::kIid : input.ConsumeIntegral<InterfaceId>();
+        if (store->CreateSerializable(id, cuid, &face) >= 0) {
+          Check(face != nullptr);
+          static_cast<Base*>(face)->Release();  // the caller's reference
+        }
+        break;
+      }
+      case 7:  // enumerate
+        store->QueryMetadata(input.ConsumeIntegralInRange(-2, 10));
+        break;
+      case 8:  // session on and off
+        internal->SetSession(input.ConsumeBool() ? &session : nullptr);
+        break;
+      default: {  // a serialised header attached as plain bytes, with any data size
+        std::vector<uint8_t> header(sizeof(LMXSerializableService::ProfileInfo) + input.ConsumeIntegralInRange(0, 16));
+        std::memcpy(header.data() + offsetof(Service::ImplDesc, code), &kCode, sizeof(kCode));
+        const int32_t dataSize = input.ConsumeIntegralInRange(-4, 32);
+        std::memcpy(header.data() + offsetof(LMXSerializableService::ProfileInfo, dataSize), &dataSize, sizeof(dataSize));
+        store->DetachMetadata(id);
+        hasObject.erase(id);
+        if (store->AttachBuffer(id, header.data(), static_cast<int32_t>(header.size())) >= 0) shadow[id] = header;
+        break;
+      }
+    }
+  }
+
+  store->Release();
+  // Every hold the store took has gone back; what is left is each creator's one
+  // (objects rebuilt through the session had theirs given to the caller above).
+  for (const auto& object : objects) Check(object->refs == (object->rebuilt ? 0 : 1));
+  return 0;
+}
