@@ -21,9 +21,9 @@
 #include <memory>
 #include <vector>
 
-#include "allocator_audio_face.h"
 #include "audio_converter.h"
 #include "coreaccel_baseaudio.h"
+#include "lmxallocator.h"
 
 using namespace Norvik::Lumetra;
 
@@ -63,14 +63,16 @@ class ExactAudio final : public BaseAudio {
   bool writing = false;
 };
 
-class ExactAllocator final : public BaseImpl<LMXAllocatorAudioFace> {
+class ExactAllocator final : public BaseImpl<LMXAllocator> {
  public:
   Status Reserved2() override { return LMX_STATUS_FEATURE_UNSUPPORTED; }
   Status Reserved3() override { return LMX_STATUS_FEATURE_UNSUPPORTED; }
   Status Reserved4() override { return LMX_STATUS_FEATURE_UNSUPPORTED; }
   Status Reserved5() override { return LMX_STATUS_FEATURE_UNSUPPORTED; }
   Status Reserved6() override { return LMX_STATUS_FEATURE_UNSUPPORTED; }
-  Status CreateImage(void*, int32_t, void*, void**) override { return LMX_STATUS_FEATURE_UNSUPPORTED; }
+  Status CreateImage(Image::ImageInfo*, int32_t, Image::ImageData*, Image**) override {
+    return LMX_STATUS_FEATURE_UNSUPPORTED;
+  }
   Status CreateAudio(LMXAudio::AudioInfo* info, int32_t, LMXAudio::AudioData*, LMXAudio** audio) override {
     // Far beyond what the bounded streams need: refused as an allocator would.
     if (info->bufferSize < 0 || info->bufferSize > (1 << 22)) return LMX_STATUS_ALLOC_FAILED;

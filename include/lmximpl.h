@@ -26,7 +26,7 @@ namespace lmx {
 // The destructor slot's behaviour: run the C++ destructor, free if asked.
 template <class Self>
 void DestroyObject(Self* self, uint32_t flags) {
-  self->~Self();
+  self->Self::~Self();  // the most-derived destructor, called directly
   if (flags & Norvik::Lumetra::kDestroyFreeMemory) ::operator delete(static_cast<void*>(self));
 }
 
