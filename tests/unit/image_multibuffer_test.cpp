@@ -362,6 +362,17 @@ TEST(ImageMultiBuffer, AudioObjectsConvertSampleFormatsAndReportThree) {
   ASSERT_EQ(audio->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
   EXPECT_FALSE(capture->Contains("Format conversion ["));
 
+  // CopyAudio into a float object converts into the float buffer, which has room
+  // for exactly its bufferSize samples.
+  lmx::AudioInfo floatInfo{2, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, 16000, 1, 0, {0, 0, 0}};
+  auto* copy = new lmx::AudioObject(nullptr, &floatInfo, nullptr, 0, &sts);
+  ASSERT_EQ(copy->CopyAudio(audio), LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(copy->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, &data), LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(data.dataSize, 2);
+  EXPECT_EQ(reinterpret_cast<const float*>(data.dataPtr)[1], -0.5f);
+  ASSERT_EQ(copy->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
+  copy->Release();
+
   auto* service = static_cast<LMXAudioService*>(audio->QueryInstance(LMXAudioService::kIid));
   ASSERT_NE(service, nullptr);
   EXPECT_EQ(service->InvalidateData(), LMX_STATUS_NO_ERROR);
