@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <limits>
 
 #include "audio_fakes.h"
@@ -125,7 +126,12 @@ TEST(AudioCopy, RefusesMismatchedLayoutsAndOversizedSources) {
   // A failed source acquire: "failed on src_data.format", both accesses still released.
   mono->failAcquire = true;
   auto* target = new VectorAudio(MakeInfo(4, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1));
+  testing::internal::CaptureStdout();
   EXPECT_EQ(target->CopyAudio(mono), LMX_STATUS_PARAM_UNSUPPORTED);
+  std::fflush(stdout);
+  const std::string printed = testing::internal::GetCapturedStdout();
+  EXPECT_NE(printed.find("AcquireAudioAccess, audio="), std::string::npos) << "printed, not logged";
+  EXPECT_NE(printed.find(", access=1, by BaseAudio::CopyAudio\n"), std::string::npos) << printed;
   EXPECT_TRUE(capture->Contains("failed on src_data.format"));
   EXPECT_TRUE(capture->Contains("failed on sts == LMX_STATUS_NO_ERROR"));
   for (auto* object : {mono, stereo, otherRate, small, target}) object->Release();
