@@ -24,8 +24,10 @@ Status BaseAudio::Reset() {
   return LMX_STATUS_NO_ERROR;
 }
 
-// Copies the source's samples into this object. The destination is acquired in
-// the source's format; CopyData then converts by the two objects' own formats.
+// Copies the source's samples into this object. CopyData converts by the two
+// objects' own formats, so the destination is acquired in its own format: a
+// multi-format destination acquired in the source's format would receive
+// samples of the other format (and twice their room for PCM into float).
 Status BaseAudio::CopyAudio(LMXAudio* src) {
   LMX_CHECK(src, LMX_STATUS_HANDLE_INVALID);
   AudioInfo src_info = src->QueryInfo();
@@ -36,7 +38,7 @@ Status BaseAudio::CopyAudio(LMXAudio* src) {
   AudioAccess src_access(nullptr, src, AudioFormat{}, ACCESS_READ, "BaseAudio::CopyAudio");
   AudioData& src_data = src_access.data;
   LMX_CHECK(src_data.format, LMX_STATUS_PARAM_UNSUPPORTED);
-  AudioAccess dst_access(nullptr, this, src_data.format, ACCESS_WRITE, "BaseAudio::CopyAudio");
+  AudioAccess dst_access(nullptr, this, dst_info.format, ACCESS_WRITE, "BaseAudio::CopyAudio");
   AudioData& dst_data = dst_access.data;
   LMX_CHECK(dst_data.format, LMX_STATUS_PARAM_UNSUPPORTED);
   // The accesses end in reverse order: destination, then source.

@@ -22,20 +22,31 @@ class ImageDepthScale final : public kernels::DepthScaleSource {
   BaseImage& image_;
 };
 
+// The host's memory provider of this image, if it converts.
+class ProviderHandOff final : public kernels::ConversionHandOff {
+ public:
+  explicit ProviderHandOff(LMXCustomImageFormat* custom) : custom_(custom) {}
+  Status Offer(ImageInfo* src_info, ImageData* src, ImageInfo* dst_info, ImageData* dst,
+               Image::PixelFormat* interm) override {
+    return custom_->CopySystemBuffer(src_info, src, dst_info, dst, interm);
+  }
+
+ private:
+  LMXCustomImageFormat* custom_;
+};
+
 }  // namespace
 
 Status BaseImage::CopySystemBuffer(ImageInfo* src_info, ImageData* src, ImageInfo* dst_info, ImageData* dst,
                                    PixelFormat* interm) {
   LMX_CHECK(src_info && src && dst_info && dst, LMX_STATUS_HANDLE_INVALID);
-  // A host's memory provider may take the conversion over; a negative answer hands it back.
-  if (Base* provider = GetMemoryProvider()) {
-    if (auto* custom = provider->QueryInstance<LMXCustomImageFormat>()) {
-      const Status sts = custom->CopySystemBuffer(src_info, src, dst_info, dst, interm);
-      if (sts >= 0) return sts;
-    }
-  }
+  // A host's memory provider may take the conversion over once the sizes are
+  // checked (inside the routing's trace scope); a negative answer hands it back.
+  LMXCustomImageFormat* custom = nullptr;
+  if (Base* provider = GetMemoryProvider()) custom = provider->QueryInstance<LMXCustomImageFormat>();
+  ProviderHandOff handOff(custom);
   ImageDepthScale depth(*this);
-  return kernels::ConvertImageBuffer(src_info, src, dst_info, dst, depth, interm);
+  return kernels::ConvertImageBuffer(src_info, src, dst_info, dst, depth, interm, custom ? &handOff : nullptr);
 }
 
 }  // namespace lmx

@@ -269,7 +269,7 @@ Status FixedDepthScale::GetDepthScale(float* scale) {
 
 Status ConvertImageBuffer(const Image::ImageInfo* src_info, const Image::ImageData* src,
                           const Image::ImageInfo* dst_info, const Image::ImageData* dst, DepthScaleSource& depth,
-                          Format* interm) {
+                          Format* interm, ConversionHandOff* handOff) {
   LMX_CHECK(src_info && src && dst_info && dst, LMX_STATUS_HANDLE_INVALID);
   char trace_name[80] = "ImageConvert";
   if (lmsdk::LogUtil::GetLogger()->IsLevelEnabled(LOG_LEVEL_TRACE)) {
@@ -281,6 +281,13 @@ Status ConvertImageBuffer(const Image::ImageInfo* src_info, const Image::ImageDa
   LMX_CHECK(src_info->height == dst_info->height, LMX_STATUS_PARAM_UNSUPPORTED);
   // The kernels trust sizes they are given; descriptions of impossible planes
   // (over 2 GiB, or negative sizes) are refused before any routing.
+  if (handOff) {
+    // The provider receives the caller's own records, as it would from the image.
+    const Status offered = handOff->Offer(const_cast<Image::ImageInfo*>(src_info), const_cast<Image::ImageData*>(src),
+                                          const_cast<Image::ImageInfo*>(dst_info), const_cast<Image::ImageData*>(dst),
+                                          interm);
+    if (offered >= 0) return offered;
+  }
   LMX_CHECK(PlanesFitInt32(*src_info) && PlanesFitInt32(*dst_info), LMX_STATUS_PARAM_UNSUPPORTED);
 
   const int32_t src_angle = src_info->format & kRotationMask;

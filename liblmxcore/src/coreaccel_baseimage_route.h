@@ -4,9 +4,9 @@
 // two buffers of the same image (descriptions with format keys, plane pointers
 // and pitches), it either runs one pixel kernel from source to destination or
 // names the intermediate format through which the conversion has to go. The
-// image object keeps what is not computation: locking, the memory-provider
-// hand-off, and where the depth scale is stored (reached through
-// DepthScaleSource).
+// image object keeps what is not computation: locking, the memory provider
+// (reached through ConversionHandOff) and where the depth scale is stored
+// (reached through DepthScaleSource).
 //
 // Routing, by the keys' rotation bits (kRotationMask) and pixel formats:
 //   - Neither rotated, same format: the same planes succeed untouched, others
@@ -62,6 +62,19 @@ class FixedDepthScale final : public DepthScaleSource {
   bool has_scale_ = false;
 };
 
+// A host's memory provider, offered each conversion once the sizes are checked
+// and before any routing: a non-negative answer is the conversion's result, a
+// negative one hands the conversion back.
+class ConversionHandOff {
+ public:
+  virtual Status Offer(Norvik::Lumetra::Image::ImageInfo* src_info, Norvik::Lumetra::Image::ImageData* src,
+                       Norvik::Lumetra::Image::ImageInfo* dst_info, Norvik::Lumetra::Image::ImageData* dst,
+                       Norvik::Lumetra::Image::PixelFormat* interm) = 0;
+
+ protected:
+  ~ConversionHandOff() = default;
+};
+
 // Converts `src` (described by src_info) into `dst` (described by dst_info).
 // Requires: both buffers acquired; planes laid out as ComputePlaneLayout gives
 // for their keys. Guarantees: nothing is written to `dst` before every check has
@@ -81,6 +94,6 @@ Status ConvertImageBuffer(const Norvik::Lumetra::Image::ImageInfo* src_info,
                           const Norvik::Lumetra::Image::ImageData* src,
                           const Norvik::Lumetra::Image::ImageInfo* dst_info,
                           const Norvik::Lumetra::Image::ImageData* dst, DepthScaleSource& depth,
-                          Norvik::Lumetra::Image::PixelFormat* interm);
+                          Norvik::Lumetra::Image::PixelFormat* interm, ConversionHandOff* handOff = nullptr);
 
 }  // namespace lmx::kernels

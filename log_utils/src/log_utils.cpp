@@ -22,6 +22,9 @@ LoggingService* LogUtil::logger_ = &g_emptyLogger;
 namespace {
 // The logging module stays loaded for the process's lifetime.
 lmx::platform::ModuleHandle g_loggingModule = nullptr;
+// A logger Init made itself (the forced debugger output); freed when the library
+// is unloaded if it is still the global logger.
+LoggingService* g_ownLogger = nullptr;
 }  // namespace
 
 void LogUtil::SetLogger(LoggingService* logger) { logger_ = logger ? logger : &EmptyLogger::Instance(); }
@@ -32,6 +35,7 @@ void LogUtil::Init(wchar_t*) {
   log_bootstrap::BootstrapResult result =
       log_bootstrap::SelectLogger(log_bootstrap::ProcessBootstrapContext(), LMX_FUNCSIG);
   if (result.module) g_loggingModule = result.module;
+  if (!result.module && result.logger != &EmptyLogger::Instance()) g_ownLogger = result.logger;
   SetLogger(result.logger);
 }
 
@@ -150,6 +154,12 @@ struct StartUp {
   StartUp() {
     EventLogHandler();
     LogUtil::Init(nullptr);
+  }
+  ~StartUp() {
+    if (g_ownLogger && LogUtil::GetLogger() == g_ownLogger) {
+      LogUtil::SetLogger(nullptr);
+      g_ownLogger->Release();
+    }
   }
 } g_startUp;
 

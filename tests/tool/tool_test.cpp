@@ -32,9 +32,9 @@ class Lmxtool : public ::testing::Test {
   }
   void TearDown() override { fs::remove_all(dir); }
 
-  Result Run(const std::string& args) {
-    const std::string command = std::string(LMXTOOL) + " " + args + " >" + (dir / "stdout").string() + " 2>" +
-                                (dir / "stderr").string();
+  Result Run(const std::string& args, const std::string& environment = "") {
+    const std::string command = environment + std::string(LMXTOOL) + " " + args + " >" + (dir / "stdout").string() +
+                                " 2>" + (dir / "stderr").string();
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(dir / "stdout"), Slurp(dir / "stderr")};
   }
@@ -131,6 +131,29 @@ TEST_F(Lmxtool, LibraryConvertsRotatesAndMirrors) {
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(ReadPng("mirrored.png", PNG_FORMAT_GRAY, &width, &height),
             (std::vector<uint8_t>{grey[2], grey[1], grey[0], grey[5], grey[4], grey[3]}));
+}
+
+// The library sets its logger up when it is loaded: one registry value sends its
+// lines to standard error under the module's name; the level name is exact.
+TEST_F(Lmxtool, RegistryDebugViewShowsTheLibrarysLinesOnStandardError) {
+  WritePnm("in.pgm", 3, 2, 1, Pattern(6, 1));
+  const std::string key = "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n";
+  const std::string header = "Windows Registry Editor Version 5.00\r\n\r\n";
+  WriteFile("verbose.reg", header + key + "\"DebugView\"=\"VERBOSE\"\r\n");
+  WriteFile("lower.reg", header + key + "\"DebugView\"=\"verbose\"\r\n");
+  const std::string convert = "convert " + P("in.pgm") + " " + P("out.ppm") + " --to BGR";
+
+  Result r = Run(convert, "LMSDK_REGISTRY=" + P("verbose.reg") + " ");
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.err.find("liblmxcore: VERBOSE: coreaccel_emu.cpp: "), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("Allocated 128 bytes for BGR"), std::string::npos);
+
+  r = Run(convert, "LMSDK_REGISTRY=" + P("lower.reg") + " ");
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.err.find("VERBOSE"), std::string::npos) << "lower case reads as INFO";
+  r = Run(convert, "env -u NORVIK_LIBQTRNOTIFY64 LMSDK_REGISTRY=" + P("missing.reg") + " ");
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.err.find("liblmxcore:"), std::string::npos) << "nothing configured: no lines";
 }
 
 // Needs the allocator's audio objects.

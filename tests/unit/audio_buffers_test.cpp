@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <limits>
 
 #include "audio_fakes.h"
@@ -84,16 +85,8 @@ TEST(AudioSysMem, ReleaseTakesTheWritersCountClampedIntoTheBuffer) {
 
 TEST(AudioCopy, ConvertsBetweenPcmAndFloatWithRoundingAndSaturation) {
   auto* pcm = MakeAudio<int16_t>(LMXAudio::AUDIO_FORMAT_PCM, 16000, 1, {16384, -32768, 1, 0});
-  // The destination is acquired in the source's format (PCM) and the conversion
-  // follows the objects' formats, so 4 floats need the room of 8 PCM samples; a
-  // destination of only 4 is refused rather than overrun.
-  auto* tooSmall = new VectorAudio(MakeInfo(4, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, 16000, 1));
-  {
-    lmxtest::ScopedCapture quiet;
-    EXPECT_EQ(tooSmall->CopyAudio(pcm), LMX_STATUS_PARAM_UNSUPPORTED);
-  }
-  tooSmall->Release();
-  auto* asFloat = new VectorAudio(MakeInfo(8, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, 16000, 1));
+  // The destination is acquired in its own format: 4 floats fit a buffer of 4.
+  auto* asFloat = new VectorAudio(MakeInfo(4, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, 16000, 1));
   ASSERT_EQ(asFloat->CopyAudio(pcm), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(asFloat->Samples<float>(), (std::vector<float>{0.5f, -1.0f, 1.0f / 32768, 0.0f}));
 
@@ -133,7 +126,12 @@ TEST(AudioCopy, RefusesMismatchedLayoutsAndOversizedSources) {
   // A failed source acquire: "failed on src_data.format", both accesses still released.
   mono->failAcquire = true;
   auto* target = new VectorAudio(MakeInfo(4, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1));
+  testing::internal::CaptureStdout();
   EXPECT_EQ(target->CopyAudio(mono), LMX_STATUS_PARAM_UNSUPPORTED);
+  std::fflush(stdout);
+  const std::string printed = testing::internal::GetCapturedStdout();
+  EXPECT_NE(printed.find("AcquireAudioAccess, audio="), std::string::npos) << "printed, not logged";
+  EXPECT_NE(printed.find(", access=1, by BaseAudio::CopyAudio\n"), std::string::npos) << printed;
   EXPECT_TRUE(capture->Contains("failed on src_data.format"));
   EXPECT_TRUE(capture->Contains("failed on sts == LMX_STATUS_NO_ERROR"));
   for (auto* object : {mono, stereo, otherRate, small, target}) object->Release();

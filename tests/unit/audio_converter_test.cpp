@@ -114,18 +114,25 @@ TEST_F(AudioConverterTest, SetsUpOnceAndLogsTheModeAtInfoLevel) {
       EXPECT_EQ(line.file, "liblmxcore/src/audio_converter.cpp");
     }
   EXPECT_EQ(lines, 1) << "two chunks at the same rates set up once";
-  Stream(Noise(960, 1), 44100, 1, 16000, 960);
+  // A rate change sets up again and starts without history, as a new converter
+  // would; the same rates again continue the stream.
+  const auto noise = Noise(960, 2);
+  const auto changed = Stream(noise, 44100, 1, 16000, 960);
   EXPECT_TRUE(capture->Contains("Audio resampler initilized in 44100 Hz -> 16000 Hz mode"));
+  auto* fresh = new AudioConverter(allocator_);
+  EXPECT_EQ(changed, Stream(fresh, noise, 44100, 1, 16000, 960));
+  fresh->Release();
+  EXPECT_NE(Stream(noise, 44100, 1, 16000, 960), changed) << "the held-back samples come first";
 }
 
 TEST_F(AudioConverterTest, ChunkSizesDoNotChangeTheStream) {
   // 48 kHz stereo to 16 kHz mono: the output of each call ends 32 input samples
   // before its input; those samples come out in the next call.
-  const auto input = Noise(2 * 12000, 5);
-  const auto whole = Stream(input, 48000, 2, 16000, 12000);  // several passes in one call
-  EXPECT_EQ(whole.size(), static_cast<size_t>(std::ceil((12000 - 32) / 3.0)));
+  const auto input = Noise(2 * 24000, 5);
+  const auto whole = Stream(input, 48000, 2, 16000, 24000);  // several passes in one call
+  EXPECT_EQ(whole.size(), static_cast<size_t>(std::ceil((24000 - 32) / 3.0)));
   // Chunks shorter than the look-ahead (31 frames) produce nothing at first, and succeed.
-  for (int32_t frames : {100, 4064, 4065, 777, 31}) {
+  for (int32_t frames : {1, 7, 31, 100, 4064, 4065, 4096, 20000}) {
     auto* fresh = new AudioConverter(allocator_);
     auto pieces = Stream(fresh, input, 48000, 2, 16000, frames);
     fresh->Release();

@@ -70,6 +70,14 @@ TEST(ImageConvertGlue, TheHostProviderIsOfferedTheConversionFirst) {
   EXPECT_EQ(image->CopySystemBuffer(&info, &planes.srcData, &info, &planes.dstData, nullptr), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(planes.dst[0][1], 5) << "a negative answer hands the conversion back";
   EXPECT_EQ(provider.calls, 2);
+
+  // Sizes are checked before the provider is asked.
+  lmxtest::ScopedCapture capture;
+  provider.answer = LMX_STATUS_NO_ERROR;
+  ImageInfo narrower{4, 2, Image::PIXEL_FORMAT_Y8, 0};
+  EXPECT_LT(image->CopySystemBuffer(&info, &planes.srcData, &narrower, &planes.dstData, nullptr), 0);
+  EXPECT_TRUE(capture->Contains("failed on src_info->width == dst_info->width"));
+  EXPECT_EQ(provider.calls, 2);
   image->Release();
 }
 

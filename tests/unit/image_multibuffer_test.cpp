@@ -3,8 +3,10 @@
 // its audio instantiation.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "coreaccel_multibuffer.h"
@@ -159,6 +161,18 @@ TEST(ImageMultiBuffer, AccessRules) {
   EXPECT_EQ(image->InternalAcquireAccess(Image::ACCESS_READ, nullptr, kBGR, &first, false, nullptr),
             LMX_STATUS_ITEM_UNAVAILABLE);
   EXPECT_TRUE(capture->Contains("failed on bAllocationAllowed"));
+
+  // A reader that may wait does so for a writer that releases within the wait.
+  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &write),
+            LMX_STATUS_NO_ERROR);
+  Status waited = LMX_STATUS_ALLOC_FAILED;
+  std::thread reader(
+      [&] { waited = image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &first); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  ASSERT_EQ(image->ReleaseAccess(&write), LMX_STATUS_NO_ERROR);
+  reader.join();
+  ASSERT_EQ(waited, LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(image->ReleaseAccess(&first), LMX_STATUS_NO_ERROR);
 
   // Two reads of one format may be outstanding, each with its own record.
   ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &first),
@@ -372,6 +386,17 @@ TEST(ImageMultiBuffer, AudioObjectsConvertSampleFormatsAndReportThree) {
   EXPECT_EQ(reinterpret_cast<const int16_t*>(data.dataPtr)[1], -16384);
   ASSERT_EQ(audio->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
   EXPECT_FALSE(capture->Contains("Format conversion ["));
+
+  // CopyAudio into a float object converts into the float buffer, which has room
+  // for exactly its bufferSize samples.
+  lmx::AudioInfo floatInfo{2, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, 16000, 1, 0, {0, 0, 0}};
+  auto* copy = new lmx::AudioObject(nullptr, &floatInfo, nullptr, 0, &sts);
+  ASSERT_EQ(copy->CopyAudio(audio), LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(copy->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, &data), LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(data.dataSize, 2);
+  EXPECT_EQ(reinterpret_cast<const float*>(data.dataPtr)[1], -0.5f);
+  ASSERT_EQ(copy->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
+  copy->Release();
 
   auto* service = static_cast<LMXAudioService*>(audio->QueryInstance(LMXAudioService::kIid));
   ASSERT_NE(service, nullptr);

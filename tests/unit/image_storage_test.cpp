@@ -121,10 +121,14 @@ TEST(ImageStorage, SizesBeyondThirtyTwoBitsAndNegativeDimensionsFailCleanly) {
   EXPECT_EQ(sts, LMX_STATUS_ALLOC_FAILED);
   EXPECT_TRUE(capture->Contains("failed on data->planes[c]"));
 
-  capture->Clear();
+  // Width -1 would round to a pitch of 0 and an empty block: refused all the same.
+  for (int32_t width : {-1, -16}) {
+    capture->Clear();
+    auto refused = Allocate(width, 16, Image::PIXEL_FORMAT_Y8, &sts);
+    EXPECT_EQ(sts, LMX_STATUS_ALLOC_FAILED) << width;
+    EXPECT_TRUE(capture->Contains("failed on data->planes[c]"));
+  }
   auto negative = Allocate(-16, 16, Image::PIXEL_FORMAT_Y8, &sts);
-  EXPECT_EQ(sts, LMX_STATUS_ALLOC_FAILED);
-  EXPECT_TRUE(capture->Contains("failed on data->planes[c]"));
 
   ImageData* nothing = nullptr;
   EXPECT_EQ(negative->AcquireNativeAccess(Image::ACCESS_READ, 0, nothing), LMX_STATUS_HANDLE_INVALID);
@@ -155,6 +159,12 @@ TEST(ImageStorage, DetachPlaneMovesTheImageToFreshPlanesAndLeavesTheOldBlockToIt
   uint8_t unrelated = 0;
   EXPECT_EQ(storage->DetachPlane(&unrelated), LMX_STATUS_ITEM_UNAVAILABLE);
   EXPECT_EQ(storage->DetachPlane(nullptr), LMX_STATUS_ITEM_UNAVAILABLE);
+  // Sixth slot (index 5) of the LMXImageService face, as another module calls it.
+  void* face = storage->QueryInstance(LMXImageService::kIid);
+  ASSERT_NE(face, nullptr);
+  using DetachSlot = Status (*)(void*, uint8_t*);
+  EXPECT_EQ(reinterpret_cast<DetachSlot>((*static_cast<void***>(face))[5])(face, &unrelated),
+            LMX_STATUS_ITEM_UNAVAILABLE);
 
   std::memset(before.planes[0], 0xAB, 64 * 4);
   ASSERT_EQ(storage->DetachPlane(before.planes[0]), LMX_STATUS_NO_ERROR);

@@ -1,7 +1,10 @@
 // The metadata store: identifiers, buffers, attached objects, size guards.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 #include "core_metadata.h"
@@ -125,6 +128,39 @@ TEST(Metadata, BuffersAreCopiedAndGuarded) {
   EXPECT_EQ(stored[3], 4);
   EXPECT_EQ(internal->QueryInternalBuffer(8, &stored, &size), LMX_STATUS_ITEM_UNAVAILABLE);
   EXPECT_TRUE(capture->Contains("failed on md"));
+}
+
+// Several threads attach, read, walk and detach at once: every reader sees either
+// nothing or its own complete record, and every UID is handed out once.
+TEST(Metadata, ConcurrentAttachAndQueryKeepRecordsWhole) {
+  auto store = NewStore();
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 300;
+  std::atomic<int> faults{0};
+  std::vector<std::vector<int32_t>> uids(kThreads);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      for (int round = 0; round < kRounds; ++round) {
+        const int32_t id = 1000 + t;
+        uint8_t bytes[16];
+        std::memset(bytes, round & 0xFF, sizeof bytes);
+        if (store->AttachBuffer(id, bytes, sizeof bytes) != LMX_STATUS_NO_ERROR) ++faults;
+        uint8_t out[16] = {};
+        if (store->QueryBuffer(id, out, sizeof out) != LMX_STATUS_NO_ERROR || std::memcmp(out, bytes, 16) != 0)
+          ++faults;
+        (void)store->QueryMetadata(round % 8);
+        if (store->DetachMetadata(id) != LMX_STATUS_NO_ERROR) ++faults;
+        if (round % 10 == 0) uids[t].push_back(store->QueryUID());
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(faults.load(), 0);
+  std::vector<int32_t> all;
+  for (const auto& list : uids) all.insert(all.end(), list.begin(), list.end());
+  std::sort(all.begin(), all.end());
+  EXPECT_EQ(std::adjacent_find(all.begin(), all.end()), all.end()) << "a UID handed out twice";
 }
 
 TEST(Metadata, CountedObjectsStayLiveUntilReadOthersAreSerialisedAtOnce) {

@@ -26,6 +26,8 @@ int32_t ForcedDebugViewLevel(TestContext& test) {
 
 TEST(RegistryDriven, NumberThreadsOneSelectsTheSingleWorker) {
   ScopedTestRegistry registry;
+  std::unique_ptr<lmx::TaskScheduler> absent(lmx::CreateTaskScheduler(nullptr));
+  EXPECT_NE(dynamic_cast<lmx::STDThreadPool*>(absent.get()), nullptr) << "no value: the pool";
   registry.SetDword(kSdkKey, L"NumberThreads", 1);
   std::unique_ptr<lmx::TaskScheduler> single(lmx::CreateTaskScheduler(nullptr));
   EXPECT_NE(dynamic_cast<lmx::PThreadScheduler*>(single.get()), nullptr);
