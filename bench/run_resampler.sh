@@ -1,0 +1,44 @@
+#!/bin/sh
+# Builds the resampler benchmark in build/bench (Release, LMX_BUILD_BENCH=ON), runs
+# the stream benchmarks once and prints one table: rate pair, implementation,
+# million output samples per second of CPU time, SNR at 997 Hz and, for
+# 48000 -> 16000, the rejection of a 10 kHz tone. Then the two speed targets:
+# our best variant against soxr HQ (with its SNR against the scalar reference) and
+# ConvertAudio against the bare resampler of the same variant.
+# Extra arguments go to the benchmark (e.g. --benchmark_filter=Stream/48000).
+set -eu
+root=$(cd "$(dirname "$0")/.." && pwd)
+build="$root/build/bench"
+"$root/scripts/install-deps.sh" build bench
+cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DLMX_BUILD_BENCH=ON -DLMX_BUILD_TESTS=OFF \
+  -DLMX_BUILD_TOOLS=OFF >/dev/null
+cmake --build "$build" --target resampler_bench -j2 >/dev/null
+json="$build/resampler_bench.json"
+"$build/bin/resampler_bench" --benchmark_filter='^Stream/' --benchmark_min_time=0.5 --benchmark_format=json \
+  --benchmark_out="$json" --benchmark_out_format=json "$@" >/dev/null 2>&1
+echo "$(grep -m1 'model name' /proc/cpuinfo | sed 's/.*: //'), $(date -u +%Y-%m-%d)"
+python3 - "$json" <<'PY'
+import json, sys
+from collections import OrderedDict
+rows = OrderedDict()
+for b in json.load(open(sys.argv[1]))["benchmarks"]:
+    if b.get("error_occurred"):
+        continue
+    _, pair, impl = b["name"].split("/")[:3]
+    seconds = b["cpu_time"] * {"ms": 1e-3, "us": 1e-6, "ns": 1e-9, "s": 1.0}[b["time_unit"]]
+    rows.setdefault(pair, OrderedDict())[impl] = (b["outputs"] / seconds / 1e6, b["snr_db"], b.get("alias_db"))
+print(f"{'rate pair':<13}{'implementation':<23}{'M samples/s':>12}{'SNR dB':>9}{'alias dB':>10}")
+for pair, impls in rows.items():
+    for impl, (rate, snr, alias) in impls.items():
+        alias_cell = f"{alias:>10.1f}" if alias is not None else f"{'-':>10}"
+        print(f"{pair.replace('_', '->'):<13}{impl:<23}{rate:>12.1f}{snr:>9.1f}{alias_cell}")
+print()
+for pair, impls in rows.items():
+    best = "ours_AVX2" if "ours_AVX2" in impls else "ours_scalar"
+    ours, soxr, ref, conv = impls[best], impls["soxr_HQ"], impls["ours_scalar"], impls["ConvertAudio"]
+    speed_ok = ours[0] >= 2 * soxr[0] and abs(ours[1] - ref[1]) <= 1.0
+    conv_ok = conv[0] >= 0.8 * ours[0]
+    print(f"{pair.replace('_', '->')}: {best} / soxr_HQ = {ours[0] / soxr[0]:.2f}x (target 2x), SNR {ours[1] - ref[1]:+.2f} dB "
+          f"vs scalar: {'met' if speed_ok else 'NOT met'}; ConvertAudio / {best} = {conv[0] / ours[0]:.2f}x "
+          f"(target 0.8x): {'met' if conv_ok else 'NOT met'}")
+PY
