@@ -116,6 +116,7 @@ TEST(ImageIo, CopyImageTakesContentAndPassesOverMissingSideData) {
   ASSERT_EQ(src->ImportData(&confidence.data, 0), LMX_STATUS_NO_ERROR);
 
   EXPECT_EQ(dst->CopyImage(nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on src"));
   EXPECT_EQ(other->CopyImage(src), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_TRUE(capture->Contains("failed on src_info.height == dst_info.height"));
   ASSERT_EQ(dst->CopyImage(src), LMX_STATUS_NO_ERROR);

@@ -204,6 +204,13 @@ TEST(ImageMultiBuffer, AccessRules) {
       "failed on access == BASE::ACCESS_WRITE || access == BASE::ACCESS_READ || access == BASE::ACCESS_READ_WRITE"));
   EXPECT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, nullptr),
             LMX_STATUS_HANDLE_INVALID);
+  EXPECT_EQ(image->AcquireNativeAccess(Image::ACCESS_READ, 0, nullptr), LMX_STATUS_HANDLE_INVALID);
+  // A format without a plane layout gets no storage.
+  EXPECT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0x12345), 0, &first),
+            LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on num_planes"));
+  EXPECT_TRUE(capture->Contains("Error LMX_STATUS_PARAM_UNSUPPORTED (Unsupported parameter) calling "
+                                "GetBuffer(&this->info, format, 0, this->options, bAllocationAllowed, &native)"));
   EXPECT_EQ(image->RefCount(), 1u) << "failed acquisitions hold no reference";
   image->Release();
 }
@@ -363,6 +370,13 @@ TEST(ImageMultiBuffer, AudioObjectsConvertSampleFormatsAndReportThree) {
   std::memcpy(data.dataPtr, pcm, sizeof(pcm));
   data.dataSize = 4;
   ASSERT_EQ(audio->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
+
+  // Null records are refused on both ends, leaving no reference behind.
+  capture->Clear();
+  EXPECT_EQ(audio->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_PCM, nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on data"));
+  EXPECT_EQ(audio->ReleaseAccess(nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_EQ(audio->RefCount(), 1u);
 
   ASSERT_EQ(audio->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, &data), LMX_STATUS_NO_ERROR);
   ASSERT_EQ(data.dataSize, 4);

@@ -134,7 +134,9 @@ TEST(ConvertImageBuffer, RotationDispatch) {
   EXPECT_EQ(Convert(bgr90, bgr270, none, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_EQ(interm, Image::PIXEL_FORMAT_BGR);
   Buffer odd_angle(6, 5, Rotated(Image::PIXEL_FORMAT_NV12, 45));
+  lmxtest::ScopedCapture capture;
   EXPECT_EQ(Convert(nv12, odd_angle, none, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on IsRightAngle(src_degrees) && IsRightAngle(dst_degrees)"));
 }
 
 TEST(DepthScale, ShiftFromScale) {
