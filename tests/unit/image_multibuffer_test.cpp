@@ -183,6 +183,7 @@ TEST(ImageMultiBuffer, AccessRules) {
   // A record already holding an acquisition cannot take a second one (it would be lost).
   EXPECT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &second),
             LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on access_list.find(data) == access_list.end()"));
   EXPECT_EQ(image->ReleaseAccess(&second), LMX_STATUS_NO_ERROR) << "the first acquisition is still held";
 
   // A write needs the object free of every other access.
@@ -430,6 +431,7 @@ TEST(ImageMultiBuffer, ReInitRefusesWhileAccessedAndDropsOldBuffers) {
             LMX_STATUS_NO_ERROR);
   ImageInfo bigger{16, 8, kY8, 0};
   EXPECT_EQ(image->ReInitImpl(&bigger, nullptr, 0), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on access_list.empty() && m_bWriteFinished"));
   image->ReleaseAccess(&data);
   ImageInfo empty{0, 8, kY8, 0};
   EXPECT_EQ(image->ReInitImpl(&empty, nullptr, 0), LMX_STATUS_PARAM_UNSUPPORTED);

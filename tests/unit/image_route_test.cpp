@@ -101,6 +101,10 @@ TEST(ConvertImageBuffer, SizesMustMatch) {
     EXPECT_TRUE(a.planes[0].Intact() && narrow.planes[0].Intact());
   }
   EXPECT_TRUE(capture->Contains("failed on PlanesFitInt32(*src_info) && PlanesFitInt32(*dst_info)"));
+
+  Image::ImageInfo square{4, 4, Image::PIXEL_FORMAT_BGRA, 0};
+  EXPECT_EQ(ConvertImageBuffer(&square, nullptr, &square, &a.data, none, nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on src_info && src && dst_info && dst"));
 }
 
 TEST(ConvertImageBuffer, EqualKeysCopyOrSucceedUntouched) {
