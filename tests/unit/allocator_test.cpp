@@ -40,6 +40,21 @@ TEST(Allocator, CreateImageChecksItsArguments) {
   Image::ImageInfo unknown{16, 16, 0x12345, 0};
   EXPECT_EQ(allocator->CreateImage(&unknown, 0, nullptr, &image), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_EQ(image, nullptr);
+  EXPECT_TRUE(capture->Contains("failed on numberPlanes"));
+  EXPECT_EQ(CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on result"));
+  Image::ImageInfo wide{32768, 16, Image::PIXEL_FORMAT_Y8, 0};
+  EXPECT_EQ(allocator->CreateImage(&wide, 0, nullptr, &image), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on info->width < 32768 && info->height < 32768"));
+  EXPECT_EQ(image, nullptr);
+
+  // A negative width has a plane count, so the object is made; its storage cannot be.
+  Image::ImageInfo negative{-16, 16, Image::PIXEL_FORMAT_Y8, 0};
+  ASSERT_EQ(allocator->CreateImage(&negative, 0, nullptr, &image), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &data),
+            LMX_STATUS_ALLOC_FAILED);
+  EXPECT_TRUE(capture->Contains("failed on data->planes[c]"));
+  image->Release();
 
   bool traced = false;
   for (const auto& trace : capture->Traces()) traced = traced || trace.name == "CreateImage";
@@ -68,6 +83,7 @@ TEST(Allocator, ReservedOperationsAndCreateAudio) {
   unknown.format = static_cast<LMXAudio::AudioFormat>(0x12345608);
   EXPECT_EQ(allocator->CreateAudio(&unknown, 0, nullptr, &audio), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_EQ(audio, nullptr);
+  EXPECT_TRUE(capture->Contains("failed on numberPlanes"));
 
   // Adopted samples are the object's native format, valid at once.
   int16_t samples[8] = {1, 2, 3, 4, 5, 6, 7, 8};

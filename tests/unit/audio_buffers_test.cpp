@@ -121,6 +121,7 @@ TEST(AudioCopy, RefusesMismatchedLayoutsAndOversizedSources) {
   // A destination of 3 samples cannot take 4: nothing is written.
   auto* small = new VectorAudio(MakeInfo(3, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1));
   EXPECT_EQ(small->CopyAudio(mono), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on writeBytes <= capacityBytes"));
   EXPECT_EQ(small->bytes[0], lmxtest::kSentinel);
 
   // A failed source acquire: "failed on src_data.format", both accesses still released.

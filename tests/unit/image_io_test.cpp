@@ -85,6 +85,9 @@ TEST(ImageIo, PreconditionsAndModes) {
 
   EXPECT_EQ(image->ImportData(&out.data, 4), LMX_STATUS_PARAM_UNSUPPORTED) << "no red and blue in YUY2";
   EXPECT_EQ(image->ImportData(&out.data, 8), LMX_STATUS_PARAM_UNSUPPORTED) << "an unknown mode fails";
+  EXPECT_TRUE(capture->Contains("failed on colour == Image::PIXEL_FORMAT_BGR || colour == Image::PIXEL_FORMAT_BGRA"));
+  EXPECT_TRUE(capture->Contains(
+      "failed on mode == kModePlain || mode == kModeMirror || mode == kModeSwapRedBlue || mode == kModeMirrorAxis2"));
   EXPECT_EQ(image->RefCount(), 1u) << "failed copies release their access";
 
   // A YUY2 mirror swaps the pixel pairs and the lumas within each pair: Y0 U Y1 V -> Y3 U' Y2 V'.
@@ -116,8 +119,13 @@ TEST(ImageIo, CopyImageTakesContentAndPassesOverMissingSideData) {
   ASSERT_EQ(src->ImportData(&confidence.data, 0), LMX_STATUS_NO_ERROR);
 
   EXPECT_EQ(dst->CopyImage(nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on src"));
   EXPECT_EQ(other->CopyImage(src), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_TRUE(capture->Contains("failed on src_info.height == dst_info.height"));
+  ImageObject* wide = NewImage(5, 2, Image::PIXEL_FORMAT_Y8);
+  EXPECT_EQ(wide->CopyImage(src), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on src_info.width == dst_info.width"));
+  wide->Release();
   ASSERT_EQ(dst->CopyImage(src), LMX_STATUS_NO_ERROR);
 
   CallerImage out(Image::PIXEL_FORMAT_Y8, 0, 2, 4);

@@ -183,6 +183,7 @@ TEST(ImageMultiBuffer, AccessRules) {
   // A record already holding an acquisition cannot take a second one (it would be lost).
   EXPECT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &second),
             LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on access_list.find(data) == access_list.end()"));
   EXPECT_EQ(image->ReleaseAccess(&second), LMX_STATUS_NO_ERROR) << "the first acquisition is still held";
 
   // A write needs the object free of every other access.
@@ -204,6 +205,13 @@ TEST(ImageMultiBuffer, AccessRules) {
       "failed on access == BASE::ACCESS_WRITE || access == BASE::ACCESS_READ || access == BASE::ACCESS_READ_WRITE"));
   EXPECT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, nullptr),
             LMX_STATUS_HANDLE_INVALID);
+  EXPECT_EQ(image->AcquireNativeAccess(Image::ACCESS_READ, 0, nullptr), LMX_STATUS_HANDLE_INVALID);
+  // A format without a plane layout gets no storage.
+  EXPECT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0x12345), 0, &first),
+            LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on num_planes"));
+  EXPECT_TRUE(capture->Contains("Error LMX_STATUS_PARAM_UNSUPPORTED (Unsupported parameter) calling "
+                                "GetBuffer(&this->info, format, 0, this->options, bAllocationAllowed, &native)"));
   EXPECT_EQ(image->RefCount(), 1u) << "failed acquisitions hold no reference";
   image->Release();
 }
@@ -364,6 +372,13 @@ TEST(ImageMultiBuffer, AudioObjectsConvertSampleFormatsAndReportThree) {
   data.dataSize = 4;
   ASSERT_EQ(audio->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
 
+  // Null records are refused on both ends, leaving no reference behind.
+  capture->Clear();
+  EXPECT_EQ(audio->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_PCM, nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on data"));
+  EXPECT_EQ(audio->ReleaseAccess(nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_EQ(audio->RefCount(), 1u);
+
   ASSERT_EQ(audio->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, &data), LMX_STATUS_NO_ERROR);
   ASSERT_EQ(data.dataSize, 4);
   const auto* floats = reinterpret_cast<const float*>(data.dataPtr);
@@ -416,6 +431,7 @@ TEST(ImageMultiBuffer, ReInitRefusesWhileAccessedAndDropsOldBuffers) {
             LMX_STATUS_NO_ERROR);
   ImageInfo bigger{16, 8, kY8, 0};
   EXPECT_EQ(image->ReInitImpl(&bigger, nullptr, 0), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on access_list.empty() && m_bWriteFinished"));
   image->ReleaseAccess(&data);
   ImageInfo empty{0, 8, kY8, 0};
   EXPECT_EQ(image->ReInitImpl(&empty, nullptr, 0), LMX_STATUS_PARAM_UNSUPPORTED);

@@ -101,6 +101,10 @@ TEST(ConvertImageBuffer, SizesMustMatch) {
     EXPECT_TRUE(a.planes[0].Intact() && narrow.planes[0].Intact());
   }
   EXPECT_TRUE(capture->Contains("failed on PlanesFitInt32(*src_info) && PlanesFitInt32(*dst_info)"));
+
+  Image::ImageInfo square{4, 4, Image::PIXEL_FORMAT_BGRA, 0};
+  EXPECT_EQ(ConvertImageBuffer(&square, nullptr, &square, &a.data, none, nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on src_info && src && dst_info && dst"));
 }
 
 TEST(ConvertImageBuffer, EqualKeysCopyOrSucceedUntouched) {
@@ -134,7 +138,9 @@ TEST(ConvertImageBuffer, RotationDispatch) {
   EXPECT_EQ(Convert(bgr90, bgr270, none, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_EQ(interm, Image::PIXEL_FORMAT_BGR);
   Buffer odd_angle(6, 5, Rotated(Image::PIXEL_FORMAT_NV12, 45));
+  lmxtest::ScopedCapture capture;
   EXPECT_EQ(Convert(nv12, odd_angle, none, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_TRUE(capture->Contains("failed on IsRightAngle(src_degrees) && IsRightAngle(dst_degrees)"));
 }
 
 TEST(DepthScale, ShiftFromScale) {

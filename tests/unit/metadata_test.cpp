@@ -117,7 +117,9 @@ TEST(Metadata, BuffersAreCopiedAndGuarded) {
   EXPECT_EQ(store->AttachBuffer(9, bytes, 0), LMX_STATUS_HANDLE_INVALID);
   EXPECT_TRUE(capture->Contains("failed on size"));
   EXPECT_EQ(store->AttachBuffer(9, bytes, -4), LMX_STATUS_HANDLE_INVALID) << "never read as a huge size";
+  EXPECT_TRUE(capture->Contains("failed on size > 0"));
   EXPECT_EQ(store->AttachBuffer(9, nullptr, 4), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on buffer"));
   EXPECT_EQ(store->QueryBufferSize(9), 0);
 
   auto* internal = static_cast<LMXMetadataInternal*>(store->QueryInstance(LMXMetadataInternal::kIid));
@@ -128,6 +130,10 @@ TEST(Metadata, BuffersAreCopiedAndGuarded) {
   EXPECT_EQ(stored[3], 4);
   EXPECT_EQ(internal->QueryInternalBuffer(8, &stored, &size), LMX_STATUS_ITEM_UNAVAILABLE);
   EXPECT_TRUE(capture->Contains("failed on md"));
+  EXPECT_EQ(store->AttachSerializable(9, nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on instance"));
+  EXPECT_EQ(lmx::CreateMetadata(nullptr, nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on result"));
 }
 
 // Several threads attach, read, walk and detach at once: every reader sees either
@@ -191,6 +197,8 @@ TEST(Metadata, NegativeSerialisedSizesAreRefused) {
   Serializable liar(false, {}, -700);
   EXPECT_EQ(store->AttachSerializable(3, static_cast<LMXSerializableService*>(&liar)), LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(store->QueryBufferSize(3), 0);
+  EXPECT_TRUE(capture->Contains("failed on profile.dataSize >= 0"));
+  EXPECT_TRUE(capture->Contains("calling SerializeObject(id, instance->QueryInstance<LMXSerializableService>())"));
 
   // A stored header claiming a negative length cannot be rebuilt.
   lmxtest::TestSession session;
@@ -202,6 +210,7 @@ TEST(Metadata, NegativeSerialisedSizesAreRefused) {
   ASSERT_EQ(withSession->AttachBuffer(4, header.data(), 640), LMX_STATUS_NO_ERROR);
   void* instance = nullptr;
   EXPECT_EQ(withSession->CreateSerializable(4, Serializable::kIid, &instance), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on profile->dataSize >= 0"));
   EXPECT_EQ(withSession->CreateSerializable(5, Serializable::kIid, &instance), LMX_STATUS_ITEM_UNAVAILABLE);
   EXPECT_TRUE(capture->Contains("failed on it != buffers.end()"));
   EXPECT_EQ(instance, nullptr);

@@ -39,7 +39,9 @@ TEST(SchedulerService, FactoryAndIdentities) {
   EXPECT_EQ(s->SetOption(7), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(s->QueryOption(), 7);
 
+  ScopedCapture capture;
   EXPECT_EQ(CreateScheduler(&session, nullptr, nullptr, nullptr, 0, nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_TRUE(capture->Contains("failed on result"));
 }
 
 TEST(SchedulerService, SessionsWithoutServiceGetPrivateMasters) {
