@@ -24,14 +24,11 @@
 #include "audio_converter.h"
 #include "coreaccel_baseaudio.h"
 #include "lmxallocator.h"
+#include "fuzz_support.h"
 
 using namespace Norvik::Lumetra;
 
 namespace {
-
-// A failed invariant: named on standard error, then a crash libFuzzer records.
-#define Check(condition) \
-  ((condition) ? (void)0 : (std::fprintf(stderr, "invariant failed: %s\n", #condition), std::abort()))
 
 // PCM audio in a block of exactly bufferSize samples.
 class ExactAudio final : public BaseAudio {

@@ -23,35 +23,15 @@
 #include "core_metadata.h"
 #include "lmxallocator.h"
 #include "module_factories.h"
+#include "fuzz_support.h"
 
 using namespace Norvik::Lumetra;
 
 namespace {
 
-#define Check(condition) \
-  ((condition) ? (void)0 : (std::fprintf(stderr, "invariant failed: %s\n", #condition), std::abort()))
+using lmxfuzz::ConsumeFormatKey;
 
 constexpr int32_t kMaxSide = 96;  // content sizes stay small for speed
-
-constexpr int32_t kFormats[] = {
-    Image::PIXEL_FORMAT_YUY2,          Image::PIXEL_FORMAT_NV12,          Image::PIXEL_FORMAT_BGRA,
-    Image::PIXEL_FORMAT_BGR,           Image::PIXEL_FORMAT_Y8,            Image::PIXEL_FORMAT_RGBA,
-    Image::PIXEL_FORMAT_RGB,           Image::PIXEL_FORMAT_NV21,          Image::PIXEL_FORMAT_DEPTH,
-    Image::PIXEL_FORMAT_DEPTH_NATIVE,  Image::PIXEL_FORMAT_DEPTH_FLOAT,   Image::PIXEL_FORMAT_Y16,
-    Image::PIXEL_FORMAT_Y8_RELATIVE,   Image::PIXEL_FORMAT_ATTACHED_8BPP, Image::PIXEL_FORMAT_ATTACHED_2BPP,
-    Image::PIXEL_FORMAT_DEPTH_CONFIDENCE, Image::PIXEL_FORMAT_ATTACHED_1BPP};
-
-int32_t ConsumeFormatKey(FuzzedDataProvider& input) {
-  int32_t key = input.ConsumeBool() ? input.PickValueInArray(kFormats) : input.ConsumeIntegral<int32_t>();
-  switch (input.ConsumeIntegralInRange(0, 5)) {
-    case 0: case 1: break;
-    case 2: key = (key & kPixelFormatMask) | (90 << kRotationShift); break;
-    case 3: key = (key & kPixelFormatMask) | (180 << kRotationShift); break;
-    case 4: key = (key & kPixelFormatMask) | (270 << kRotationShift); break;
-    default: key = (key & kPixelFormatMask) | (input.ConsumeIntegral<int32_t>() & kRotationMask); break;
-  }
-  return key;
-}
 
 // Mostly small; otherwise a description no plane can have (zero, negative or
 // 32768 and more on one side), which must never reach an allocation.

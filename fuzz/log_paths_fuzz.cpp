@@ -16,6 +16,7 @@
 #include "lmx/platform/text.h"
 #include "log_bootstrap.h"
 #include "log_bootstrap_paths.h"
+#include "fuzz_support.h"
 
 namespace bootstrap = lmsdk::log_bootstrap;
 using namespace Norvik::Lumetra;
@@ -23,10 +24,6 @@ using namespace Norvik::Lumetra;
 namespace {
 
 std::string g_registry;
-
-// A failed invariant: named on standard error, then a crash libFuzzer records.
-#define Check(condition) \
-  ((condition) ? (void)0 : (std::fprintf(stderr, "invariant failed: %s\n", #condition), std::abort()))
 
 // Two bytes per code unit; a set flag bit lifts the unit beyond U+10FFFF.
 std::wstring ConsumeWide(FuzzedDataProvider& input, size_t limit = 48) {

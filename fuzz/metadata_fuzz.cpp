@@ -17,13 +17,11 @@
 
 #include "core_metadata.h"
 #include "host/test_session.h"
+#include "fuzz_support.h"
 
 using namespace Norvik::Lumetra;
 
 namespace {
-
-#define Check(condition) \
-  ((condition) ? (void)0 : (std::fprintf(stderr, "invariant failed: %s\n", #condition), std::abort()))
 
 // A serialisable object with a small payload; the store may hold it (counted) or
 // serialise it at once (not counted).
