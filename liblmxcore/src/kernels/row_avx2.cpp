@@ -1,7 +1,7 @@
-// AVX2 row bodies and their any-width entry points (row_simd.h). This file alone
-// is compiled with -mavx2. Loads and stores are unaligned throughout, and no
-// 256-bit value is passed by value to a function that is not inlined: the
-// Windows x64 ABI does not align the stack to 32 bytes.
+// AVX2 row bodies and their any-width entry points (row_simd.h). This file and
+// row_avx2_geometry.cpp alone are compiled with -mavx2. Loads and stores are
+// unaligned throughout, and no 256-bit value is passed by value to a function
+// that is not inlined: the Windows x64 ABI does not align the stack to 32 bytes.
 #include <immintrin.h>
 
 #include <cstring>
@@ -232,29 +232,6 @@ void FloatToDepthRow_AVX2(const uint8_t* src, uint8_t* dst, int width, float fac
   }
 }
 
-// --- Mirror ----------------------------------------------------------------------------
-
-// Left-right mirrors, 32 bytes per step: destination block i is source block
-// (blocks - 1 - i) reversed. Bytes reverse within each lane, then the lanes swap.
-void MirrorRow1_AVX2(const uint8_t* src, uint8_t* dst, int width) {
-  const __m256i reverse = _mm256_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0,  //
-                                           15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
-  const int blocks = width / 32;
-  for (int i = 0; i < blocks; ++i) {
-    const __m256i v = _mm256_shuffle_epi8(Load(src + 32 * (blocks - 1 - i)), reverse);
-    Store(dst + 32 * i, _mm256_permute4x64_epi64(v, 0x4E));
-  }
-}
-
-// Four-byte pixels, 8 per step: one dword permute.
-void MirrorRow4_AVX2(const uint8_t* src, uint8_t* dst, int width) {
-  const __m256i reverse = _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0);
-  const int blocks = width / 8;
-  for (int i = 0; i < blocks; ++i) {
-    Store(dst + 32 * i, _mm256_permutevar8x32_epi32(Load(src + 32 * (blocks - 1 - i)), reverse));
-  }
-}
-
 // --- Grey from colour ----------------------------------------------------------------
 
 // 8 pixels to 8 grey values in 32-bit lanes (pixels 0-3 in lane 0, 4-7 in lane
@@ -348,12 +325,6 @@ void DepthToFloatRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width, float
 }
 void FloatToDepthRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width, float factor) {
   AnyRow<FloatToDepthRow_AVX2, 16, 4, 2, float>(src, dst, width, factor);
-}
-void MirrorRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
-  AnyMirror<MirrorRow1_AVX2, 32, 1>(src, dst, width);
-}
-void MirrorRow4_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
-  AnyMirror<MirrorRow4_AVX2, 8, 4>(src, dst, width);
 }
 void BGRAToY8Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
   AnyRow<GreyRow<4, false>, 32, 4, 1>(src, dst, width);

@@ -39,15 +39,18 @@ void Y16ToBGRARow_Any_SSSE3(const uint8_t* src_y16, uint8_t* dst_bgra, int width
 void DepthShiftRow_Any_SSSE3(const uint8_t* src_u16, uint8_t* dst_u16, int width, int shift);
 void DepthToFloatRow_Any_SSSE3(const uint8_t* src_u16, uint8_t* dst_f32, int width, float scale);
 void FloatToDepthRow_Any_SSSE3(const uint8_t* src_f32, uint8_t* dst_u16, int width, float factor);
+void BGRAToY8Row_Any_SSSE3(const uint8_t* src_bgra, uint8_t* dst_y, int width);
+void RGBAToY8Row_Any_SSSE3(const uint8_t* src_rgba, uint8_t* dst_y, int width);
+void BGRToY8Row_Any_SSSE3(const uint8_t* src_bgr, uint8_t* dst_y, int width);
+void RGBToY8Row_Any_SSSE3(const uint8_t* src_rgb, uint8_t* dst_y, int width);
+
+// --- SSSE3 geometry (row_ssse3_geometry.cpp) --------------------------------------
+
 void MirrorRow_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width);
 void MirrorRow2_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width);
 void MirrorRow3_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width);
 void MirrorRow4_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width);
 void MirrorRow8_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width);
-void BGRAToY8Row_Any_SSSE3(const uint8_t* src_bgra, uint8_t* dst_y, int width);
-void RGBAToY8Row_Any_SSSE3(const uint8_t* src_rgba, uint8_t* dst_y, int width);
-void BGRToY8Row_Any_SSSE3(const uint8_t* src_bgr, uint8_t* dst_y, int width);
-void RGBToY8Row_Any_SSSE3(const uint8_t* src_rgb, uint8_t* dst_y, int width);
 // Plane rotations (row.h): blocked SIMD transposes for 1, 2, 4 and 8 bytes per
 // pixel, the scalar rotation for 3.
 void RotatePlane90_SSSE3(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
@@ -70,12 +73,15 @@ void Y16ToY8Row_Any_AVX2(const uint8_t* src_y16, uint8_t* dst_y8, int width);
 void DepthShiftRow_Any_AVX2(const uint8_t* src_u16, uint8_t* dst_u16, int width, int shift);
 void DepthToFloatRow_Any_AVX2(const uint8_t* src_u16, uint8_t* dst_f32, int width, float scale);
 void FloatToDepthRow_Any_AVX2(const uint8_t* src_f32, uint8_t* dst_u16, int width, float factor);
-void MirrorRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width);
-void MirrorRow4_Any_AVX2(const uint8_t* src, uint8_t* dst, int width);
 void BGRAToY8Row_Any_AVX2(const uint8_t* src_bgra, uint8_t* dst_y, int width);
 void RGBAToY8Row_Any_AVX2(const uint8_t* src_rgba, uint8_t* dst_y, int width);
 void BGRToY8Row_Any_AVX2(const uint8_t* src_bgr, uint8_t* dst_y, int width);
 void RGBToY8Row_Any_AVX2(const uint8_t* src_rgb, uint8_t* dst_y, int width);
+
+// --- AVX2 geometry (row_avx2_geometry.cpp) ----------------------------------------
+
+void MirrorRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width);
+void MirrorRow4_Any_AVX2(const uint8_t* src, uint8_t* dst, int width);
 
 // --- AVX-512 F/BW/VL (row_avx512.cpp) -----------------------------------------------
 

@@ -1,6 +1,6 @@
 // SSSE3 row bodies and their any-width entry points (row_simd.h). This file
-// alone is compiled with -mssse3. Loads and stores are unaligned throughout:
-// rows may start anywhere.
+// and row_ssse3_geometry.cpp alone are compiled with -mssse3. Loads and stores
+// are unaligned throughout: rows may start anywhere.
 #include <tmmintrin.h>
 
 #include <cstring>
@@ -9,7 +9,6 @@
 #include "kernels/row.h"
 #include "kernels/row_any.h"
 #include "kernels/row_simd.h"
-#include "kernels/transpose_any.h"
 
 namespace lmx::kernels {
 namespace {
@@ -79,14 +78,6 @@ void ShuffleRows(const uint8_t* src, uint8_t* dst, int width) {
   for (int x = 0; x < width; x += 16) ShuffleBlock<kNet>(src + x * kSrcBpp, dst + x * kDstBpp);
 }
 
-// Left-right mirror of 16 pixels of kBpp bytes per block: destination block i
-// is source block (blocks - 1 - i) reversed.
-template <const auto& kNet, int kBpp>
-void MirrorRows(const uint8_t* src, uint8_t* dst, int width) {
-  const int blocks = width / 16;
-  for (int i = 0; i < blocks; ++i) ShuffleBlock<kNet>(src + (blocks - 1 - i) * 16 * kBpp, dst + i * 16 * kBpp);
-}
-
 // Each net covers 16 pixels.
 constexpr auto kSwapRB3 = MakeNet<3, 3>([](int o) { return 3 * (o / 3) + 2 - o % 3; });
 constexpr auto kDropAlpha = MakeNet<4, 3>([](int o) { return 4 * (o / 3) + o % 3; });
@@ -97,9 +88,6 @@ constexpr auto kSwapRB4 = MakeNet<4, 4>([](int o) { return o % 4 == 3 ? o : 4 * 
 constexpr auto kGreyToBGR = MakeNet<1, 3>([](int o) { return o / 3; });
 constexpr auto kYUY2Luma = MakeNet<2, 1>([](int o) { return 2 * o; });
 constexpr auto kY16ToBGRA = MakeNet<2, 4>([](int o) { return o % 4 == 3 ? -2 : 2 * (o / 4) + 1; });
-
-template <int kBpp>
-constexpr auto kMirror = MakeNet<kBpp, kBpp>([](int o) { return kBpp * (15 - o / kBpp) + o % kBpp; });
 
 // --- YUY2 to colour ----------------------------------------------------------------
 
@@ -382,49 +370,6 @@ void GreyRow(const uint8_t* src, uint8_t* dst, int width) {
   }
 }
 
-// --- Rotation --------------------------------------------------------------------------
-
-// Transposes a square tile of 16 / kBpp rows of 16 bytes (kBpp-byte pixels) by
-// the perfect shuffle: each round interleaves register i with register
-// i + N/2 into registers 2i and 2i + 1. Viewing an element's (register,
-// position) index as one bit string, a round rotates it by one bit, so log2 N
-// rounds swap register and position: the transpose.
-template <int kBpp>
-inline __m128i InterleaveLow(__m128i a, __m128i b) {
-  if constexpr (kBpp == 1) return _mm_unpacklo_epi8(a, b);
-  if constexpr (kBpp == 2) return _mm_unpacklo_epi16(a, b);
-  if constexpr (kBpp == 4) return _mm_unpacklo_epi32(a, b);
-  if constexpr (kBpp == 8) return _mm_unpacklo_epi64(a, b);
-}
-template <int kBpp>
-inline __m128i InterleaveHigh(__m128i a, __m128i b) {
-  if constexpr (kBpp == 1) return _mm_unpackhi_epi8(a, b);
-  if constexpr (kBpp == 2) return _mm_unpackhi_epi16(a, b);
-  if constexpr (kBpp == 4) return _mm_unpackhi_epi32(a, b);
-  if constexpr (kBpp == 8) return _mm_unpackhi_epi64(a, b);
-}
-
-template <int kBpp>
-void TransposeTile(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch) {
-  constexpr int kN = 16 / kBpp;
-  __m128i r[kN], t[kN];
-  for (int i = 0; i < kN; ++i) r[i] = Load(src + i * src_pitch);
-  for (int round = 1; round < kN; round *= 2) {
-    for (int i = 0; i < kN / 2; ++i) {
-      t[2 * i] = InterleaveLow<kBpp>(r[i], r[i + kN / 2]);
-      t[2 * i + 1] = InterleaveHigh<kBpp>(r[i], r[i + kN / 2]);
-    }
-    for (int i = 0; i < kN; ++i) r[i] = t[i];
-  }
-  for (int i = 0; i < kN; ++i) Store(dst + i * dst_pitch, r[i]);
-}
-
-template <int kBpp>
-void TransposePlane(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
-                    int height) {
-  TransposeBlocked<TransposeTile<kBpp>, 16 / kBpp, kBpp>(src, src_pitch, dst, dst_pitch, width, height);
-}
-
 }  // namespace
 
 // --- Any-width entry points --------------------------------------------------------------
@@ -507,21 +452,6 @@ void DepthToFloatRow_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width, floa
 void FloatToDepthRow_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width, float factor) {
   AnyRow<FloatToDepthRow_SSSE3, 8, 4, 2, float>(src, dst, width, factor);
 }
-void MirrorRow_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
-  AnyMirror<MirrorRows<kMirror<1>, 1>, 16, 1>(src, dst, width);
-}
-void MirrorRow2_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
-  AnyMirror<MirrorRows<kMirror<2>, 2>, 16, 2>(src, dst, width);
-}
-void MirrorRow3_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
-  AnyMirror<MirrorRows<kMirror<3>, 3>, 16, 3>(src, dst, width);
-}
-void MirrorRow4_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
-  AnyMirror<MirrorRows<kMirror<4>, 4>, 16, 4>(src, dst, width);
-}
-void MirrorRow8_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
-  AnyMirror<MirrorRows<kMirror<8>, 8>, 16, 8>(src, dst, width);
-}
 
 void BGRAToY8Row_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
   AnyRow<GreyRow<4, false>, 16, 4, 1>(src, dst, width);
@@ -534,27 +464,6 @@ void BGRToY8Row_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
 }
 void RGBToY8Row_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
   AnyRow<GreyRow<3, true>, 16, 3, 1>(src, dst, width);
-}
-
-void RotatePlane90_SSSE3(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
-                         int height, int bpp) {
-  switch (bpp) {
-    case 1: return Rotate90ByTranspose<TransposePlane<1>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 2: return Rotate90ByTranspose<TransposePlane<2>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 4: return Rotate90ByTranspose<TransposePlane<4>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 8: return Rotate90ByTranspose<TransposePlane<8>>(src, src_pitch, dst, dst_pitch, width, height);
-    default: return RotatePlane90_C(src, src_pitch, dst, dst_pitch, width, height, bpp);
-  }
-}
-void RotatePlane270_SSSE3(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
-                          int height, int bpp) {
-  switch (bpp) {
-    case 1: return Rotate270ByTranspose<TransposePlane<1>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 2: return Rotate270ByTranspose<TransposePlane<2>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 4: return Rotate270ByTranspose<TransposePlane<4>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 8: return Rotate270ByTranspose<TransposePlane<8>>(src, src_pitch, dst, dst_pitch, width, height);
-    default: return RotatePlane270_C(src, src_pitch, dst, dst_pitch, width, height, bpp);
-  }
 }
 
 }  // namespace lmx::kernels
