@@ -136,6 +136,7 @@ std::vector<Case> AllCases() {
     cases.push_back(OnePlaneWith("FloatToDepth" + std::to_string(factor), 4, 2,
                                  [factor](auto... a) { return FloatToDepth(a..., factor); }));
   }
+  cases.push_back(OnePlane("MirrorYUY2", 2, 2, MirrorYUY2Plane));
   for (int bpp : {1, 2, 3, 4, 8}) {
     cases.push_back(OnePlaneWith("MirrorLeftRight" + std::to_string(bpp), bpp, bpp, [bpp](auto... a) {
       return MirrorPlane(a..., bpp, kMirrorLeftRight);

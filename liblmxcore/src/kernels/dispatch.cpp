@@ -114,7 +114,12 @@ RowKernels SelectRowKernels(uint32_t cpu_features) {
     k.depth_to_float = DepthToFloatRow_Any_AVX2;
     k.float_to_depth = FloatToDepthRow_Any_AVX2;
     k.mirror1 = MirrorRow_Any_AVX2;
+    k.mirror2 = MirrorRow2_Any_AVX2;
     k.mirror4 = MirrorRow4_Any_AVX2;
+    k.mirror8 = MirrorRow8_Any_AVX2;
+    k.mirror_yuy2 = MirrorYUY2Row_Any_AVX2;
+    k.rotate90 = RotatePlane90_AVX2;
+    k.rotate270 = RotatePlane270_AVX2;
     k.bgra_to_y8 = BGRAToY8Row_Any_AVX2;
     k.rgba_to_y8 = RGBAToY8Row_Any_AVX2;
     k.bgr_to_y8 = BGRToY8Row_Any_AVX2;

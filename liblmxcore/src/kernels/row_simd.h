@@ -81,7 +81,15 @@ void RGBToY8Row_Any_AVX2(const uint8_t* src_rgb, uint8_t* dst_y, int width);
 // --- AVX2 geometry (row_avx2_geometry.cpp) ----------------------------------------
 
 void MirrorRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width);
+void MirrorRow2_Any_AVX2(const uint8_t* src, uint8_t* dst, int width);
 void MirrorRow4_Any_AVX2(const uint8_t* src, uint8_t* dst, int width);
+void MirrorRow8_Any_AVX2(const uint8_t* src, uint8_t* dst, int width);
+void MirrorYUY2Row_Any_AVX2(const uint8_t* src_yuy2, uint8_t* dst_yuy2, int width);
+// Plane rotations (row.h): blocked SIMD transposes for every pixel size.
+void RotatePlane90_AVX2(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
+                        int height, int bpp);
+void RotatePlane270_AVX2(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
+                         int height, int bpp);
 
 // --- AVX-512 F/BW/VL (row_avx512.cpp) -----------------------------------------------
 
