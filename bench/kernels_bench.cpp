@@ -88,6 +88,17 @@ std::vector<Conversion> Conversions() {
       {"Mirror4", 4, 4,
        [](F& f) { k::MirrorPlane(f.s(), 4 * f.width, f.d(), 4 * f.width, f.width, f.height, 4, k::kMirrorLeftRight); },
        [](F& f) { libyuv::ARGBMirror(f.s(), 4 * f.width, f.d(), 4 * f.width, f.width, f.height); }},
+      {"Mirror2", 2, 2,
+       [](F& f) { k::MirrorPlane(f.s(), 2 * f.width, f.d(), 2 * f.width, f.width, f.height, 2, k::kMirrorLeftRight); },
+       [](F& f) { libyuv::MirrorUVPlane(f.s(), 2 * f.width, f.d(), 2 * f.width, f.width, f.height); }},
+      {"Mirror3", 3, 3,
+       [](F& f) { k::MirrorPlane(f.s(), 3 * f.width, f.d(), 3 * f.width, f.width, f.height, 3, k::kMirrorLeftRight); },
+       [](F& f) { libyuv::RGB24Mirror(f.s(), 3 * f.width, f.d(), 3 * f.width, f.width, f.height); }},
+      {"Mirror8", 8, 8,
+       [](F& f) { k::MirrorPlane(f.s(), 8 * f.width, f.d(), 8 * f.width, f.width, f.height, 8, k::kMirrorLeftRight); },
+       {}},
+      {"MirrorYUY2", 2, 2, [](F& f) { k::MirrorYUY2Plane(f.s(), 2 * f.width, f.d(), 2 * f.width, f.width, f.height); },
+       {}},
       {"Rotate90_1", 1, 1,
        [](F& f) { k::RotatePlane(f.s(), f.width, f.d(), f.height, f.width, f.height, 1, 90); },
        [](F& f) { libyuv::RotatePlane90(f.s(), f.width, f.d(), f.height, f.width, f.height); }},
@@ -95,13 +106,24 @@ std::vector<Conversion> Conversions() {
        [](F& f) { k::RotatePlane(f.s(), f.width, f.d(), f.height, f.width, f.height, 1, 270); },
        [](F& f) { libyuv::RotatePlane270(f.s(), f.width, f.d(), f.height, f.width, f.height); }},
       {"Rotate90_2", 2, 2,
-       [](F& f) { k::RotatePlane(f.s(), 2 * f.width, f.d(), 2 * f.height, f.width, f.height, 2, 90); }, {}},
+       [](F& f) { k::RotatePlane(f.s(), 2 * f.width, f.d(), 2 * f.height, f.width, f.height, 2, 90); },
+       [](F& f) {
+         libyuv::RotatePlane_16(reinterpret_cast<const uint16_t*>(f.s()), f.width, reinterpret_cast<uint16_t*>(f.d()),
+                                f.height, f.width, f.height, libyuv::kRotate90);
+       }},
+      {"Rotate90_3", 3, 3,
+       [](F& f) { k::RotatePlane(f.s(), 3 * f.width, f.d(), 3 * f.height, f.width, f.height, 3, 90); }, {}},
       {"Rotate90_8", 8, 8,
        [](F& f) { k::RotatePlane(f.s(), 8 * f.width, f.d(), 8 * f.height, f.width, f.height, 8, 90); }, {}},
       {"Rotate90_4", 4, 4,
        [](F& f) { k::RotatePlane(f.s(), 4 * f.width, f.d(), 4 * f.height, f.width, f.height, 4, 90); },
        [](F& f) {
          libyuv::ARGBRotate(f.s(), 4 * f.width, f.d(), 4 * f.height, f.width, f.height, libyuv::kRotate90);
+       }},
+      {"Rotate270_4", 4, 4,
+       [](F& f) { k::RotatePlane(f.s(), 4 * f.width, f.d(), 4 * f.height, f.width, f.height, 4, 270); },
+       [](F& f) {
+         libyuv::ARGBRotate(f.s(), 4 * f.width, f.d(), 4 * f.height, f.width, f.height, libyuv::kRotate270);
        }},
       {"CopyPlane", 4, 4, [](F& f) { k::CopyPlane(f.s(), 4 * f.width, f.d(), 4 * f.width, 4 * f.width, f.height); },
        [](F& f) { std::memcpy(f.d(), f.s(), static_cast<size_t>(4) * f.width * f.height); }},

@@ -128,6 +128,10 @@ RowKernels SelectRowKernels(uint32_t cpu_features) {
   if (cpu_features & kCpuHasAVX512BW) {
     k.yuy2_to_bgra = YUY2ToBGRARow_Any_AVX512;
     k.yuy2_to_rgba = YUY2ToRGBARow_Any_AVX512;
+    k.mirror1 = MirrorRow_Any_AVX512;
+    k.mirror2 = MirrorRow2_Any_AVX512;
+    k.mirror4 = MirrorRow4_Any_AVX512;
+    k.mirror8 = MirrorRow8_Any_AVX512;
   }
   return k;
 }

@@ -96,4 +96,11 @@ void RotatePlane270_AVX2(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, 
 void YUY2ToBGRARow_Any_AVX512(const uint8_t* src_yuy2, uint8_t* dst_bgra, int width, uint8_t alpha);
 void YUY2ToRGBARow_Any_AVX512(const uint8_t* src_yuy2, uint8_t* dst_rgba, int width, uint8_t alpha);
 
+// --- AVX-512 geometry (row_avx512_geometry.cpp) ------------------------------------
+
+void MirrorRow_Any_AVX512(const uint8_t* src, uint8_t* dst, int width);
+void MirrorRow2_Any_AVX512(const uint8_t* src, uint8_t* dst, int width);
+void MirrorRow4_Any_AVX512(const uint8_t* src, uint8_t* dst, int width);
+void MirrorRow8_Any_AVX512(const uint8_t* src, uint8_t* dst, int width);
+
 }  // namespace lmx::kernels

@@ -19,52 +19,57 @@ inline void Store(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p
 
 // --- Mirror ----------------------------------------------------------------------------
 
-// Byte masks reversing the order of 16 pixels of kBpp bytes held in kBpp
-// registers: output register o takes from input register k the bytes of
-// mask[o][k] (-128 writes 0, so the pieces combine with or).
-template <int kBpp>
-struct MirrorMasks {
-  int8_t mask[kBpp][kBpp][16];
-  bool used[kBpp][kBpp];
-};
-
-template <int kBpp>
-constexpr MirrorMasks<kBpp> MakeMirrorMasks() {
-  MirrorMasks<kBpp> m{};
-  for (int o = 0; o < kBpp; ++o) {
-    for (int k = 0; k < kBpp; ++k) {
-      m.used[o][k] = false;
-      for (int b = 0; b < 16; ++b) m.mask[o][k][b] = -128;
-    }
-  }
-  for (int out = 0; out < 16 * kBpp; ++out) {
-    const int in = kBpp * (15 - out / kBpp) + out % kBpp;
-    m.mask[out / 16][in / 16][out % 16] = static_cast<int8_t>(in % 16);
-    m.used[out / 16][in / 16] = true;
-  }
-  return m;
-}
-
-template <int kBpp>
-constexpr MirrorMasks<kBpp> kMirrorMasks = MakeMirrorMasks<kBpp>();
-
 // Left-right mirror of 16 pixels of kBpp bytes per block: destination block i
-// is source block (blocks - 1 - i) reversed.
+// is source block (blocks - 1 - i) reversed. For 1, 2, 4 and 8 bytes a pixel
+// never straddles registers: register o of the block is register kBpp - 1 - o
+// with its pixels reversed.
 template <int kBpp>
 void MirrorRows(const uint8_t* src, uint8_t* dst, int width) {
-  constexpr const MirrorMasks<kBpp>& kMasks = kMirrorMasks<kBpp>;
+  static_assert(kBpp == 1 || kBpp == 2 || kBpp == 4 || kBpp == 8, "three-byte pixels: MirrorRows3");
+  int8_t bytes[16];
+  for (int b = 0; b < 16; ++b) bytes[b] = static_cast<int8_t>(16 - kBpp * (b / kBpp + 1) + b % kBpp);
+  const __m128i reverse = Load(bytes);
   const int blocks = width / 16;
   for (int i = 0; i < blocks; ++i) {
     const uint8_t* s = src + (blocks - 1 - i) * 16 * kBpp;
     uint8_t* d = dst + i * 16 * kBpp;
-    __m128i in[kBpp];
-    for (int k = 0; k < kBpp; ++k) in[k] = Load(s + 16 * k);
-    for (int o = 0; o < kBpp; ++o) {
-      __m128i acc = _mm_setzero_si128();
-      for (int k = 0; k < kBpp; ++k) {
-        if (kMasks.used[o][k]) acc = _mm_or_si128(acc, _mm_shuffle_epi8(in[k], Load(kMasks.mask[o][k])));
-      }
-      Store(d + 16 * o, acc);
+    for (int o = 0; o < kBpp; ++o) Store(d + 16 * o, _mm_shuffle_epi8(Load(s + 16 * (kBpp - 1 - o)), reverse));
+  }
+}
+
+// Byte masks mirroring 16 three-byte pixels held in three registers: output
+// register o takes from input register k the bytes of mask[o][k] (-128 writes
+// 0, so the pieces combine with or).
+struct Mirror3Masks {
+  int8_t mask[3][3][16];
+};
+
+constexpr Mirror3Masks MakeMirror3Masks() {
+  Mirror3Masks m{};
+  for (auto& out : m.mask)
+    for (auto& in : out)
+      for (int8_t& b : in) b = -128;
+  for (int out = 0; out < 48; ++out) {
+    const int in = 3 * (15 - out / 3) + out % 3;
+    m.mask[out / 16][in / 16][out % 16] = static_cast<int8_t>(in % 16);
+  }
+  return m;
+}
+
+constexpr Mirror3Masks kMirror3 = MakeMirror3Masks();
+
+void MirrorRows3(const uint8_t* src, uint8_t* dst, int width) {
+  __m128i mask[3][3];
+  for (int o = 0; o < 3; ++o)
+    for (int k = 0; k < 3; ++k) mask[o][k] = Load(kMirror3.mask[o][k]);
+  const int blocks = width / 16;
+  for (int i = 0; i < blocks; ++i) {
+    const uint8_t* s = src + (blocks - 1 - i) * 48;
+    uint8_t* d = dst + i * 48;
+    const __m128i in[3] = {Load(s), Load(s + 16), Load(s + 32)};
+    for (int o = 0; o < 3; ++o) {
+      const __m128i a = _mm_or_si128(_mm_shuffle_epi8(in[0], mask[o][0]), _mm_shuffle_epi8(in[1], mask[o][1]));
+      Store(d + 16 * o, _mm_or_si128(a, _mm_shuffle_epi8(in[2], mask[o][2])));
     }
   }
 }
@@ -116,12 +121,14 @@ void TransposePlane(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdi
 
 // --- Any-width entry points --------------------------------------------------------------
 
-void MirrorRow_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) { AnyMirror<MirrorRows<1>, 16, 1>(src, dst, width); }
+void MirrorRow_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
+  AnyMirror<MirrorRows<1>, 16, 1>(src, dst, width);
+}
 void MirrorRow2_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
   AnyMirror<MirrorRows<2>, 16, 2>(src, dst, width);
 }
 void MirrorRow3_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
-  AnyMirror<MirrorRows<3>, 16, 3>(src, dst, width);
+  AnyMirror<MirrorRows3, 16, 3>(src, dst, width);
 }
 void MirrorRow4_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
   AnyMirror<MirrorRows<4>, 16, 4>(src, dst, width);
