@@ -1,8 +1,8 @@
 // AVX2 rows that move pixels without changing them: left-right mirrors and the
-// plane rotations (row_simd.h).
-// This file alone, with row_avx2.cpp, is compiled with -mavx2. Loads and stores
-// are unaligned throughout, and no 256-bit value is passed by value to a function
-// that is not inlined: the Windows x64 ABI does not align the stack to 32 bytes.
+// plane rotations (row_simd.h). This file alone, with row_avx2.cpp, is compiled
+// with -mavx2. Loads and stores are unaligned throughout, and no 256-bit value
+// is passed by value to a function that is not inlined: the Windows x64 ABI
+// does not align the stack to 32 bytes.
 #include <immintrin.h>
 
 #include <cstring>
@@ -113,11 +113,6 @@ inline void MirrorYUY2OddPair(const uint8_t* src, uint8_t* dst, int pairs, int j
 
 // --- Rotation --------------------------------------------------------------------------
 
-// The SSSE3 square tile (row_ssse3_geometry.cpp) on two tiles at once: rows
-// [0, N) of the tile in the low 128-bit lanes, rows [N, 2N) in the high lanes,
-// N = 16 / kBpp. The interleave rounds work within lanes, so each destination
-// row gets the column's top N pixels and then its bottom N: 32 bytes, N columns
-// by 2N rows per tile.
 // Interleaves of kBpp-byte elements, within 128-bit lanes.
 template <int kBpp>
 inline __m256i InterleaveLow(__m256i a, __m256i b) {
@@ -161,6 +156,11 @@ inline void ShuffleRounds(V (&r)[kN]) {
   }
 }
 
+// The SSSE3 square tile (row_ssse3_geometry.cpp) on two tiles at once: rows
+// [0, N) of the tile in the low 128-bit lanes, rows [N, 2N) in the high lanes,
+// N = 16 / kBpp. The interleave rounds work within lanes, so each destination
+// row gets the column's top N pixels and then its bottom N: 32 bytes, N columns
+// by 2N rows per tile.
 template <int kBpp>
 void TransposeTallTile(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch) {
   constexpr int kN = 16 / kBpp;
