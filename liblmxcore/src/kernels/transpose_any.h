@@ -82,9 +82,11 @@ void TransposeBlockedTall(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst,
   const int whole_w = width - width % kTileSize;
   int whole_h = TransposeTiles<kTallTile, kTileSize, 2 * kTileSize, kBpp, kBandBytes>(src, src_pitch, dst, dst_pitch,
                                                                                       width, height);
-  whole_h += TransposeTiles<kSquareTile, kTileSize, kTileSize, kBpp, kBandBytes>(
-      src + whole_h * src_pitch, src_pitch, dst + static_cast<ptrdiff_t>(whole_h) * kBpp, dst_pitch, width,
-      height - whole_h);
+  if (height - whole_h >= kTileSize) {  // else the pointers below would leave the planes
+    whole_h += TransposeTiles<kSquareTile, kTileSize, kTileSize, kBpp, kBandBytes>(
+        src + whole_h * src_pitch, src_pitch, dst + static_cast<ptrdiff_t>(whole_h) * kBpp, dst_pitch, width,
+        height - whole_h);
+  }
   TransposePixels<kBpp>(src, src_pitch, dst, dst_pitch, whole_w, width, 0, height);
   TransposePixels<kBpp>(src, src_pitch, dst, dst_pitch, 0, whole_w, whole_h, height);
 }
