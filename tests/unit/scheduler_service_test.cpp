@@ -24,9 +24,6 @@ TEST(SchedulerService, FactoryAndIdentities) {
   EXPECT_TRUE(s->IsMaster());
   EXPECT_EQ(*session.Slot(SchedulerDescriptor()), primary);
 
-  EXPECT_EQ(s->SetOption(7), LMX_STATUS_NO_ERROR);
-  EXPECT_EQ(s->QueryOption(), 7);
-
   ScopedCapture capture;
   EXPECT_EQ(CreateScheduler(&session, nullptr, nullptr, nullptr, 0, nullptr), LMX_STATUS_HANDLE_INVALID);
   EXPECT_TRUE(capture->Contains("failed on result"));
