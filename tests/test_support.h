@@ -67,6 +67,13 @@ class CapturingLogger final : public Norvik::Lumetra::BaseImpl<Norvik::Lumetra::
       if (line.message.find(text) != std::string::npos) return true;
     return false;
   }
+  // Whether some trace entered a scope of that name.
+  bool Traced(const std::string& name) {
+    std::lock_guard lock(mutex_);
+    for (const auto& trace : traces_)
+      if (trace.enter && trace.name == name) return true;
+    return false;
+  }
   void Clear() {
     std::lock_guard lock(mutex_);
     lines_.clear();
@@ -107,5 +114,13 @@ class ScopedCapture {
   Norvik::Lumetra::LoggingService* previous_;
   CapturingLogger logger_;
 };
+
+// The function at a slot of a face's vtable, called with the face as `this`, as a
+// separately compiled module calls it.
+template <class R, class... Args>
+R CallSlot(void* face, int slot, Args... args) {
+  void** vtable = *static_cast<void***>(face);
+  return reinterpret_cast<R (*)(void*, Args...)>(vtable[slot])(face, args...);
+}
 
 }  // namespace lmxtest

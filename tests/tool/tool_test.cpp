@@ -38,6 +38,12 @@ class Lmxtool : public ::testing::Test {
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(dir / "stdout"), Slurp(dir / "stderr")};
   }
+  // Runs the tool and expects it to succeed.
+  Result RunOk(const std::string& args, const std::string& environment = "") {
+    Result r = Run(args, environment);
+    EXPECT_EQ(r.exitCode, 0) << args << "\n" << r.out << r.err;
+    return r;
+  }
   static std::string Slurp(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
     std::stringstream text;
@@ -78,15 +84,13 @@ std::vector<uint8_t> Pattern(size_t count, int seed) {
 TEST_F(Lmxtool, PictureFilesRoundTripFlippedAndInBatches) {
   const std::vector<uint8_t> rgb = Pattern(6 * 4 * 3, 1);
   WritePnm("in.ppm", 6, 4, 3, rgb);
-  Result r = Run("convert " + P("in.ppm") + " " + P("out.png"));
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  RunOk("convert " + P("in.ppm") + " " + P("out.png"));
   int width = 0, height = 0;
   EXPECT_EQ(ReadPng("out.png", PNG_FORMAT_RGB, &width, &height), rgb);
   EXPECT_EQ(width, 6);
   EXPECT_EQ(height, 4);
 
-  r = Run("convert " + P("in.ppm") + " " + P("flipped.png") + " --flip");
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  RunOk("convert " + P("in.ppm") + " " + P("flipped.png") + " --flip");
   const std::vector<uint8_t> flipped = ReadPng("flipped.png", PNG_FORMAT_RGB, &width, &height);
   ASSERT_EQ(flipped.size(), rgb.size());
   for (int y = 0; y < 4; ++y)
@@ -95,8 +99,7 @@ TEST_F(Lmxtool, PictureFilesRoundTripFlippedAndInBatches) {
   // A directory of frames goes through the scheduler into an output directory.
   fs::create_directories(dir / "frames");
   for (int i = 0; i < 3; ++i) WritePnm("frames/f" + std::to_string(i) + ".pgm", 5, 3, 1, Pattern(15, i));
-  r = Run("convert " + P("frames") + " " + P("converted") + " --to Y8");
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  const Result r = RunOk("convert " + P("frames") + " " + P("converted") + " --to Y8");
   EXPECT_NE(r.out.find("Converted 3 of 3 frames"), std::string::npos) << r.out;
   for (int i = 0; i < 3; ++i)
     EXPECT_EQ(ReadPng("converted/f" + std::to_string(i) + ".png", PNG_FORMAT_GRAY, &width, &height), Pattern(15, i));
@@ -108,8 +111,7 @@ TEST_F(Lmxtool, LibraryConvertsRotatesAndMirrors) {
   std::string yuy2;
   for (int row = 0; row < 2; ++row) yuy2 += std::string("\xEB\x80\xEB\x80\x10\x80\x10\x80", 8);
   WriteFile("bars.yuy2", yuy2);
-  Result r = Run("convert " + P("bars.yuy2") + " " + P("bars.png") + " --from YUY2 --size 4x2 --to RGB");
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  RunOk("convert " + P("bars.yuy2") + " " + P("bars.png") + " --from YUY2 --size 4x2 --to RGB");
   int width = 0, height = 0;
   const std::vector<uint8_t> rgb = ReadPng("bars.png", PNG_FORMAT_RGB, &width, &height);
   ASSERT_EQ(rgb.size(), 24u);
@@ -118,17 +120,14 @@ TEST_F(Lmxtool, LibraryConvertsRotatesAndMirrors) {
 
   const std::vector<uint8_t> grey = Pattern(3 * 2, 5);  // 3 wide, 2 high
   WritePnm("in.pgm", 3, 2, 1, grey);
-  r = Run("convert " + P("in.pgm") + " " + P("rotated.png") + " --rotate 180");
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  RunOk("convert " + P("in.pgm") + " " + P("rotated.png") + " --rotate 180");
   EXPECT_EQ(ReadPng("rotated.png", PNG_FORMAT_GRAY, &width, &height),
             std::vector<uint8_t>(grey.rbegin(), grey.rend()));
-  r = Run("convert " + P("in.pgm") + " " + P("rotated90.png") + " --to Y8 --rotate 90");
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  RunOk("convert " + P("in.pgm") + " " + P("rotated90.png") + " --to Y8 --rotate 90");
   EXPECT_EQ(ReadPng("rotated90.png", PNG_FORMAT_GRAY, &width, &height).size(), 6u);
   EXPECT_EQ(width, 2);
   EXPECT_EQ(height, 3);
-  r = Run("convert " + P("in.pgm") + " " + P("mirrored.png") + " --to Y8 --mirror");
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  RunOk("convert " + P("in.pgm") + " " + P("mirrored.png") + " --to Y8 --mirror");
   EXPECT_EQ(ReadPng("mirrored.png", PNG_FORMAT_GRAY, &width, &height),
             (std::vector<uint8_t>{grey[2], grey[1], grey[0], grey[5], grey[4], grey[3]}));
 }
@@ -143,16 +142,13 @@ TEST_F(Lmxtool, RegistryDebugViewShowsTheLibrarysLinesOnStandardError) {
   WriteFile("lower.reg", header + key + "\"DebugView\"=\"verbose\"\r\n");
   const std::string convert = "convert " + P("in.pgm") + " " + P("out.ppm") + " --to BGR";
 
-  Result r = Run(convert, "LMSDK_REGISTRY=" + P("verbose.reg") + " ");
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  Result r = RunOk(convert, "LMSDK_REGISTRY=" + P("verbose.reg") + " ");
   EXPECT_NE(r.err.find("liblmxcore: VERBOSE: coreaccel_emu.cpp: "), std::string::npos) << r.err;
   EXPECT_NE(r.err.find("Allocated 128 bytes for BGR"), std::string::npos);
 
-  r = Run(convert, "LMSDK_REGISTRY=" + P("lower.reg") + " ");
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  r = RunOk(convert, "LMSDK_REGISTRY=" + P("lower.reg") + " ");
   EXPECT_EQ(r.err.find("VERBOSE"), std::string::npos) << "lower case reads as INFO";
-  r = Run(convert, "env -u NORVIK_LIBQTRNOTIFY64 LMSDK_REGISTRY=" + P("missing.reg") + " ");
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  r = RunOk(convert, "env -u NORVIK_LIBQTRNOTIFY64 LMSDK_REGISTRY=" + P("missing.reg") + " ");
   EXPECT_EQ(r.err.find("liblmxcore:"), std::string::npos) << "nothing configured: no lines";
 }
 
@@ -170,8 +166,7 @@ TEST_F(Lmxtool, ResampledToneKeepsRateLengthAndFrequency) {
   sf_writef_short(file, samples.data(), 48000);
   sf_close(file);
 
-  const Result r = Run("resample " + P("tone.wav") + " " + P("out.wav") + " --rate 16000");
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  const Result r = RunOk("resample " + P("tone.wav") + " " + P("out.wav") + " --rate 16000");
   EXPECT_NE(r.out.find("48000 Hz"), std::string::npos) << r.out;
   SF_INFO outInfo{};
   file = sf_open(P("out.wav").c_str(), SFM_READ, &outInfo);
@@ -233,8 +228,7 @@ TEST_F(Lmxtool, BadArgumentsAndUnreadableFilesFailCleanly) {
 
 // Needs the library's pixel kernels and audio objects.
 TEST_F(Lmxtool, DemoWritesBarsInOrderASmoothRampAndTheResampledTones) {
-  const Result r = Run("demo --out " + P("out"));
-  ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
+  RunOk("demo --out " + P("out"));
   int width = 0, height = 0;
   const std::vector<uint8_t> bars = ReadPng("out/colour_bars.png", PNG_FORMAT_RGB, &width, &height);
   ASSERT_EQ(bars.size(), static_cast<size_t>(width) * height * 3);

@@ -2,21 +2,12 @@
 #include <gtest/gtest.h>
 
 #include "core_metadata.h"
-#include "lmxallocator.h"
-#include "module_factories.h"
+#include "image_test_support.h"
 #include "test_support.h"
 
 using namespace Norvik::Lumetra;
-
-namespace {
-
-LMXAllocator* NewAllocator(Session* session = nullptr) {
-  Base* object = nullptr;
-  EXPECT_EQ(CreateAllocator(session, nullptr, nullptr, nullptr, 0, &object), LMX_STATUS_NO_ERROR);
-  return static_cast<LMXAllocator*>(object);
-}
-
-}  // namespace
+using lmxtest::NewAllocator;
+using lmxtest::Write;
 
 TEST(Allocator, CreateImageChecksItsArguments) {
   lmxtest::ScopedCapture capture;
@@ -51,14 +42,11 @@ TEST(Allocator, CreateImageChecksItsArguments) {
   // A negative width has a plane count, so the object is made; its storage cannot be.
   Image::ImageInfo negative{-16, 16, Image::PIXEL_FORMAT_Y8, 0};
   ASSERT_EQ(allocator->CreateImage(&negative, 0, nullptr, &image), LMX_STATUS_NO_ERROR);
-  EXPECT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &data),
-            LMX_STATUS_ALLOC_FAILED);
+  EXPECT_EQ(Write(image, 0, &data), LMX_STATUS_ALLOC_FAILED);
   EXPECT_TRUE(capture->Contains("failed on data->planes[c]"));
   image->Release();
 
-  bool traced = false;
-  for (const auto& trace : capture->Traces()) traced = traced || trace.name == "CreateImage";
-  EXPECT_TRUE(traced);
+  EXPECT_TRUE(capture->Traced("CreateImage"));
   allocator->Release();
 }
 
@@ -99,9 +87,7 @@ TEST(Allocator, ReservedOperationsAndCreateAudio) {
   EXPECT_EQ(audio->ReleaseAccess(&read), LMX_STATUS_NO_ERROR);
   audio->Release();
 
-  bool traced = false;
-  for (const auto& trace : capture->Traces()) traced = traced || trace.name == "CreateAudio";
-  EXPECT_TRUE(traced);
+  EXPECT_TRUE(capture->Traced("CreateAudio"));
   allocator->Release();
 }
 
@@ -123,8 +109,7 @@ TEST(Allocator, ImagesOutliveTheAllocatorAndItLogsItsEnd) {
   EXPECT_TRUE(capture->Contains("this = "));
 
   Image::ImageData data{};
-  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &data),
-            LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Write(image, 0, &data), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(data.pitches[0], 64);
   EXPECT_EQ(image->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
   image->Release();

@@ -7,17 +7,12 @@
 #include "lmx_loggers.h"
 #include "lmximpl.h"
 #include "release_hooks.h"
+#include "test_support.h"
 
 using namespace Norvik::Lumetra;
+using lmxtest::CallSlot;
 
 namespace {
-
-// The function at a slot of a face's vtable, called with the face as `this`.
-template <class R, class... Args>
-R CallSlot(void* face, int slot, Args... args) {
-  void** vtable = *static_cast<void***>(face);
-  return reinterpret_cast<R (*)(void*, Args...)>(vtable[slot])(face, args...);
-}
 
 int destroyedFlags = -1;
 

@@ -7,18 +7,10 @@
 #include "core_metadata.h"
 #include "lmxallocator.h"
 #include "module_factories.h"
+#include "test_support.h"
 
 using namespace Norvik::Lumetra;
-
-namespace {
-
-template <class R, class... Args>
-R CallSlot(void* face, int slot, Args... args) {
-  void** vtable = *static_cast<void***>(face);
-  return reinterpret_cast<R (*)(void*, Args...)>(vtable[slot])(face, args...);
-}
-
-}  // namespace
+using lmxtest::CallSlot;
 
 TEST(ImageBinaryContract, AllocatorImageServiceAndMetadataSlots) {
   Base* object = nullptr;

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "coreaccel_emu.h"
-#include "coreaccel_multibuffer.h"
+#include "image_test_support.h"
 #include "test_support.h"
 
 using namespace Norvik::Lumetra;
@@ -31,12 +31,6 @@ class ScriptedProvider final : public BaseImpl<LMXCustomImageFormat> {
   int calls = 0;
 };
 
-ImageObject* NewImage() {
-  ImageInfo info{8, 2, Image::PIXEL_FORMAT_Y8, 0};
-  Status sts;
-  return new ImageObject(nullptr, &info, nullptr, 0, &sts);
-}
-
 struct Planes {
   uint8_t src[2][64];
   uint8_t dst[2][64];
@@ -55,7 +49,7 @@ struct Planes {
 }  // namespace
 
 TEST(ImageConvertGlue, TheHostProviderIsOfferedTheConversionFirst) {
-  ImageObject* image = NewImage();
+  ImageObject* image = lmxtest::NewImage(8, 2, Image::PIXEL_FORMAT_Y8);
   ScriptedProvider provider;
   Base* pointer = &provider;
   ASSERT_EQ(image->AttachBuffer(lmx::kMetadataMemoryProvider, reinterpret_cast<uint8_t*>(&pointer), sizeof(pointer)),
@@ -82,7 +76,7 @@ TEST(ImageConvertGlue, TheHostProviderIsOfferedTheConversionFirst) {
 }
 
 TEST(ImageConvertGlue, DepthScaleComesFromMetadata) {
-  ImageObject* image = NewImage();
+  ImageObject* image = lmxtest::NewImage(8, 2, Image::PIXEL_FORMAT_Y8);
   float scale = 0;
   EXPECT_EQ(image->GetDepthScale(&scale), LMX_STATUS_ITEM_UNAVAILABLE);
   float stored = 0.125f;

@@ -5,23 +5,16 @@
 #include <thread>
 #include <vector>
 
-#include "coreaccel_multibuffer.h"
+#include "image_test_support.h"
 #include "test_support.h"
 
 using namespace Norvik::Lumetra;
 using lmx::ImageData;
 using lmx::ImageInfo;
 using lmx::ImageObject;
+using lmxtest::NewImage;
 
 namespace {
-
-ImageObject* NewImage(int32_t width, int32_t height, int32_t format) {
-  ImageInfo info{width, height, format, 0};
-  Status sts = LMX_STATUS_ALLOC_FAILED;
-  auto* image = new ImageObject(nullptr, &info, nullptr, 0, &sts);
-  EXPECT_EQ(sts, LMX_STATUS_NO_ERROR);
-  return image;
-}
 
 // Caller-owned planes of one plane format, rows pitch bytes apart.
 struct CallerImage {

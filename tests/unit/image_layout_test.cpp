@@ -14,43 +14,31 @@ constexpr int32_t Rotated(int32_t format, int32_t degrees) { return format | (de
 
 }  // namespace
 
-TEST(ImageLayout, TwoPlaneFormatsHalveTheSecondPlaneAfterWhichRotationSwaps) {
-  PlaneInfo planes{};
-  ImageInfo nv12{640, 480, Image::PIXEL_FORMAT_NV12, 0};
-  ASSERT_EQ(lmx::QueryPlaneInfo(&nv12, 0, &planes), 2);
-  EXPECT_EQ(planes.plane[0].width, 640u);
-  EXPECT_EQ(planes.plane[0].height, 480u);
-  EXPECT_EQ(planes.plane[1].width, 640u);
-  EXPECT_EQ(planes.plane[1].height, 240u);
-  EXPECT_EQ(planes.plane[1].bytesPerPixel, 1u);
-
-  ImageInfo odd{641, 481, Image::PIXEL_FORMAT_NV12, 0};
-  ASSERT_EQ(lmx::QueryPlaneInfo(&odd, 0, &planes), 2);
-  EXPECT_EQ(planes.plane[1].width, 641u);
-  EXPECT_EQ(planes.plane[1].height, 240u);
-
-  ImageInfo rotatedNv12{640, 480, Rotated(Image::PIXEL_FORMAT_NV12, 270), 0};
-  ASSERT_EQ(lmx::QueryPlaneInfo(&rotatedNv12, 0, &planes), 2);
-  EXPECT_EQ(planes.plane[1].width, 240u) << "halving comes before the swap";
-  EXPECT_EQ(planes.plane[1].height, 640u);
-  EXPECT_EQ(planes.plane[2].width, 0u) << "unused entries are cleared";
-}
-
-TEST(ImageLayout, RotationSwapsOnlyAtNinetyAndTwoSeventy) {
-  PlaneInfo planes{};
-  ImageInfo r90{640, 480, Rotated(Image::PIXEL_FORMAT_YUY2, 90), 0};
-  ASSERT_EQ(lmx::QueryPlaneInfo(&r90, 0, &planes), 1);
-  EXPECT_EQ(planes.plane[0].width, 480u);
-  EXPECT_EQ(planes.plane[0].height, 640u);
-  EXPECT_EQ(planes.plane[0].bytesPerPixel, 2u);
-  ImageInfo r180{640, 480, Rotated(Image::PIXEL_FORMAT_YUY2, 180), 0};
-  ASSERT_EQ(lmx::QueryPlaneInfo(&r180, 0, &planes), 1);
-  EXPECT_EQ(planes.plane[0].width, 640u);
-
-  ImageInfo depth{8, 8, Rotated(Image::PIXEL_FORMAT_DEPTH_NATIVE, 90), 0};
-  ASSERT_EQ(lmx::QueryPlaneInfo(&depth, 0, &planes), 1);
-  EXPECT_EQ(planes.plane[0].bytesPerPixel, 2u);
-  EXPECT_STREQ(lmx::PixelFormatName(depth.format), L"Unknown") << "the name lookup does not mask";
+// The second plane of a two-plane format is halved in height, before a rotation of
+// 90 or 270 swaps the sides; unused entries are cleared.
+TEST(ImageLayout, PlaneSidesForTwoPlaneFormatsAndRotations) {
+  const struct {
+    int32_t width, height, format, planes, plane;
+    uint32_t planeWidth, planeHeight, bytesPerPixel;
+  } cases[] = {
+      {640, 480, Image::PIXEL_FORMAT_NV12, 2, 0, 640, 480, 1},
+      {640, 480, Image::PIXEL_FORMAT_NV12, 2, 1, 640, 240, 1},
+      {641, 481, Image::PIXEL_FORMAT_NV12, 2, 1, 641, 240, 1},
+      {640, 480, Rotated(Image::PIXEL_FORMAT_NV12, 270), 2, 1, 240, 640, 1},
+      {640, 480, Rotated(Image::PIXEL_FORMAT_NV12, 270), 2, 2, 0, 0, 0},
+      {640, 480, Rotated(Image::PIXEL_FORMAT_YUY2, 90), 1, 0, 480, 640, 2},
+      {640, 480, Rotated(Image::PIXEL_FORMAT_YUY2, 180), 1, 0, 640, 480, 2},
+      {8, 8, Rotated(Image::PIXEL_FORMAT_DEPTH_NATIVE, 90), 1, 0, 8, 8, 2},
+  };
+  for (const auto& c : cases) {
+    PlaneInfo planes{};
+    ImageInfo info{c.width, c.height, c.format, 0};
+    ASSERT_EQ(lmx::QueryPlaneInfo(&info, 0, &planes), c.planes) << std::hex << c.format;
+    const auto& plane = planes.plane[c.plane];
+    EXPECT_EQ(plane.width, c.planeWidth) << std::hex << c.format << " plane " << c.plane;
+    EXPECT_EQ(plane.height, c.planeHeight) << std::hex << c.format << " plane " << c.plane;
+    EXPECT_EQ(plane.bytesPerPixel, c.bytesPerPixel) << std::hex << c.format << " plane " << c.plane;
+  }
 }
 
 TEST(ImageLayout, SizeLimitsAndUnknownFormats) {
@@ -78,4 +66,6 @@ TEST(ImageLayout, NamesComeFromTheTable) {
   EXPECT_STREQ(lmx::PixelFormatName(Image::PIXEL_FORMAT_NV21), L"Unknown");
   EXPECT_STREQ(lmx::kernels::ConversionFormatName(Image::PIXEL_FORMAT_NV21), L"NV21") << "only traces name it";
   EXPECT_STREQ(lmx::PixelFormatName(0x7FFF), L"Unknown");
+  EXPECT_STREQ(lmx::PixelFormatName(Rotated(Image::PIXEL_FORMAT_DEPTH_NATIVE, 90)), L"Unknown")
+      << "the name lookup does not mask";
 }

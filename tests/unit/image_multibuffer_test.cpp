@@ -9,28 +9,22 @@
 #include <thread>
 #include <vector>
 
-#include "coreaccel_multibuffer.h"
+#include "image_test_support.h"
 #include "test_support.h"
 
 using namespace Norvik::Lumetra;
 using lmx::ImageData;
 using lmx::ImageInfo;
 using lmx::ImageObject;
+using lmxtest::NewImage;
+using lmxtest::Read;
+using lmxtest::Write;
 
 namespace {
 
 constexpr int32_t kY8 = Image::PIXEL_FORMAT_Y8;
 constexpr int32_t kBGR = Image::PIXEL_FORMAT_BGR;
 constexpr int32_t kBGRA = Image::PIXEL_FORMAT_BGRA;
-
-ImageObject* NewImage(int32_t width, int32_t height, int32_t format, ImageData* adopt = nullptr,
-                      Session* session = nullptr) {
-  ImageInfo info{width, height, format, 0};
-  Status sts = LMX_STATUS_ALLOC_FAILED;
-  auto* image = new ImageObject(session, &info, adopt, 0, &sts);
-  EXPECT_EQ(sts, LMX_STATUS_NO_ERROR);
-  return image;
-}
 
 void Fill(const ImageData& data, int32_t rowBytes, int32_t rows, uint8_t value) {
   for (int32_t y = 0; y < rows; ++y) std::memset(data.planes[0] + y * data.pitches[0], value, rowBytes);
@@ -109,8 +103,7 @@ TEST(ImageMultiBuffer, AdoptedPlanesReadWithoutConversionAndWritesMakeOtherForma
   ASSERT_EQ(sts, LMX_STATUS_NO_ERROR);
 
   ImageData read{};
-  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &read),
-            LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Read(image, 0, &read), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(read.planes[0], pixels);
   EXPECT_EQ(image->RefCount(), 2u) << "each acquisition holds a reference";
   ASSERT_EQ(image->ReleaseAccess(&read), LMX_STATUS_NO_ERROR);
@@ -118,26 +111,22 @@ TEST(ImageMultiBuffer, AdoptedPlanesReadWithoutConversionAndWritesMakeOtherForma
   EXPECT_TRUE(image->calls.empty());
 
   // Another format converts once; the second read of it converts nothing.
-  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(kBGR), 0, &read),
-            LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Read(image, kBGR, &read), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(read.planes[0][5], 7);
   image->ReleaseAccess(&read);
-  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(kBGR), 0, &read),
-            LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Read(image, kBGR, &read), LMX_STATUS_NO_ERROR);
   image->ReleaseAccess(&read);
   EXPECT_EQ(image->calls.size(), 1u);
   EXPECT_TRUE(capture->Contains("Format conversion [BGR,Y8(*)] -> BGR"));
 
   // A write in Y8 makes BGR stale: the next BGR read converts again, from Y8.
   ImageData write{};
-  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(kY8), 0, &write),
-            LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Write(image, kY8, &write), LMX_STATUS_NO_ERROR);
   Fill(write, 64, 4, 42);
   ASSERT_EQ(image->ReleaseAccess(&write), LMX_STATUS_NO_ERROR);
   EXPECT_TRUE(image->IsBufferValid(kY8));
   EXPECT_FALSE(image->IsBufferValid(kBGR));
-  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(kBGR), 0, &read),
-            LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Read(image, kBGR, &read), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(read.planes[0][0], 42);
   image->ReleaseAccess(&read);
   EXPECT_EQ(image->calls.size(), 2u);
@@ -149,8 +138,7 @@ TEST(ImageMultiBuffer, AccessRules) {
   lmxtest::ScopedCapture capture;
   ImageObject* image = NewImage(32, 8, kY8);
   ImageData first{}, second{}, write{};
-  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &write),
-            LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Write(image, 0, &write), LMX_STATUS_NO_ERROR);
   // While a write is outstanding nothing else is handed out (an attempt that may not
   // allocate does not wait for the writer).
   EXPECT_EQ(image->InternalAcquireAccess(Image::ACCESS_READ, nullptr, 0, &first, false, nullptr),
@@ -163,11 +151,10 @@ TEST(ImageMultiBuffer, AccessRules) {
   EXPECT_TRUE(capture->Contains("failed on bAllocationAllowed"));
 
   // A reader that may wait does so for a writer that releases within the wait.
-  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &write),
-            LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Write(image, 0, &write), LMX_STATUS_NO_ERROR);
   Status waited = LMX_STATUS_ALLOC_FAILED;
   std::thread reader(
-      [&] { waited = image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &first); });
+      [&] { waited = Read(image, 0, &first); });
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   ASSERT_EQ(image->ReleaseAccess(&write), LMX_STATUS_NO_ERROR);
   reader.join();
@@ -175,14 +162,11 @@ TEST(ImageMultiBuffer, AccessRules) {
   ASSERT_EQ(image->ReleaseAccess(&first), LMX_STATUS_NO_ERROR);
 
   // Two reads of one format may be outstanding, each with its own record.
-  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &first),
-            LMX_STATUS_NO_ERROR);
-  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &second),
-            LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Read(image, 0, &first), LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Read(image, 0, &second), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(first.planes[0], second.planes[0]);
   // A record already holding an acquisition cannot take a second one (it would be lost).
-  EXPECT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &second),
-            LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_EQ(Read(image, 0, &second), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_TRUE(capture->Contains("failed on access_list.find(data) == access_list.end()"));
   EXPECT_EQ(image->ReleaseAccess(&second), LMX_STATUS_NO_ERROR) << "the first acquisition is still held";
 
@@ -203,12 +187,10 @@ TEST(ImageMultiBuffer, AccessRules) {
             LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_TRUE(capture->Contains(
       "failed on access == BASE::ACCESS_WRITE || access == BASE::ACCESS_READ || access == BASE::ACCESS_READ_WRITE"));
-  EXPECT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, nullptr),
-            LMX_STATUS_HANDLE_INVALID);
+  EXPECT_EQ(Read(image, 0, nullptr), LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(image->AcquireNativeAccess(Image::ACCESS_READ, 0, nullptr), LMX_STATUS_HANDLE_INVALID);
   // A format without a plane layout gets no storage.
-  EXPECT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0x12345), 0, &first),
-            LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_EQ(Read(image, 0x12345, &first), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_TRUE(capture->Contains("failed on num_planes"));
   EXPECT_TRUE(capture->Contains("Error LMX_STATUS_PARAM_UNSUPPORTED (Unsupported parameter) calling "
                                 "GetBuffer(&this->info, format, 0, this->options, bAllocationAllowed, &native)"));
@@ -220,8 +202,7 @@ TEST(ImageMultiBuffer, ReadOfAStaleFormatWithoutAnyValidSourceFailsAndKeepsTheBu
   lmxtest::ScopedCapture capture;
   ImageObject* image = NewImage(16, 4, kY8);
   ImageData read{};
-  EXPECT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(kBGRA), 0, &read),
-            LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_EQ(Read(image, kBGRA, &read), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_TRUE(capture->Contains("Format conversion [BGRA(invalid)] -> BGRA conversion failed"));
   EXPECT_EQ(image->BufferCount(), 1u);
   image->Release();
@@ -233,13 +214,11 @@ TEST(ImageMultiBuffer, IntermediatePassesReachAFormatAndGiveUpAfterThree) {
   Status sts;
   auto* image = new FakeConvertingImage(&info, nullptr, &sts);
   ImageData data{};
-  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &data),
-            LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Write(image, 0, &data), LMX_STATUS_NO_ERROR);
   Fill(data, 8, 2, 9);
   image->ReleaseAccess(&data);
 
-  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(kBGRA), 0, &data),
-            LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Read(image, kBGRA, &data), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(data.planes[0][7], 9);
   image->ReleaseAccess(&data);
   EXPECT_TRUE(capture->Contains(" interm_format=BGR"));
@@ -255,12 +234,9 @@ TEST(ImageMultiBuffer, IntermediatePassesReachAFormatAndGiveUpAfterThree) {
 
   info.format = Image::PIXEL_FORMAT_YUY2;
   auto* looping = new FakeConvertingImage(&info, nullptr, &sts);
-  ASSERT_EQ(looping->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &data),
-            LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Write(looping, 0, &data), LMX_STATUS_NO_ERROR);
   looping->ReleaseAccess(&data);
-  EXPECT_EQ(looping->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(Image::PIXEL_FORMAT_Y16), 0,
-                                   &data),
-            LMX_STATUS_PARAM_UNSUPPORTED);
+  EXPECT_EQ(Read(looping, Image::PIXEL_FORMAT_Y16, &data), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_LE(looping->calls.size(), 8u) << "bounded by three intermediate passes";
   EXPECT_EQ(looping->RefCount(), 1u);
   looping->Release();
@@ -276,7 +252,7 @@ TEST(ImageMultiBuffer, RotationTurnsTheOtherWayForEachMirroringProperty) {
   ASSERT_EQ(image->AttachBuffer(lmx::kMetadataMirroring, reinterpret_cast<uint8_t*>(pairs), sizeof(pairs)),
             LMX_STATUS_NO_ERROR);
   ImageData data{};
-  image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 90, &data);
+  Write(image, 0, &data, 90);
   image->ReleaseAccess(&data);
   EXPECT_EQ(image->BufferCount(), 1u);
   EXPECT_TRUE(image->IsBufferValid(kY8 | (270 << kRotationShift))) << "90 with one mirroring pair is 270";
@@ -284,7 +260,7 @@ TEST(ImageMultiBuffer, RotationTurnsTheOtherWayForEachMirroringProperty) {
   image->DetachMetadata(lmx::kMetadataMirroring);
   pairs[1] = {304, -0.5f};
   image->AttachBuffer(lmx::kMetadataMirroring, reinterpret_cast<uint8_t*>(pairs), sizeof(pairs));
-  image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 90, &data);
+  Write(image, 0, &data, 90);
   image->ReleaseAccess(&data);
   EXPECT_TRUE(image->IsBufferValid(kY8 | (90 << kRotationShift))) << "two pairs restore the angle";
   EXPECT_FALSE(image->IsBufferValid(kY8 | (270 << kRotationShift)));
@@ -300,7 +276,7 @@ TEST(ImageMultiBuffer, AttachableSideDataIsUntrackedAndNeverMadeStale) {
   ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, confidence, 0, &side), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(image->RefCount(), 1u);
   ImageData content{};
-  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &content),
+  ASSERT_EQ(Write(image, 0, &content),
             LMX_STATUS_NO_ERROR)
       << "side data holds no access";
   image->ReleaseAccess(&content);
@@ -326,8 +302,7 @@ TEST(ImageMultiBuffer, AttachableSideDataIsUntrackedAndNeverMadeStale) {
   // way; its release must end that access (a write left open blocked every later one).
   ImageObject* sideImage = NewImage(4, 2, Image::PIXEL_FORMAT_ATTACHED_8BPP);
   for (int round = 0; round < 2; ++round) {
-    ASSERT_EQ(sideImage->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &content),
-              LMX_STATUS_NO_ERROR);
+    ASSERT_EQ(Write(sideImage, 0, &content), LMX_STATUS_NO_ERROR);
     EXPECT_EQ(sideImage->ReleaseAccess(&content), LMX_STATUS_NO_ERROR);
     EXPECT_EQ(sideImage->RefCount(), 1u);
   }
@@ -337,18 +312,16 @@ TEST(ImageMultiBuffer, AttachableSideDataIsUntrackedAndNeverMadeStale) {
 TEST(ImageMultiBuffer, ObserverIsToldOnceNotifyIsOn) {
   CountingObserver observer;
   ObserverSession session(&observer);
-  ImageObject* image = NewImage(8, 4, Image::PIXEL_FORMAT_DEPTH, nullptr, &session);
+  ImageObject* image = NewImage(8, 4, Image::PIXEL_FORMAT_DEPTH, &session);
   ImageData data{};
-  image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &data);
+  Write(image, 0, &data);
   image->ReleaseAccess(&data);
   EXPECT_TRUE(observer.kinds.empty());
   image->SetOptions(static_cast<int32_t>(0xC8136925));
   EXPECT_EQ(image->QueryOptions(), 0) << "the notify value is not stored as options";
-  image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &data);
+  Read(image, 0, &data);
   image->ReleaseAccess(&data);
   EXPECT_EQ(observer.kinds, std::vector<int32_t>{2}) << "depth images report 2";
-  image->SetOptions(5);
-  EXPECT_EQ(image->QueryOptions(), 5);
   image->Release();
 }
 
@@ -425,10 +398,8 @@ TEST(ImageMultiBuffer, ReInitRefusesWhileAccessedAndDropsOldBuffers) {
   lmxtest::ScopedCapture capture;
   ImageObject* image = NewImage(8, 4, kY8);
   ImageData data{};
-  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(kBGR), 0, &data),
-            LMX_STATUS_PARAM_UNSUPPORTED);
-  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &data),
-            LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Read(image, kBGR, &data), LMX_STATUS_PARAM_UNSUPPORTED);
+  ASSERT_EQ(Write(image, 0, &data), LMX_STATUS_NO_ERROR);
   ImageInfo bigger{16, 8, kY8, 0};
   EXPECT_EQ(image->ReInitImpl(&bigger, nullptr, 0), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_TRUE(capture->Contains("failed on access_list.empty() && m_bWriteFinished"));
@@ -439,8 +410,7 @@ TEST(ImageMultiBuffer, ReInitRefusesWhileAccessedAndDropsOldBuffers) {
   ASSERT_EQ(image->ReInitImpl(&bigger, nullptr, 3), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(image->BufferCount(), 0u);
   EXPECT_EQ(image->GetWidth(), 16);
-  ASSERT_EQ(image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &data),
-            LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(Write(image, 0, &data), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(data.pitches[0], 64);
   image->ReleaseAccess(&data);
   image->Release();

@@ -51,9 +51,7 @@ TEST(ConvertImageBuffer, DirectPairsRunAndOthersNameTheIntermediate) {
   EXPECT_EQ(Convert(yuy2, bgr, none, &interm), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(interm, 0);
   EXPECT_NE(bgr.planes[0].at(0, 0), 0xA5);
-  bool traced = false;
-  for (const auto& t : capture->Traces()) traced = traced || t.name == "ImageConvert YUY2->BGR";
-  EXPECT_TRUE(traced);
+  EXPECT_TRUE(capture->Traced("ImageConvert YUY2->BGR"));
 
   Buffer nv12(6, 4, Image::PIXEL_FORMAT_NV12), y16(6, 4, Image::PIXEL_FORMAT_Y16);
   EXPECT_EQ(Convert(nv12, bgr, none, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
@@ -78,9 +76,7 @@ TEST(ConvertImageBuffer, DirectPairsRunAndOthersNameTheIntermediate) {
   interm = static_cast<Image::PixelFormat>(0);
   EXPECT_EQ(Convert(nv21, yuy2, none, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_EQ(interm, 0);
-  traced = false;
-  for (const auto& t : capture->Traces()) traced = traced || t.name == "ImageConvert NV21->YUY2";
-  EXPECT_TRUE(traced);
+  EXPECT_TRUE(capture->Traced("ImageConvert NV21->YUY2"));
 }
 
 TEST(ConvertImageBuffer, SizesMustMatch) {
@@ -145,20 +141,15 @@ TEST(ConvertImageBuffer, RotationDispatch) {
 
 TEST(DepthScale, ShiftFromScale) {
   lmxtest::ScopedCapture capture;
-  int shift = -99;
-  FixedDepthScale one(1.0f), eighth(0.125f), four(4.0f), nearly(0.126f), tenth(0.1f), none;
-  EXPECT_EQ(one.GetDepthShift(&shift), LMX_STATUS_NO_ERROR);
-  EXPECT_EQ(shift, 0);
-  EXPECT_EQ(eighth.GetDepthShift(&shift), LMX_STATUS_NO_ERROR);
-  EXPECT_EQ(shift, 3);
-  EXPECT_EQ(nearly.GetDepthShift(&shift), LMX_STATUS_NO_ERROR);
-  EXPECT_EQ(shift, 3);
-  EXPECT_EQ(four.GetDepthShift(&shift), LMX_STATUS_NO_ERROR);
-  EXPECT_EQ(shift, -2);
-  shift = 7;
-  EXPECT_EQ(tenth.GetDepthShift(&shift), LMX_STATUS_PARAM_UNSUPPORTED);
+  for (auto [scale, expected] : {std::pair{1.0f, 0}, {0.125f, 3}, {0.126f, 3}, {4.0f, -2}}) {
+    int shift = -99;
+    EXPECT_EQ(FixedDepthScale(scale).GetDepthShift(&shift), LMX_STATUS_NO_ERROR) << scale;
+    EXPECT_EQ(shift, expected) << scale;
+  }
+  int shift = 7;
+  EXPECT_EQ(FixedDepthScale(0.1f).GetDepthShift(&shift), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_TRUE(capture->Contains("failed on mant > 0.98 && mant <= 1.02"));
-  EXPECT_EQ(none.GetDepthShift(&shift), LMX_STATUS_FEATURE_UNSUPPORTED);
+  EXPECT_EQ(FixedDepthScale().GetDepthShift(&shift), LMX_STATUS_FEATURE_UNSUPPORTED);
   EXPECT_TRUE(capture->Contains("calling GetDepthScale(&scale)"));
   EXPECT_EQ(shift, 7) << "written only on success";
 }

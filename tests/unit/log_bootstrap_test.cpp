@@ -62,13 +62,9 @@ TEST(LogBootstrapNames, ModuleNamesAndExactLevelNames) {
   EXPECT_EQ(ModuleNameFromPath(L"plain"), L"plain");
   EXPECT_EQ(ModuleNameFromPath(L""), L"");
 
-  EXPECT_EQ(LevelFromName(L"FATAL"), 50000);
-  EXPECT_EQ(LevelFromName(L"ERROR"), 40000);
-  EXPECT_EQ(LevelFromName(L"WARN"), 30000);
-  EXPECT_EQ(LevelFromName(L"INFO"), 20000);
-  EXPECT_EQ(LevelFromName(L"DEBUG"), 10000);
-  EXPECT_EQ(LevelFromName(L"TRACE"), 5000);
-  EXPECT_EQ(LevelFromName(L"VERBOSE"), 2500);
+  for (auto [name, level] : {std::pair{L"FATAL", 50000}, {L"ERROR", 40000}, {L"WARN", 30000}, {L"INFO", 20000},
+                             {L"DEBUG", 10000}, {L"TRACE", 5000}, {L"VERBOSE", 2500}})
+    EXPECT_EQ(LevelFromName(name), level) << ToPath(name);
   for (const wchar_t* other : {L"verbose", L"Trace", L" ERROR", L"", L"5000"})
     EXPECT_EQ(LevelFromName(other), 20000) << "the comparison is exact: " << ToPath(other);
 }

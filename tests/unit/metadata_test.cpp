@@ -69,17 +69,12 @@ class Serializable final : public LMXSerializableService, public Reference {
 
 }  // namespace
 
-TEST(Metadata, IdentitiesOfTheStandaloneStore) {
+TEST(Metadata, IdentitiesAndUidsReservedAndReused) {
   auto store = NewStore();
-  EXPECT_EQ(store->QueryInstance(0), store.get());
-  EXPECT_EQ(store->QueryInstance(Metadata::kIid), store.get());
-  EXPECT_EQ(store->QueryInstance(Metadata::kIid2), store.get());
+  for (InterfaceId iid : {0, Metadata::kIid, Metadata::kIid2}) EXPECT_EQ(store->QueryInstance(iid), store.get());
   EXPECT_NE(store->QueryInstance(LMXMetadataInternal::kIid), nullptr);
   EXPECT_EQ(store->QueryInstance(0x1234), nullptr);
-}
 
-TEST(Metadata, UidsAreReservedAndReused) {
-  auto store = NewStore();
   EXPECT_EQ(store->QueryUID(), 528385);
   EXPECT_EQ(store->QueryUID(), 528386);
   EXPECT_EQ(store->QueryMetadata(0), 528385) << "reserved records count in the walk";

@@ -32,9 +32,13 @@ TEST(RegistryDriven, NumberThreadsOneSelectsTheSingleWorker) {
   std::unique_ptr<lmx::TaskScheduler> single(lmx::CreateTaskScheduler(nullptr));
   EXPECT_NE(dynamic_cast<lmx::PThreadScheduler*>(single.get()), nullptr);
 
-  registry.SetDword(kSdkKey, L"NumberThreads", 4);
-  std::unique_ptr<lmx::TaskScheduler> pool(lmx::CreateTaskScheduler(nullptr));
-  EXPECT_NE(dynamic_cast<lmx::STDThreadPool*>(pool.get()), nullptr);
+  for (uint32_t value : {0u, 2u, 8u}) {
+    registry.SetDword(kSdkKey, L"NumberThreads", value);
+    std::unique_ptr<lmx::TaskScheduler> pool(lmx::CreateTaskScheduler(nullptr));
+    auto* threads = dynamic_cast<lmx::STDThreadPool*>(pool.get());
+    ASSERT_NE(threads, nullptr) << value;
+    EXPECT_EQ(threads->ThreadCount(), lmx::HardwareThreadCount()) << "the value is not a thread count";
+  }
 }
 
 TEST(RegistryDriven, DebugViewLevelsAreExactAndPerModuleValuesWin) {

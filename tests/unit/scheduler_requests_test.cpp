@@ -161,29 +161,3 @@ TEST_F(RequestsTest, BadArgumentsAreRefusedAndLogged) {
       EXPECT_EQ(line.file.rfind("liblmxcore/src/corescheduler", 0), 0u);
     }
 }
-
-TEST_F(RequestsTest, ManyThreadsProduceAndConsume) {
-  constexpr int kThreads = 4;
-  constexpr int kRounds = 100;
-  static int data[kThreads][kRounds];
-  std::vector<std::unique_ptr<RecordingTask>> tasks;
-  for (int i = 0; i < kThreads * kRounds; ++i) tasks.push_back(std::make_unique<RecordingTask>(L"Consume"));
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      for (int r = 0; r < kRounds; ++r) {
-        void* output = &data[t][r];
-        service->MarkOutputs(1, &output, LMX_STATUS_EXEC_INPROGRESS);
-        service->RequestInputs(1, &output, tasks[t * kRounds + r].get());
-        service->MarkOutputs(1, &output, r % 7 == 0 ? LMX_STATUS_DEVICE_BUSY : LMX_STATUS_NO_ERROR);
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  for (int i = 0; i < kThreads * kRounds; ++i) {
-    ASSERT_TRUE(tasks[i]->WaitForRuns(1));
-    EXPECT_EQ(tasks[i]->Last(), (i % kRounds) % 7 == 0 ? LMX_STATUS_DEVICE_BUSY : LMX_STATUS_NO_ERROR);
-  }
-  scheduler.reset();  // joins the workers before the tasks go
-  for (auto& task : tasks) EXPECT_EQ(task->Runs(), 1);
-}

@@ -11,6 +11,19 @@ using namespace lmxtest;
 
 namespace {
 
+// A sync point of another module: it does not answer the library's own identifier.
+class ForeignSyncPoint final : public LMXSyncPoint {
+ public:
+  void* QueryInstance(InterfaceId iid) override { return iid == 0 || iid == kIid ? this : nullptr; }
+  void Release() override {}
+  Status Synchronize(int32_t) override { return LMX_STATUS_NO_ERROR; }
+  Status SynchronizeExINT(int32_t, LMXSyncPoint**, int32_t, void**, int32_t*, int32_t) override {
+    return LMX_STATUS_NO_ERROR;
+  }
+  void Destroy(uint32_t) override {}
+  Status QueryOutputStatus(void*) override { return LMX_STATUS_NO_ERROR; }
+};
+
 class SyncPointTest : public ::testing::Test {
  protected:
   LMXSyncPoint* Make(void* output = nullptr) {
@@ -76,7 +89,8 @@ TEST_F(SyncPointTest, WaitManyCountsNullsAgainstTheLimit) {
 TEST_F(SyncPointTest, WaitAnyMapsTheIndexBackThroughNulls) {
   LMXSyncPoint* a = Make();
   LMXSyncPoint* b = Make();
-  LMXSyncPoint* sps[] = {nullptr, a, b};
+  ForeignSyncPoint foreign;  // skipped like a null entry
+  LMXSyncPoint* sps[] = {&foreign, a, b};
   int32_t idx = -7;
   EXPECT_EQ(a->SynchronizeExINT(3, sps, 0, nullptr, &idx, 10), LMX_STATUS_EXEC_TIMEOUT);
   EXPECT_EQ(idx, -7);

@@ -12,6 +12,7 @@
 #include "corescheduler.h"
 #include "host/test_session.h"
 #include "module_factories.h"
+#include "test_support.h"
 
 namespace lmxtest {
 
@@ -90,15 +91,16 @@ class SchedulerRef {
   Norvik::Lumetra::Status status_ = Norvik::Lumetra::LMX_STATUS_FEATURE_UNSUPPORTED;
 };
 
-inline LMXSyncPointService* SignalFace(LMXSyncPoint* sp) {
-  return static_cast<LMXSyncPointService*>(sp->QueryInstance(LMXSyncPointService::kIid));
+// The descriptor under which a session keeps its master scheduler.
+inline Norvik::Lumetra::Service::ImplDesc SchedulerDescriptor() {
+  Norvik::Lumetra::Service::ImplDesc desc{};
+  desc.group = 0x80000000u;
+  desc.subgroup = 0x40000000u;
+  return desc;
 }
 
-// The function at a slot of a face's vtable, called with the face as `this`.
-template <class R, class... Args>
-R CallSlot(void* face, int slot, Args... args) {
-  void** vtable = *static_cast<void***>(face);
-  return reinterpret_cast<R (*)(void*, Args...)>(vtable[slot])(face, args...);
+inline LMXSyncPointService* SignalFace(LMXSyncPoint* sp) {
+  return static_cast<LMXSyncPointService*>(sp->QueryInstance(LMXSyncPointService::kIid));
 }
 
 }  // namespace lmxtest

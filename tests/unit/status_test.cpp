@@ -94,11 +94,13 @@ TEST(FailureConvention, PreconditionLogsConditionTextWithSiteAndReturnsStatus) {
   EXPECT_NE(lines[0].function.find("CheckPositive"), std::string::npos);
 }
 
-TEST(FailureConvention, DisabledErrorLevelLogsNothingButReturnsTheSameStatus) {
+TEST(FailureConvention, DisabledLevelsLogAndTraceNothingButReturnTheSameStatus) {
   lmxtest::ScopedCapture capture(LOG_LEVEL_FATAL);
   EXPECT_EQ(CheckPositive(0), LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(Forward(LMX_STATUS_ALLOC_FAILED), LMX_STATUS_ALLOC_FAILED);
+  EXPECT_EQ(Traced(false, false), LMX_STATUS_NO_ERROR);
   EXPECT_TRUE(capture->Lines().empty());
+  EXPECT_TRUE(capture->Traces().empty()) << "a trace below the threshold remembers nothing";
 }
 
 TEST(FailureConvention, CallCheckPassesWarningsAndLogsErrorsWithStatusText) {
@@ -132,10 +134,4 @@ TEST(FailureConvention, TraceClosesOnEveryExitIncludingExceptions) {
     EXPECT_EQ(traces[i].level, LOG_LEVEL_TRACE);
     EXPECT_EQ(traces[i].name, "Traced");
   }
-}
-
-TEST(FailureConvention, TraceRemembersNothingWhenItsLevelIsDisabled) {
-  lmxtest::ScopedCapture capture(LOG_LEVEL_DEBUG);
-  EXPECT_EQ(Traced(false, false), LMX_STATUS_NO_ERROR);
-  EXPECT_TRUE(capture->Traces().empty());
 }

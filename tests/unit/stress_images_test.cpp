@@ -11,22 +11,18 @@
 #include <vector>
 
 #include "core_metadata.h"
-#include "lmxallocator.h"
-#include "module_factories.h"
+#include "image_test_support.h"
 #include "test_support.h"
 
 using namespace Norvik::Lumetra;
+using lmxtest::NewAllocator;
+using lmxtest::Read;
+using lmxtest::Write;
 
 namespace {
 
 constexpr int32_t kWidth = 32;
 constexpr int32_t kHeight = 8;
-
-LMXAllocator* NewAllocator() {
-  Base* object = nullptr;
-  EXPECT_EQ(CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, &object), LMX_STATUS_NO_ERROR);
-  return static_cast<LMXAllocator*>(object);
-}
 
 // Caller planes for a one-plane format, rows exactly rowBytes apart.
 struct Frame {
@@ -49,36 +45,25 @@ Frame GreyYuy2(uint8_t y) {
   return frame;
 }
 
-// The single 4-byte pixel of an acquired BGRA frame, or 0 with `uniform` false
-// when its pixels differ.
-uint32_t UniformPixel(const Image::ImageData& data, int32_t width, int32_t height, bool* uniform) {
-  uint32_t first;
-  std::memcpy(&first, data.planes[0], 4);
-  *uniform = true;
-  for (int32_t y = 0; y < height && *uniform; ++y)
-    for (int32_t x = 0; x < width; ++x) {
-      uint32_t pixel;
-      std::memcpy(&pixel, data.planes[0] + y * data.pitches[0] + x * 4, 4);
-      if (pixel != first) {
-        *uniform = false;
-        break;
-      }
-    }
-  return *uniform ? first : 0;
-}
-
-// Reads image as BGRA; returns its uniform pixel (fails the test if not uniform).
+// Reads image as BGRA and returns its pixel; fails the test unless every pixel is
+// that one (a torn or mixed frame).
 uint32_t ReadBgra(Image* image, int32_t width, int32_t height) {
   Image::ImageData data{};
-  if (image->AcquireAccess(Image::ACCESS_READ, Image::PIXEL_FORMAT_BGRA, 0, &data) < 0) {
+  if (Read(image, Image::PIXEL_FORMAT_BGRA, &data) < 0) {
     ADD_FAILURE() << "BGRA read refused";
     return 0;
   }
-  bool uniform = false;
-  const uint32_t pixel = UniformPixel(data, width, height, &uniform);
+  uint32_t first, pixel;
+  std::memcpy(&first, data.planes[0], 4);
+  bool uniform = true;
+  for (int32_t y = 0; y < height; ++y)
+    for (int32_t x = 0; x < width; ++x) {
+      std::memcpy(&pixel, data.planes[0] + y * data.pitches[0] + x * 4, 4);
+      uniform = uniform && pixel == first;
+    }
   EXPECT_TRUE(uniform) << "a torn or mixed frame";
   EXPECT_EQ(image->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
-  return pixel;
+  return first;
 }
 
 uint32_t CountOf(Base* object) {
@@ -159,7 +144,7 @@ TEST(StressImages, ReadersOfADerivedFormatSeeWholeFramesOfOneGeneration) {
       while (reads.load() < generation - 1) std::this_thread::yield();
       Image::ImageData data{};
       // Refused while a reader holds the image: try again.
-      while (image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(0), 0, &data) < 0)
+      while (Write(image, 0, &data) < 0)
         std::this_thread::yield();
       for (int32_t y = 0; y < kSide; ++y) std::memset(data.planes[0] + y * data.pitches[0], generation * 4, kSide);
       EXPECT_EQ(image->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);  // never leaves the readers spinning
@@ -223,7 +208,7 @@ TEST(StressImages, ReferenceCountingThroughEveryFace) {
           EXPECT_GE(ref->AddRef(), 2u);
           if (k % 16 == 0) {  // an acquisition holds a reference of its own
             Image::ImageData data{};
-            if (image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(0), 0, &data) >= 0)
+            if (Read(image, 0, &data) >= 0)
               image->ReleaseAccess(&data);
           }
           face->Release();

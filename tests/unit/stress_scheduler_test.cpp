@@ -165,9 +165,7 @@ TEST(StressScheduler, PipelineRunsEveryCallbackOnceWithTheRightStatus) {
 TEST(StressScheduler, ReferenceCountingThroughEveryFace) {
   constexpr int kRounds = 100, kThreads = 4, kCycles = 200;
   TestSession session;
-  Service::ImplDesc desc{};
-  desc.group = 0x80000000u;
-  desc.subgroup = 0x40000000u;
+  const Service::ImplDesc desc = SchedulerDescriptor();
   for (int round = 0; round < kRounds; ++round) {
     Base* object = nullptr;
     ASSERT_EQ(CreateScheduler(&session, nullptr, nullptr, nullptr, 0, &object), LMX_STATUS_NO_ERROR);

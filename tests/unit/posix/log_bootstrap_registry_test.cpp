@@ -123,14 +123,16 @@ TEST_F(LogBootstrapRegistry, PropertiesFileRowsInOrder) {
   // ConfigFile rows come first.
   test_.context.runtimeDirectory = folder_.Directory("a/b/c/d/bin");
   PlaceModule(FakeLoggingModule(), test_.context.runtimeDirectory);
-  folder_.Write("a/config/lmxlog.properties", "log4j.rootLogger = DEBUG\n");
+  // Malformed content is not parsed here: the logging module gets the file as it is.
+  const char malformed[] = "log4j.rootLogger = = DEBUG,\n[no key\n\x01\x7f=\n";
+  folder_.Write("a/config/lmxlog.properties", malformed);
   WriteRegistry("[HKEY_LOCAL_MACHINE\\Software\\Wow6432Node\\Norvik\\LMSDK\\Dispatch]\r\n"
                 "\"LocalRuntime\"=\"1\"\r\n");
   {
     BootstrapResult result = SelectLogger(test_.context, kFunction);
     ResultGuard guard{result};
     ASSERT_NE(result.logger, nullptr);
-    EXPECT_STREQ(RecordOf(result.module)->propertiesText, "log4j.rootLogger = DEBUG\n");
+    EXPECT_STREQ(RecordOf(result.module)->propertiesText, malformed);
   }
   WriteRegistry("[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Dispatch]\r\n\"LocalRuntime\"=\"1\"\r\n"
                 "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n"

@@ -1,41 +1,24 @@
 // The POSIX registry: a ".reg" file named by $LMSDK_REGISTRY.
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
-
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "lmx/platform/registry.h"
+#include "log_bootstrap_support.h"
 
 using lmx::platform::RegistryKey;
 using lmx::platform::RegistryView;
 
 namespace {
 
+// Each test reads a registry file of its own, in a temporary folder.
 class RegistryFile : public ::testing::Test {
  protected:
-  void SetUp() override {
-    path_ = std::filesystem::temp_directory_path() /
-            ("lmx_registry_" + std::to_string(::getpid()) + "_" +
-             ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".reg");
-    const char* old = std::getenv("LMSDK_REGISTRY");
-    if (old) saved_ = old;
-    hadOld_ = old != nullptr;
-    ::setenv("LMSDK_REGISTRY", path_.c_str(), 1);
-  }
-  void TearDown() override {
-    std::filesystem::remove(path_);
-    if (hadOld_) ::setenv("LMSDK_REGISTRY", saved_.c_str(), 1);
-    else ::unsetenv("LMSDK_REGISTRY");
-  }
-  void Write(const std::string& bytes) { std::ofstream(path_, std::ios::binary) << bytes; }
+  void Write(const std::string& bytes) { folder_.Write("lmsdk.reg", bytes); }
 
-  std::filesystem::path path_;
-  std::string saved_;
-  bool hadOld_ = false;
+  lmxtest::TempFolder folder_;
+  lmxtest::ScopedEnvironment registry_{L"LMSDK_REGISTRY", lmxtest::ToWide(folder_.path() / "lmsdk.reg")};
 };
 
 const char kSample[] =
