@@ -46,11 +46,16 @@ Frame GreyYuy2(uint8_t y) {
 }
 
 // Reads image as BGRA and returns its pixel; fails the test unless every pixel is
-// that one (a torn or mixed frame).
+// that one (a torn or mixed frame). A read that passes through an intermediate
+// format releases it before the final pass, so a writer in between can make the
+// intermediate stale and the read is refused as unsupported: readers retry it.
 uint32_t ReadBgra(Image* image, int32_t width, int32_t height) {
   Image::ImageData data{};
-  if (Read(image, Image::PIXEL_FORMAT_BGRA, &data) < 0) {
-    ADD_FAILURE() << "BGRA read refused";
+  Status sts = LMX_STATUS_PARAM_UNSUPPORTED;
+  for (int attempt = 0; attempt < 100 && sts == LMX_STATUS_PARAM_UNSUPPORTED; ++attempt)
+    sts = Read(image, Image::PIXEL_FORMAT_BGRA, &data);
+  if (sts < 0) {
+    ADD_FAILURE() << "BGRA read refused: " << sts;
     return 0;
   }
   uint32_t first, pixel;
