@@ -40,6 +40,7 @@ constexpr int32_t kHalf = 32;
 constexpr int32_t kBlock = 4096;
 // The resampler's fast path (single precision, fused multiply-add).
 constexpr uint32_t kFast = lmx::dsp::kCpuAvx2 | lmx::dsp::kCpuFma;
+constexpr uint32_t kFast512 = kFast | lmx::dsp::kCpuAvx512;
 
 void BM_Resample(benchmark::State& state, int32_t inRate, int32_t outRate, uint32_t features) {
   if ((lmx::dsp::DetectedCpuFeatures() & features) != features) {
@@ -401,6 +402,7 @@ bool RegisterStreams() {
   const std::vector<Impl> impls = {
       {"ours_scalar", 0u, [](int32_t i, int32_t o) { return std::make_unique<OursBare>(i, o, 0u); }},
       {"ours_AVX2_FMA", kFast, [](int32_t i, int32_t o) { return std::make_unique<OursBare>(i, o, kFast); }},
+      {"ours_AVX512", kFast512, [](int32_t i, int32_t o) { return std::make_unique<OursBare>(i, o, kFast512); }},
       {"ConvertAudio", 0u, [](int32_t i, int32_t o) { return std::make_unique<OursConvertAudio>(i, o); }},
       {"speexdsp_q5", 0u, [](int32_t i, int32_t o) { return std::make_unique<Speex>(i, o, 5); }},
       {"speexdsp_q10", 0u, [](int32_t i, int32_t o) { return std::make_unique<Speex>(i, o, 10); }},
@@ -429,9 +431,12 @@ const bool kStreamsRegistered = RegisterStreams();
 
 BENCHMARK_CAPTURE(BM_Resample, 48000_16000_C, 48000, 16000, 0u);
 BENCHMARK_CAPTURE(BM_Resample, 48000_16000_AVX2_FMA, 48000, 16000, kFast);
+BENCHMARK_CAPTURE(BM_Resample, 48000_16000_AVX512, 48000, 16000, kFast512);
 BENCHMARK_CAPTURE(BM_Resample, 44100_48000_C, 44100, 48000, 0u);
 BENCHMARK_CAPTURE(BM_Resample, 44100_48000_AVX2_FMA, 44100, 48000, kFast);
+BENCHMARK_CAPTURE(BM_Resample, 44100_48000_AVX512, 44100, 48000, kFast512);
 BENCHMARK_CAPTURE(BM_Resample, 16000_48000_C, 16000, 48000, 0u);
 BENCHMARK_CAPTURE(BM_Resample, 16000_48000_AVX2_FMA, 16000, 48000, kFast);
+BENCHMARK_CAPTURE(BM_Resample, 16000_48000_AVX512, 16000, 48000, kFast512);
 BENCHMARK_CAPTURE(BM_MixToMono, C, 0u)->Arg(2)->Arg(3)->Arg(6);
 BENCHMARK_CAPTURE(BM_MixToMono, AVX2, lmx::dsp::kCpuAvx2)->Arg(2)->Arg(3)->Arg(6);

@@ -56,6 +56,7 @@ AudioKernelTable AudioKernelsFor(uint32_t features) {
     table.pcm16ToFloat = Pcm16ToFloat_AVX2;
     table.mixToMono = MixToMono_AVX2;
     if (features & kCpuFma) table.polyphaseBlock = PolyphaseBlock_AVX2;
+    if ((features & kCpuFma) && (features & kCpuAvx512)) table.polyphaseBlock = PolyphaseBlock_AVX512;
   }
 #else
   (void)features;
@@ -75,6 +76,8 @@ uint32_t DetectedCpuFeatures() {
     uint32_t found = 0;
     if (__builtin_cpu_supports("avx2")) found |= kCpuAvx2;
     if (__builtin_cpu_supports("fma")) found |= kCpuFma;
+    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl"))
+      found |= kCpuAvx512;
     return found;
   }();
   return features;
