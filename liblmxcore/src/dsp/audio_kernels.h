@@ -29,10 +29,9 @@
 // Polyphase block (resampler fast path, AVX2 + FMA, or AVX-512): the outputs of a
 // run computed in single precision from a float copy of the bank and of the input.
 // It is not bit-exact to the double reference: taps are rounded to float once,
-// products are fused into the sums (FMA), and the sums are accumulated in W lanes
-// (tap k in lane k % W, in ascending k) and reduced pairwise: AVX2, W = 8, as
-// ((l0+l1)+(l2+l3)) + ((l4+l5)+(l6+l7)); AVX-512, W = 16, lanes j + (j+8), then
-// j + (j+4), j + (j+2), j + (j+1).
+// products are fused into the sums (FMA), and the sums are accumulated in eight
+// lanes (tap k in lane k % 8, in ascending k) and reduced as
+// ((l0+l1)+(l2+l3)) + ((l4+l5)+(l6+l7)). Both bodies (AVX2, AVX-512) do exactly this.
 // The error stays far below one output step (a few hundredths at full scale), so
 // an output differs from the reference by at most 1, where the exact value lies
 // near a rounding boundary. Each
@@ -104,9 +103,8 @@ void MixToMono_AVX2(const int16_t* src, int32_t channels, int16_t* dst, int32_t 
 void PolyphaseBlock_AVX2(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
                          float gain, int16_t* out);
 
-// AVX-512 body of the polyphase block: 16 lanes instead of 8, otherwise the same
-// rules (bit-identical to the AVX2 body for lengths that are not a multiple of 16,
-// which it hands to that body). Only call it when DetectedCpuFeatures() has
+// AVX-512 body of the polyphase block: identical outputs to the AVX2 body, with
+// more outputs sharing each load. Only call it when DetectedCpuFeatures() has
 // kCpuAvx512 as well.
 void PolyphaseBlock_AVX512(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
                            float gain, int16_t* out);
