@@ -29,14 +29,16 @@
 // Polyphase block (resampler fast path, AVX2 + FMA, or AVX-512): the outputs of a
 // run computed in single precision from a float copy of the bank and of the input.
 // It is not bit-exact to the double reference: taps are rounded to float once,
-// products are fused into the sums (FMA), and the sums are accumulated in eight
-// lanes (tap k in lane k % 8, in ascending k) and reduced as
-// ((l0+l1)+(l2+l3)) + ((l4+l5)+(l6+l7)). Both bodies (AVX2, AVX-512) do exactly this.
-// The error stays far below one output step (a few hundredths at full scale), so
-// an output differs from the reference by at most 1, where the exact value lies
-// near a rounding boundary. Each
-// output is computed the same way whichever other outputs it is grouped with, so
-// the results do not depend on how a stream is split into runs.
+// products are fused into the sums (FMA), and the sums run in another order. The
+// AVX2 body (and the AVX-512 body, except below) accumulates each output in eight
+// lanes (tap k in lane k % 8, in ascending k) reduced as
+// ((l0+l1)+(l2+l3)) + ((l4+l5)+(l6+l7)); for up-sampling by 2, 3 or 4 (step 1) the
+// AVX-512 body sums the even and the odd taps in two chains, in ascending order,
+// and adds the two. The error stays far below one output step (a few hundredths
+// at full scale), so an output differs from the reference by at most 1, where the
+// exact value lies near a rounding boundary. Each output is computed the same way
+// whichever other outputs it is grouped with, so the results do not depend on how
+// a stream is split into runs.
 #pragma once
 
 #include <cstdint>
@@ -103,9 +105,9 @@ void MixToMono_AVX2(const int16_t* src, int32_t channels, int16_t* dst, int32_t 
 void PolyphaseBlock_AVX2(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
                          float gain, int16_t* out);
 
-// AVX-512 body of the polyphase block: identical outputs to the AVX2 body, with
-// more outputs sharing each load. Only call it when DetectedCpuFeatures() has
-// kCpuAvx512 as well.
+// AVX-512 body of the polyphase block: more outputs share each load; outputs
+// identical to the AVX2 body's except for up-sampling by 2, 3 or 4 (see above).
+// Only call it when DetectedCpuFeatures() has kCpuAvx512 as well.
 void PolyphaseBlock_AVX512(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
                            float gain, int16_t* out);
 

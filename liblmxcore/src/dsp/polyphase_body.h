@@ -8,10 +8,10 @@
 // accumulators are reduced together (SumEach), so the horizontal sums cost a few
 // instructions per output. Every output gets the same arithmetic whichever path
 // computes it: its accumulator starts at zero, takes one FMA per 8 taps in
-// ascending order, and is reduced by the same tree. So the two files give
-// identical outputs, and so do any splits of a stream into runs. A group shorter
-// than eight repeats its last output, which reads nothing outside that output's
-// window.
+// ascending order, and is reduced by the same tree. So any splits of a stream into
+// runs give identical outputs, and so do the two files where both use this code.
+// A group shorter than eight repeats its last output, which reads nothing outside
+// that output's window.
 #pragma once
 
 #include <immintrin.h>
@@ -174,7 +174,10 @@ void RunShared(const FloatPolyphaseBank& bank, const float* x, const Walk& walk,
       for (int u = 0; u < kWindows; ++u) in[u] = _mm256_loadu_ps(window + u + k);
 #pragma GCC unroll 16
       for (int p = 0; p < kPhases; ++p) {
-        const __m256 t = _mm256_loadu_ps(bank.taps + p * length + k);
+        __m256 t = _mm256_loadu_ps(bank.taps + p * length + k);
+        // Loaded once for all windows: the compiler would otherwise fold a load
+        // into each FMA, and loads are what limits this loop.
+        __asm__("" : "+x"(t));
 #pragma GCC unroll 16
         for (int u = 0; u < kWindows; ++u) acc[u * kPhases + p] = _mm256_fmadd_ps(t, in[u], acc[u * kPhases + p]);
       }
