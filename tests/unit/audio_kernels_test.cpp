@@ -86,17 +86,3 @@ TEST_F(AudioKernelsTest, SampleConversionsMatchScalar) {
     }
   }
 }
-
-TEST_F(AudioKernelsTest, InnerProductIsBitExact) {
-  std::uniform_real_distribution<double> dist(-1.0, 1.0);
-  for (int32_t count : {8, 16, 64, 512}) {
-    for (int trial = 0; trial < 50; ++trial) {
-      std::vector<double> taps(count);
-      for (auto& t : taps) t = dist(rng_);
-      std::vector<int16_t> x = RandomPcm(count);
-      double a = InnerProduct_C(taps.data(), x.data(), count);
-      double b = InnerProduct_AVX2(taps.data(), x.data(), count);
-      ASSERT_EQ(0, std::memcmp(&a, &b, sizeof(double))) << count;
-    }
-  }
-}

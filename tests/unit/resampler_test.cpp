@@ -1,5 +1,6 @@
 // The polyphase resampler: limits of the set-up, gain at zero frequency, tone
-// level and SNR, stop band, exact phase bookkeeping, and scalar against AVX2.
+// level and SNR, stop band, exact phase bookkeeping in every variant, and the fast
+// variant against the double reference.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -60,7 +61,7 @@ TEST(Resampler, SetUpLimits) {
   ASSERT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(44100, 48000, 64, &size, &len, &num, vkpAlgHintAccurate), kVkpOk);
   EXPECT_EQ(num, 160);
   EXPECT_EQ(len, 64);
-  EXPECT_GE(size, 160 * 64 * 8);
+  EXPECT_GE(size, 160 * 64 * (8 + 4));  // the bank in double and in float
   ASSERT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(48000, 16000, 64, &size, &len, &num, vkpAlgHintAccurate), kVkpOk);
   EXPECT_EQ(num, 1);
   // Coprime rates would need 48000 phases.
@@ -134,54 +135,96 @@ TEST(Resampler, ToneKeepsFrequencyLevelAndSnrAndStopBandIsBelowMinus80dB) {
   EXPECT_LE(20 * std::log10(aliased / in), -80.0);
 }
 
-TEST(Resampler, BlockSplitsAndVariantsGiveIdenticalOutput) {
+// The variants under test: the double reference first, then each fast path the
+// processor has.
+std::vector<uint32_t> Variants() {
+  std::vector<uint32_t> variants = {0u};
+  const uint32_t avx2 = lmx::dsp::kCpuAvx2 | lmx::dsp::kCpuFma, avx512 = avx2 | lmx::dsp::kCpuAvx512;
+  for (uint32_t features : {avx2, avx512})
+    if ((lmx::dsp::DetectedCpuFeatures() & features) == features) variants.push_back(features);
+  return variants;
+}
+
+// Rate pairs that reach each shape of the fast path: one phase, up-sampling by a
+// whole factor (2, 3, 4, 6 phases sharing windows) and many phases.
+const std::pair<int32_t, int32_t> kRatePairs[] = {{48000, 16000}, {44100, 48000}, {16000, 48000}, {44100, 16000},
+                                                  {8000, 44100},  {8000, 16000},  {16000, 64000}, {8000, 48000}};
+
+TEST(Resampler, BlockSplitsGiveIdenticalOutputInEveryVariant) {
   std::mt19937 rng(7);
   std::uniform_int_distribution<int> dist(-30000, 30000);
   std::vector<int16_t> in(kHalf + 3000 + kHalf);
   for (auto& s : in) s = static_cast<int16_t>(dist(rng));
-  auto state = MakeState(44100, 48000);
-
-  // One run over everything.
-  std::vector<int16_t> whole(4000);
-  double time = kHalf;
-  int32_t outLen = 0;
-  ASSERT_EQ(vkpsResamplePolyphaseFixed_16s(in.data(), 3000, whole.data(), 0.98f, &time, &outLen, state.data()), kVkpOk);
-  whole.resize(outLen);
-  EXPECT_EQ(outLen, static_cast<int32_t>(std::ceil(3000 * 48000.0 / 44100)));
-
-  // The same span in uneven blocks, each continuing at the returned time.
-  for (int32_t block : {1, 7, 160, 999}) {
-    std::vector<int16_t> pieces;
-    double t = kHalf;
-    int32_t consumed = 0;
-    while (consumed < 3000) {
-      int32_t count = std::min(block, 3000 - consumed);
-      // The count is measured from the integer part of the current time.
-      int32_t span = kHalf + consumed + count - static_cast<int32_t>(t);
-      std::vector<int16_t> out(span * 2 + 2);
-      ASSERT_EQ(vkpsResamplePolyphaseFixed_16s(in.data(), span, out.data(), 0.98f, &t, &outLen, state.data()), kVkpOk);
-      pieces.insert(pieces.end(), out.begin(), out.begin() + outLen);
-      consumed += count;
-    }
-    // The last block's limit carries the fraction of its start time, so it may
-    // produce one sample more; everything before is the same.
-    ASSERT_GE(pieces.size(), whole.size());
-    ASSERT_LE(pieces.size(), whole.size() + 1);
-    pieces.resize(whole.size());
-    ASSERT_EQ(pieces, whole) << "block " << block;
-  }
-
-  // Scalar and AVX2 inner products give the same samples.
-  if (lmx::dsp::DetectedCpuFeatures() & lmx::dsp::kCpuAvx2) {
-    std::vector<int16_t> outputs[2];
-    for (uint32_t features : {0u, lmx::dsp::kCpuAvx2}) {
+  for (uint32_t features : Variants()) {
+    for (auto [inRate, outRate] : kRatePairs) {
+      auto state = MakeState(inRate, outRate);
       ASSERT_EQ(lmx::dsp::ResamplerUseKernels(state.data(), lmx::dsp::AudioKernelsFor(features)), kVkpOk);
-      std::vector<int16_t> out(4000);
-      double t = kHalf;
-      ASSERT_EQ(vkpsResamplePolyphaseFixed_16s(in.data(), 3000, out.data(), 0.98f, &t, &outLen, state.data()), kVkpOk);
-      out.resize(outLen);
-      outputs[features ? 1 : 0] = out;
+      SCOPED_TRACE(testing::Message() << inRate << "->" << outRate << " features " << features);
+
+      // One run over everything.
+      std::vector<int16_t> whole(3000 * 6 + 2);
+      double time = kHalf;
+      int32_t outLen = 0;
+      ASSERT_EQ(vkpsResamplePolyphaseFixed_16s(in.data(), 3000, whole.data(), 0.98f, &time, &outLen, state.data()),
+                kVkpOk);
+      whole.resize(outLen);
+      EXPECT_EQ(outLen, static_cast<int32_t>(std::ceil(3000.0 * outRate / inRate)));
+
+      // The same span in uneven blocks, each continuing at the returned time.
+      for (int32_t block : {1, 7, 160, 999}) {
+        std::vector<int16_t> pieces;
+        double t = kHalf;
+        int32_t consumed = 0;
+        while (consumed < 3000) {
+          int32_t count = std::min(block, 3000 - consumed);
+          // The count is measured from the integer part of the current time.
+          int32_t span = kHalf + consumed + count - static_cast<int32_t>(t);
+          std::vector<int16_t> out(std::max(span, 0) * 6 + 2);
+          ASSERT_EQ(vkpsResamplePolyphaseFixed_16s(in.data(), span, out.data(), 0.98f, &t, &outLen, state.data()),
+                    kVkpOk);
+          pieces.insert(pieces.end(), out.begin(), out.begin() + outLen);
+          consumed += count;
+        }
+        // The last block's limit carries the fraction of its start time, so it may
+        // produce the outputs of up to one input sample more; everything before is
+        // the same.
+        ASSERT_GE(pieces.size(), whole.size());
+        ASSERT_LE(pieces.size(), whole.size() + (outRate + inRate - 1) / inRate);
+        pieces.resize(whole.size());
+        ASSERT_EQ(pieces, whole) << "block " << block;
+      }
     }
-    EXPECT_EQ(outputs[0], outputs[1]);
+  }
+}
+
+// The fast path rounds the taps to float and sums in another order: an output may
+// differ from the double reference by 1, never more, and only rarely (an error in
+// the rounding rule would show as differences in a large share of the samples).
+TEST(Resampler, FastVariantStaysWithinOneOfTheReference) {
+  const auto variants = Variants();
+  if (variants.size() < 2) GTEST_SKIP() << "no fast variant on this processor";
+  std::mt19937 rng(11);
+  std::uniform_int_distribution<int> dist(-32768, 32767);
+  for (auto [inRate, outRate] : kRatePairs) {
+    std::vector<int16_t> noise(20000);
+    for (auto& s : noise) s = static_cast<int16_t>(dist(rng));
+    auto sine = Tone(997, inRate, 32767 * std::pow(10.0, -1.0 / 20), 20000);
+    for (auto* signal : {&noise, &sine}) {
+      auto state = MakeState(inRate, outRate);
+      ASSERT_EQ(lmx::dsp::ResamplerUseKernels(state.data(), lmx::dsp::AudioKernelsFor(0)), kVkpOk);
+      const auto reference = Resample(state, *signal, inRate, outRate);
+      for (size_t v = 1; v < variants.size(); ++v) {
+        SCOPED_TRACE(testing::Message() << inRate << "->" << outRate << " features " << variants[v]);
+        ASSERT_EQ(lmx::dsp::ResamplerUseKernels(state.data(), lmx::dsp::AudioKernelsFor(variants[v])), kVkpOk);
+        const std::vector<int16_t> outputs[2] = {reference, Resample(state, *signal, inRate, outRate)};
+        ASSERT_EQ(outputs[0].size(), outputs[1].size());
+        size_t differing = 0;
+        for (size_t i = 0; i < outputs[0].size(); ++i) {
+          ASSERT_LE(std::abs(outputs[0][i] - outputs[1][i]), 1) << "at " << i;
+          differing += outputs[0][i] != outputs[1][i];
+        }
+        EXPECT_LT(differing * 100, outputs[0].size());
+      }
+    }
   }
 }

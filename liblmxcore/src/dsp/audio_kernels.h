@@ -1,9 +1,11 @@
 // audio_kernels.h: the audio signal-processing primitives and their CPU variants.
 //
 // Every primitive has a scalar reference (`_C`, the readable definition) and an
-// AVX2 body (`_AVX2`) that gives bit-identical results; tests compare the two on
-// random input. The production entry points pick the variant once, from the CPU
-// features detected at first use (AudioKernels()).
+// AVX2 body (`_AVX2`) that gives bit-identical results, except the resampler's
+// polyphase block (below), whose fast body is single precision and stays within
+// one output step of the double reference; tests compare the variants on random
+// input. The production entry points pick the variant once, from the CPU features
+// detected at first use (AudioKernels()).
 //
 // Sample conversion:
 //   float -> PCM: x * 32768, rounded to nearest with halves to even (the current
@@ -19,11 +21,24 @@
 //               wraps modulo 2^32 and the quotient keeps its low 16 bits, which only
 //               matters beyond 65536 channels.
 //
-// Inner product (resampler): sum of taps[k] * x[k] over `count` taps (a multiple of
-// 8) in double precision, accumulated in a fixed order that both variants follow:
-// eight partial sums s[j] over k = j, j+8, j+16, ...; then (s0+s4), (s1+s5), (s2+s6),
-// (s3+s7); then ((s0+s4)+(s2+s6)) + ((s1+s5)+(s3+s7)). Products and sums are
-// separately rounded (no fused multiply-add), so the variants are bit-exact.
+// Inner product (resampler reference): sum of taps[k] * x[k] over `count` taps (a
+// multiple of 8) in double precision, accumulated in a fixed order: eight partial
+// sums s[j] over k = j, j+8, j+16, ...; then (s0+s4), (s1+s5), (s2+s6), (s3+s7);
+// then ((s0+s4)+(s2+s6)) + ((s1+s5)+(s3+s7)).
+//
+// Polyphase block (resampler fast path, AVX2 + FMA, or AVX-512): the outputs of a
+// run computed in single precision from a float copy of the bank and of the input.
+// It is not bit-exact to the double reference: taps are rounded to float once,
+// products are fused into the sums (FMA), and the sums run in another order. The
+// AVX2 body (and the AVX-512 body, except below) accumulates each output in eight
+// lanes (tap k in lane k % 8, in ascending k) reduced as
+// ((l0+l1)+(l2+l3)) + ((l4+l5)+(l6+l7)); for up-sampling by 2, 3 or 4 (step 1) the
+// AVX-512 body sums the even and the odd taps in two chains, in ascending order,
+// and adds the two. The error stays far below one output step (a few hundredths
+// at full scale), so an output differs from the reference by at most 1, where the
+// exact value lies near a rounding boundary. Each output is computed the same way
+// whichever other outputs it is grouped with, so the results do not depend on how
+// a stream is split into runs.
 #pragma once
 
 #include <cstdint>
@@ -32,6 +47,8 @@ namespace lmx::dsp {
 
 // CPU feature bits.
 inline constexpr uint32_t kCpuAvx2 = 1u << 0;
+inline constexpr uint32_t kCpuFma = 1u << 1;  // fused multiply-add (with AVX2: the resampler's fast path)
+inline constexpr uint32_t kCpuAvx512 = 1u << 2;  // AVX-512 F, BW and VL together
 
 // Features of this processor (and its operating system), detected once.
 uint32_t DetectedCpuFeatures();
@@ -41,11 +58,30 @@ using Pcm16ToFloatFn = void (*)(const int16_t* src, float* dst, int32_t count);
 using MixToMonoFn = void (*)(const int16_t* src, int32_t channels, int16_t* dst, int32_t frames);
 using InnerProductFn = double (*)(const double* taps, const int16_t* x, int32_t count);
 
+// A polyphase bank in single precision: `phases` filters of `length` taps each,
+// one after another; the outputs advance by `step` / `phases` input samples.
+struct FloatPolyphaseBank {
+  const float* taps;
+  int32_t length;  // a multiple of 8
+  int32_t phases;
+  int32_t step;
+};
+
+// Computes `count` outputs at positions position, position + step, ... (in
+// 1/phases input samples, relative to x). The output at position q, with
+// n = q / phases and p = q % phases, is the sum of taps[p * length + k] *
+// x[n - length/2 + k] over k, times gain, rounded to nearest (halves to even)
+// and saturated to -32768..32767. Reads only x[n - length/2 .. n + length/2 - 1]
+// of the first and last output and what lies between; n >= length/2.
+using PolyphaseBlockFn = void (*)(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
+                                  float gain, int16_t* out);
+
 struct AudioKernelTable {
   FloatToPcm16Fn floatToPcm16;
   Pcm16ToFloatFn pcm16ToFloat;
   MixToMonoFn mixToMono;
-  InnerProductFn innerProduct;
+  InnerProductFn innerProduct;     // the resampler's double-precision reference
+  PolyphaseBlockFn polyphaseBlock;  // the resampler's fast path; null: use innerProduct
 };
 
 // The table for a feature set: starts from the scalar bodies and upgrades each
@@ -62,10 +98,17 @@ void MixToMono_C(const int16_t* src, int32_t channels, int16_t* dst, int32_t fra
 double InnerProduct_C(const double* taps, const int16_t* x, int32_t count);
 
 // AVX2 bodies: whole blocks inside, remainders through the scalar body. Only call
-// them when DetectedCpuFeatures() has kCpuAvx2.
+// them when DetectedCpuFeatures() has kCpuAvx2 (and kCpuFma for the polyphase block).
 void FloatToPcm16_AVX2(const float* src, int16_t* dst, int32_t count);
 void Pcm16ToFloat_AVX2(const int16_t* src, float* dst, int32_t count);
 void MixToMono_AVX2(const int16_t* src, int32_t channels, int16_t* dst, int32_t frames);
-double InnerProduct_AVX2(const double* taps, const int16_t* x, int32_t count);
+void PolyphaseBlock_AVX2(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
+                         float gain, int16_t* out);
+
+// AVX-512 body of the polyphase block: more outputs share each load; outputs
+// identical to the AVX2 body's except for up-sampling by 2, 3 or 4 (see above).
+// Only call it when DetectedCpuFeatures() has kCpuAvx512 as well.
+void PolyphaseBlock_AVX512(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
+                           float gain, int16_t* out);
 
 }  // namespace lmx::dsp

@@ -108,22 +108,6 @@ LMX_AVX2 void MixToMono_AVX2(const int16_t* src, int32_t channels, int16_t* dst,
   MixToMono_C(src + static_cast<int64_t>(done) * channels, channels, dst + done, frames - done);
 }
 
-// Blocks of 8 taps; the caller's count is a multiple of 8. Lanes of acc0 hold the
-// partial sums s0..s3, lanes of acc1 s4..s7, combined in the documented order.
-LMX_AVX2 double InnerProduct_AVX2(const double* taps, const int16_t* x, int32_t count) {
-  __m256d acc0 = _mm256_setzero_pd();
-  __m256d acc1 = _mm256_setzero_pd();
-  for (int32_t k = 0; k < count; k += 8) {
-    __m128i x0 = _mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(x + k)));
-    __m128i x1 = _mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(x + k + 4)));
-    acc0 = _mm256_add_pd(acc0, _mm256_mul_pd(_mm256_loadu_pd(taps + k), _mm256_cvtepi32_pd(x0)));
-    acc1 = _mm256_add_pd(acc1, _mm256_mul_pd(_mm256_loadu_pd(taps + k + 4), _mm256_cvtepi32_pd(x1)));
-  }
-  __m256d t = _mm256_add_pd(acc0, acc1);  // t0..t3
-  __m128d u = _mm_add_pd(_mm256_castpd256_pd128(t), _mm256_extractf128_pd(t, 1));  // t0+t2, t1+t3
-  return _mm_cvtsd_f64(_mm_add_sd(u, _mm_unpackhi_pd(u, u)));
-}
-
 }  // namespace lmx::dsp
 
 #endif  // x86-64

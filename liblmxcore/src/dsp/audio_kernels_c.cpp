@@ -49,9 +49,15 @@ double InnerProduct_C(const double* taps, const int16_t* x, int32_t count) {
 }
 
 AudioKernelTable AudioKernelsFor(uint32_t features) {
-  AudioKernelTable table{FloatToPcm16_C, Pcm16ToFloat_C, MixToMono_C, InnerProduct_C};
+  AudioKernelTable table{FloatToPcm16_C, Pcm16ToFloat_C, MixToMono_C, InnerProduct_C, nullptr};
 #if defined(__x86_64__) || defined(_M_X64)
-  if (features & kCpuAvx2) table = {FloatToPcm16_AVX2, Pcm16ToFloat_AVX2, MixToMono_AVX2, InnerProduct_AVX2};
+  if (features & kCpuAvx2) {
+    table.floatToPcm16 = FloatToPcm16_AVX2;
+    table.pcm16ToFloat = Pcm16ToFloat_AVX2;
+    table.mixToMono = MixToMono_AVX2;
+    if (features & kCpuFma) table.polyphaseBlock = PolyphaseBlock_AVX2;
+    if ((features & kCpuFma) && (features & kCpuAvx512)) table.polyphaseBlock = PolyphaseBlock_AVX512;
+  }
 #else
   (void)features;
 #endif
@@ -67,7 +73,12 @@ uint32_t DetectedCpuFeatures() {
 #if (defined(__x86_64__) || defined(_M_X64)) && (defined(__GNUC__) || defined(__clang__))
   static const uint32_t features = [] {
     __builtin_cpu_init();
-    return __builtin_cpu_supports("avx2") ? kCpuAvx2 : 0u;
+    uint32_t found = 0;
+    if (__builtin_cpu_supports("avx2")) found |= kCpuAvx2;
+    if (__builtin_cpu_supports("fma")) found |= kCpuFma;
+    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl"))
+      found |= kCpuAvx512;
+    return found;
   }();
   return features;
 #else

@@ -13,16 +13,22 @@ constexpr uint32_t kStateMagic = 0x52504F4Cu;
 constexpr int32_t kMinLength = 8;
 constexpr int32_t kMaxLength = 512;
 constexpr size_t kBankAlignment = 32;
+// Input samples converted to float at a time by the fast path (on the stack): a
+// whole pass of the audio converter (4096 samples and the filter's reach).
+constexpr int32_t kFloatSpan = 4096 + 64;
 
 // The state's header; the bank of phases * taps doubles follows at the next
-// 32-byte boundary inside the state (found from the state's address each call, so
-// the header holds no pointer into itself).
+// 32-byte boundary inside the state, then the same bank in float at the next one
+// (both found from the state's address each call, so the header holds no pointer
+// into itself).
 struct ResamplerState {
   uint32_t magic;
   int32_t taps;    // filter length
   int32_t phases;  // L = outRate / g
   int32_t step;    // M = inRate / g: input advance per output, in 1/L samples
   lmx::dsp::InnerProductFn innerProduct;
+  lmx::dsp::PolyphaseBlockFn polyphaseBlock;  // null: the double path
+  lmx::dsp::Pcm16ToFloatFn pcm16ToFloat;
 };
 
 struct Ratio {
@@ -41,15 +47,29 @@ VkpStatus CheckParameters(int32_t inRate, int32_t outRate, int32_t length, Ratio
   return kVkpOk;
 }
 
-size_t StateSize(const Ratio& ratio, int32_t length) {
-  return sizeof(ResamplerState) + kBankAlignment +
-         static_cast<size_t>(ratio.phases) * static_cast<size_t>(length) * sizeof(double);
+size_t BankTaps(const Ratio& ratio, int32_t length) {
+  return static_cast<size_t>(ratio.phases) * static_cast<size_t>(length);
 }
 
-double* Bank(uint8_t* state) {
-  auto address = reinterpret_cast<uintptr_t>(state + sizeof(ResamplerState));
-  address = (address + kBankAlignment - 1) & ~static_cast<uintptr_t>(kBankAlignment - 1);
-  return reinterpret_cast<double*>(address);
+size_t StateSize(const Ratio& ratio, int32_t length) {
+  return sizeof(ResamplerState) + 2 * kBankAlignment + BankTaps(ratio, length) * (sizeof(double) + sizeof(float));
+}
+
+uint8_t* AlignUp(uint8_t* address) {
+  const uintptr_t misalignment = reinterpret_cast<uintptr_t>(address) & (kBankAlignment - 1);
+  return misalignment ? address + (kBankAlignment - misalignment) : address;
+}
+
+double* Bank(uint8_t* state) { return reinterpret_cast<double*>(AlignUp(state + sizeof(ResamplerState))); }
+
+float* FloatBank(uint8_t* state, size_t bankTaps) {
+  return reinterpret_cast<float*>(AlignUp(reinterpret_cast<uint8_t*>(Bank(state) + bankTaps)));
+}
+
+void UseKernels(ResamplerState* header, const lmx::dsp::AudioKernelTable& kernels) {
+  header->innerProduct = kernels.innerProduct;
+  header->polyphaseBlock = kernels.polyphaseBlock;
+  header->pcm16ToFloat = kernels.pcm16ToFloat;
 }
 
 // Zeroth-order modified Bessel function of the first kind, by its power series.
@@ -119,8 +139,12 @@ VkpStatus vkpsResamplePolyphaseFixedInit_16s(int32_t inRate, int32_t outRate, in
   for (int32_t p = 0; p < ratio.phases; ++p)
     DesignPhase(bank + static_cast<size_t>(p) * length, length, static_cast<double>(p) / ratio.phases, cutoff,
                 alpha);
+  const size_t bankTaps = BankTaps(ratio, length);
+  float* floatBank = FloatBank(state, bankTaps);
+  for (size_t i = 0; i < bankTaps; ++i) floatBank[i] = static_cast<float>(bank[i]);
 
-  ResamplerState header{kStateMagic, length, ratio.phases, ratio.step, lmx::dsp::AudioKernels().innerProduct};
+  ResamplerState header{kStateMagic, length, ratio.phases, ratio.step, nullptr, nullptr, nullptr};
+  UseKernels(&header, lmx::dsp::AudioKernels());
   std::memcpy(state, &header, sizeof(header));
   return kVkpOk;
 }
@@ -144,9 +168,6 @@ VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16
   const int64_t phases = header->phases;
   const int64_t step = header->step;
   const int32_t half = taps / 2;
-  const double* bank = Bank(state);
-  const lmx::dsp::InnerProductFn innerProduct = header->innerProduct;
-  const double gain = norm;
 
   // Exact position in 1/L input samples, recovered from the double time.
   int64_t whole = static_cast<int64_t>(std::floor(start));
@@ -160,11 +181,35 @@ VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16
 
   int32_t produced = 0;
   int64_t position = startPosition;
-  for (; position < endPosition; position += step) {
-    const int64_t n = position / phases;
-    const int64_t p = position % phases;
-    double acc = innerProduct(bank + p * taps, in + (n - half), taps);
-    out[produced++] = RoundAndSaturate(acc * gain);
+  if (header->polyphaseBlock) {
+    // Fast path: spans of the input in float (s * 2^-15, exact; the gain is scaled
+    // back by 2^15, also exact), each holding the windows of a run of outputs.
+    const lmx::dsp::FloatPolyphaseBank floatBank{FloatBank(state, BankTaps({header->phases, header->step}, taps)),
+                                                 taps, header->phases, header->step};
+    const float gain = norm * 32768.0f;
+    alignas(32) float span[kFloatSpan];
+    while (position < endPosition) {
+      // Outputs whose window ends inside the span: n + half <= first - half + kFloatSpan.
+      const int64_t first = position / phases;
+      const int64_t limit = std::min(endPosition, (first + kFloatSpan - taps + 1) * phases);
+      const int64_t outputs = (limit - position + step - 1) / step;
+      const int64_t last = (position + (outputs - 1) * step) / phases;
+      header->pcm16ToFloat(in + (first - half), span, static_cast<int32_t>(last - first + taps));
+      header->polyphaseBlock(floatBank, span, position - (first - half) * phases, static_cast<int32_t>(outputs), gain,
+                             out + produced);
+      produced += static_cast<int32_t>(outputs);
+      position += outputs * step;
+    }
+  } else {
+    const double* bank = Bank(state);
+    const lmx::dsp::InnerProductFn innerProduct = header->innerProduct;
+    const double gain = norm;
+    for (; position < endPosition; position += step) {
+      const int64_t n = position / phases;
+      const int64_t p = position % phases;
+      double acc = innerProduct(bank + p * taps, in + (n - half), taps);
+      out[produced++] = RoundAndSaturate(acc * gain);
+    }
   }
   *time = static_cast<double>(position / phases) +
           static_cast<double>(position % phases) / static_cast<double>(phases);
@@ -177,7 +222,7 @@ namespace lmx::dsp {
 VkpStatus ResamplerUseKernels(uint8_t* state, const AudioKernelTable& kernels) {
   ResamplerState* header = Checked(state);
   if (!header) return kVkpBadState;
-  header->innerProduct = kernels.innerProduct;
+  UseKernels(header, kernels);
   return kVkpOk;
 }
 

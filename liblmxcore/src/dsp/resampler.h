@@ -22,14 +22,22 @@
 // Run. Output times are kept exactly as an integer sample index and a phase; the
 // `time` value passed in and out is their double form, from which the phase is
 // recovered by rounding, so feeding a stream in different block sizes produces
-// the same output samples. Each output is the inner product (double accumulation)
-// times norm, rounded to nearest with halves away from zero, saturated to
-// -32768..32767. The inner product runs in the variant chosen at set-up (scalar or
-// AVX2, bit-exact to each other; see audio_kernels.h).
+// the same output samples. The variant chosen at set-up from the CPU features
+// computes each output:
+//  - reference (scalar, and any CPU without AVX2 + FMA): the inner product in
+//    double precision times norm, rounded to nearest with halves away from zero,
+//    saturated to -32768..32767;
+//  - fast (AVX2 + FMA): the same sum in single precision from a float copy of the
+//    bank and of the input, with fused multiply-adds in another order, scaled,
+//    saturated and rounded to nearest with halves to even. It may differ from the
+//    reference by 1 where the exact value lies near a rounding boundary, never
+//    more (audio_kernels.h has the order and the error bound). Each output's
+//    arithmetic is fixed, so block sizes do not change the stream in this variant
+//    either.
 //
-// Limits: at most kResamplerMaxPhases phases (outRate/g), which keeps the bank at
-// 1 MiB for 64 taps; inRate at most length/2 times outRate, so one output step
-// never skips the held-back history; length a multiple of 8 from 8 to 512. Set-ups
+// Limits: at most kResamplerMaxPhases phases (outRate/g), which keeps the two banks
+// (double and float) at 1.5 MiB for 64 taps; inRate at most length/2 times
+// outRate, so one output step never skips the held-back history; length a multiple of 8 from 8 to 512. Set-ups
 // outside these limits fail with a negative status and touch nothing.
 #pragma once
 
@@ -40,7 +48,7 @@
 enum VkpAlgHint : int32_t {
   vkpAlgHintNone = 0,
   vkpAlgHintFast = 1,
-  vkpAlgHintAccurate = 2,  // double-precision design and accumulation (the only mode)
+  vkpAlgHintAccurate = 2,  // double-precision design (the only mode; accumulation as the variant does)
 };
 
 // 0 success, negative failures.
@@ -74,6 +82,7 @@ VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16
                                          int32_t* outLen, uint8_t* state);
 
 namespace lmx::dsp {
-// Replaces the inner-product variant of a set-up state (tests and benchmarks).
+// Replaces the variant of a set-up state (tests and benchmarks): the fast path when
+// the table has a polyphase block, the double reference otherwise.
 VkpStatus ResamplerUseKernels(uint8_t* state, const AudioKernelTable& kernels);
 }  // namespace lmx::dsp
