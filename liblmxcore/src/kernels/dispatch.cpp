@@ -102,11 +102,15 @@ RowKernels SelectRowKernels(uint32_t cpu_features) {
   if (cpu_features & kCpuHasAVX2) {
     k.yuy2_to_bgra = YUY2ToBGRARow_Any_AVX2;
     k.yuy2_to_rgba = YUY2ToRGBARow_Any_AVX2;
+    k.yuy2_to_bgr = YUY2ToBGRRow_Any_AVX2;
+    k.yuy2_to_rgb = YUY2ToRGBRow_Any_AVX2;
     k.yuy2_to_y8 = YUY2ToY8Row_Any_AVX2;
     k.yuy2_to_uv = YUY2ToUVRow_Any_AVX2;
     k.nv12_to_yuy2 = NV12ToYUY2Row_Any_AVX2;
     k.bgra_to_yuy2 = BGRAToYUY2Row_Any_AVX2;
     k.rgba_to_yuy2 = RGBAToYUY2Row_Any_AVX2;
+    k.bgr_to_yuy2 = BGRToYUY2Row_Any_AVX2;
+    k.rgb_to_yuy2 = RGBToYUY2Row_Any_AVX2;
     k.swap_rb4 = BGRAToRGBARow_Any_AVX2;
     k.y8_to_y16 = Y8ToY16Row_Any_AVX2;
     k.y16_to_y8 = Y16ToY8Row_Any_AVX2;

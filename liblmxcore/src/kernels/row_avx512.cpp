@@ -18,33 +18,36 @@ inline __m512i Pair16(int16_t low, int16_t high) {
                                                 static_cast<uint16_t>(low)));
 }
 
+constexpr int32_t kRedOffset = -104595 * 128 - 1187776;  // as in row_avx2.cpp
+constexpr int32_t kGreenOffset = (25690 + 53281) * 128 - 1187776;
+constexpr int32_t kBlueOffset = -132186 * 128 - 1187776;
+
 // 32 pixels per block (64 source bytes, 128 destination bytes). The arithmetic
 // is the AVX2 body's (row_avx2.cpp: one 32-bit lane per pixel pair, exact sums,
-// floor by the high 16-bit halves) on all four 128-bit lanes; lane i holds
-// pixels 8i to 8i + 7 until the final two-source permutes.
+// floor by the high 16-bit halves) on all four 128-bit lanes. The source's
+// 64-bit quarters are taken in the order 0 4 1 5 2 6 3 7, so lane i holds
+// pixels 4i to 4i + 3 and 16 + 4i to 16 + 4i + 3, and the per-lane unpacks at
+// the end give pixels 0-15 and 16-31 in order.
 template <bool kRgba>
 void YUY2ToFourChannelRow(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
   const __m512i alpha16 = _mm512_set1_epi16(alpha);
-  const __m512i offset = _mm512_set1_epi32(-1187776);  // ycc::kLumaOffset
   const __m512i high_words = _mm512_set1_epi32(static_cast<int32_t>(0xFFFF0000u));
   const __mmask32 second_pixels = 0xAAAAAAAAu;  // the odd 16-bit words
-  const __m512i first_half = _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11);
-  const __m512i second_half = _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15);
+  const __m512i spread = _mm512_setr_epi64(0, 4, 1, 5, 2, 6, 3, 7);
   for (int x = 0; x < width; x += 32, src += 64, dst += 128) {
-    const __m512i yuy2 = _mm512_loadu_si512(src);
+    const __m512i yuy2 = _mm512_permutexvar_epi64(spread, _mm512_loadu_si512(src));
     const __m512i y = _mm512_and_si512(yuy2, _mm512_set1_epi32(0x00FF00FF));  // Y0 | Y1 << 16
-    const __m512i luma0 = _mm512_add_epi32(_mm512_madd_epi16(y, Pair16(10748, 0)), _mm512_slli_epi32(y, 16));
-    const __m512i luma1 = _mm512_add_epi32(_mm512_madd_epi16(y, Pair16(0, 10748)), _mm512_and_si512(y, high_words));
+    const __m512i luma0 = _mm512_slli_epi32(_mm512_madd_epi16(y, Pair16(19071, 0)), 2);
+    const __m512i luma1 = _mm512_slli_epi32(_mm512_madd_epi16(y, Pair16(0, 19071)), 2);
 
-    const __m512i uv = _mm512_sub_epi16(_mm512_srli_epi16(yuy2, 8), _mm512_set1_epi16(128));  // u | v << 16
-    const __m512i v_shifted = _mm512_and_si512(uv, high_words);
-    const __m512i u_shifted = _mm512_slli_epi32(uv, 16);
+    const __m512i uv = _mm512_srli_epi16(yuy2, 8);  // U | V << 16
+    const __m512i v16 = _mm512_and_si512(uv, high_words);
     const __m512i red = _mm512_add_epi32(_mm512_madd_epi16(uv, Pair16(0, -26477)),
-                                         _mm512_add_epi32(_mm512_add_epi32(v_shifted, v_shifted), offset));
-    const __m512i green =
-        _mm512_sub_epi32(offset, _mm512_add_epi32(_mm512_madd_epi16(uv, Pair16(25690, -12255)), v_shifted));
+                                         _mm512_add_epi32(_mm512_add_epi32(v16, v16), _mm512_set1_epi32(kRedOffset)));
+    const __m512i green = _mm512_sub_epi32(_mm512_madd_epi16(uv, Pair16(-25690, 12255)),
+                                           _mm512_sub_epi32(v16, _mm512_set1_epi32(kGreenOffset)));
     const __m512i blue = _mm512_add_epi32(_mm512_madd_epi16(uv, Pair16(1114, 0)),
-                                          _mm512_add_epi32(_mm512_add_epi32(u_shifted, u_shifted), offset));
+                                          _mm512_add_epi32(_mm512_slli_epi32(uv, 17), _mm512_set1_epi32(kBlueOffset)));
 
     const __m512i r16 = _mm512_mask_blend_epi16(second_pixels, _mm512_srli_epi32(_mm512_add_epi32(luma0, red), 16),
                                                 _mm512_add_epi32(luma1, red));
@@ -57,10 +60,8 @@ void YUY2ToFourChannelRow(const uint8_t* src, uint8_t* dst, int width, uint8_t a
     const __m512i green_alpha = _mm512_packus_epi16(g16, alpha16);
     const __m512i c01 = _mm512_unpacklo_epi8(first_third, green_alpha);
     const __m512i c23 = _mm512_unpackhi_epi8(first_third, green_alpha);
-    const __m512i px_a = _mm512_unpacklo_epi16(c01, c23);  // pixels 0-3 | 8-11 | 16-19 | 24-27
-    const __m512i px_b = _mm512_unpackhi_epi16(c01, c23);  // pixels 4-7 | 12-15 | 20-23 | 28-31
-    _mm512_storeu_si512(dst, _mm512_permutex2var_epi64(px_a, first_half, px_b));
-    _mm512_storeu_si512(dst + 64, _mm512_permutex2var_epi64(px_a, second_half, px_b));
+    _mm512_storeu_si512(dst, _mm512_unpacklo_epi16(c01, c23));
+    _mm512_storeu_si512(dst + 64, _mm512_unpackhi_epi16(c01, c23));
   }
 }
 
