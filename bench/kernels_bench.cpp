@@ -42,7 +42,14 @@ std::vector<Conversion> Conversions() {
        [](F& f) { libyuv::YUY2ToARGB(f.s(), 2 * f.width, f.d(), 4 * f.width, f.width, f.height); }},
       {"YUY2ToRGBA", 2, 4, [](F& f) { k::YUY2ToRGBA(f.s(), 2 * f.width, f.d(), 4 * f.width, f.width, f.height, 255); },
        [](F& f) { libyuv::YUY2ToARGB(f.s(), 2 * f.width, f.d(), 4 * f.width, f.width, f.height); }},
-      {"YUY2ToBGR", 2, 3, [](F& f) { k::YUY2ToBGR(f.s(), 2 * f.width, f.d(), 3 * f.width, f.width, f.height); }, {}},
+      // The anchor has no packed 4:2:2 to three-channel conversion; its planar
+      // 4:2:2 one reads the same bytes and writes the same colour.
+      {"YUY2ToBGR", 2, 3, [](F& f) { k::YUY2ToBGR(f.s(), 2 * f.width, f.d(), 3 * f.width, f.width, f.height); },
+       [](F& f) {
+         const size_t luma = static_cast<size_t>(f.width) * f.height;
+         libyuv::I422ToRGB24(f.s(), f.width, f.s() + luma, f.width / 2, f.s() + luma + luma / 2, f.width / 2, f.d(),
+                             3 * f.width, f.width, f.height);
+       }},
       {"BGRAToYUY2", 4, 2, [](F& f) { k::BGRAToYUY2(f.s(), 4 * f.width, f.d(), 2 * f.width, f.width, f.height); },
        [](F& f) { libyuv::ARGBToYUY2(f.s(), 4 * f.width, f.d(), 2 * f.width, f.width, f.height); }},
       {"BGRToYUY2", 3, 2, [](F& f) { k::BGRToYUY2(f.s(), 3 * f.width, f.d(), 2 * f.width, f.width, f.height); }, {}},

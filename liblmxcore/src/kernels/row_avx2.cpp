@@ -22,6 +22,12 @@ inline __m256i Pair16(int16_t low, int16_t high) {
                                                 static_cast<uint16_t>(low)));
 }
 
+// Byte shuffle mask giving U V V 0 in every 32-bit lane of YUY2 dwords.
+inline __m256i UVVMask256() {
+  return _mm256_setr_epi8(1, 3, 3, -128, 5, 7, 7, -128, 9, 11, 11, -128, 13, 15, 15, -128,  //
+                         1, 3, 3, -128, 5, 7, 7, -128, 9, 11, 11, -128, 13, 15, 15, -128);
+}
+
 // --- YUY2 to colour ----------------------------------------------------------------
 
 // The colour constants of ycc_math.h with the chroma bias of 128 folded in, so
@@ -51,18 +57,18 @@ constexpr int32_t kBlueOffset = -132186 * 128 - 1187776;
 template <bool kRgba>
 inline void DecodeYUY2x16(const uint8_t* src, __m256i alpha16, __m256i* px_lo, __m256i* px_hi) {
   const __m256i yuy2 = _mm256_permute4x64_epi64(Load(src), 0xD8);
-  const __m256i y = _mm256_and_si256(yuy2, _mm256_set1_epi32(0x00FF00FF));  // Y0 | Y1 << 16
-  const __m256i luma0 = _mm256_slli_epi32(_mm256_madd_epi16(y, Pair16(19071, 0)), 2);
-  const __m256i luma1 = _mm256_slli_epi32(_mm256_madd_epi16(y, Pair16(0, 19071)), 2);
-
-  const __m256i uv = _mm256_srli_epi16(yuy2, 8);  // U | V << 16
-  const __m256i v16 = _mm256_and_si256(uv, _mm256_set1_epi32(static_cast<int32_t>(0xFFFF0000u)));
-  const __m256i red = _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(0, -26477)),
-                                       _mm256_add_epi32(_mm256_add_epi32(v16, v16), _mm256_set1_epi32(kRedOffset)));
-  const __m256i green = _mm256_sub_epi32(_mm256_madd_epi16(uv, Pair16(-25690, 12255)),
-                                         _mm256_sub_epi32(v16, _mm256_set1_epi32(kGreenOffset)));
-  const __m256i blue = _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(1114, 0)),
-                                        _mm256_add_epi32(_mm256_slli_epi32(uv, 17), _mm256_set1_epi32(kBlueOffset)));
+  // Luma and chroma bytes scaled in 16-bit words by byte madds (exact, far
+  // from saturation), so that every coefficient of the formula is a 16-bit one:
+  // 76284 = 4 * 19071, 104595 = 15 * 6973, 132186 = 6 * 22031, and
+  // 25690 U + 53281 V = 25690 (U + V) + 27591 V.
+  const __m256i y4 = _mm256_maddubs_epi16(yuy2, _mm256_set1_epi32(0x00040004));  // 4 Y0 | 4 Y1 << 16
+  const __m256i luma0 = _mm256_madd_epi16(y4, Pair16(19071, 0));
+  const __m256i luma1 = _mm256_madd_epi16(y4, Pair16(0, 19071));
+  const __m256i uv_scaled = _mm256_maddubs_epi16(yuy2, _mm256_set1_epi32(0x0F000600));  // 6 U | 15 V << 16
+  const __m256i red = _mm256_add_epi32(_mm256_madd_epi16(uv_scaled, Pair16(0, 6973)), _mm256_set1_epi32(kRedOffset));
+  const __m256i blue = _mm256_add_epi32(_mm256_madd_epi16(uv_scaled, Pair16(22031, 0)), _mm256_set1_epi32(kBlueOffset));
+  const __m256i uv_v = _mm256_maddubs_epi16(_mm256_shuffle_epi8(yuy2, UVVMask256()), _mm256_set1_epi32(0x00010101));  // U + V | V << 16
+  const __m256i green = _mm256_add_epi32(_mm256_madd_epi16(uv_v, Pair16(-25690, -27591)), _mm256_set1_epi32(kGreenOffset));
 
   const __m256i r16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, red), 16),
                                          _mm256_add_epi32(luma1, red), 0xAA);

@@ -18,6 +18,11 @@ inline __m512i Pair16(int16_t low, int16_t high) {
                                                 static_cast<uint16_t>(low)));
 }
 
+// Byte shuffle mask giving U V V 0 in every 32-bit lane of YUY2 dwords.
+inline __m512i UVVMask512() {
+  return _mm512_broadcast_i32x4(_mm_setr_epi8(1, 3, 3, -128, 5, 7, 7, -128, 9, 11, 11, -128, 13, 15, 15, -128));
+}
+
 constexpr int32_t kRedOffset = -104595 * 128 - 1187776;  // as in row_avx2.cpp
 constexpr int32_t kGreenOffset = (25690 + 53281) * 128 - 1187776;
 constexpr int32_t kBlueOffset = -132186 * 128 - 1187776;
@@ -31,30 +36,35 @@ constexpr int32_t kBlueOffset = -132186 * 128 - 1187776;
 template <bool kRgba>
 void YUY2ToFourChannelRow(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
   const __m512i alpha16 = _mm512_set1_epi16(alpha);
-  const __m512i high_words = _mm512_set1_epi32(static_cast<int32_t>(0xFFFF0000u));
-  const __mmask32 second_pixels = 0xAAAAAAAAu;  // the odd 16-bit words
-  const __m512i spread = _mm512_setr_epi64(0, 4, 1, 5, 2, 6, 3, 7);
+  // Word i of a channel: the high word of the pair sum of its pixel, taken from
+  // the first-pixel sums (index < 32) or the second-pixel ones (index >= 32),
+  // pixels ordered per lane as the packs and unpacks below need them: lane j
+  // gets pixels 4j to 4j + 3 and 16 + 4j to 16 + 4j + 3.
+  alignas(64) static constexpr uint16_t kMerge[32] = {
+      1, 33, 3, 35, 17, 49, 19, 51, 5, 37, 7, 39, 21, 53, 23, 55,
+      9, 41, 11, 43, 25, 57, 27, 59, 13, 45, 15, 47, 29, 61, 31, 63};
+  const __m512i merge = _mm512_load_si512(kMerge);
   for (int x = 0; x < width; x += 32, src += 64, dst += 128) {
-    const __m512i yuy2 = _mm512_permutexvar_epi64(spread, _mm512_loadu_si512(src));
-    const __m512i y = _mm512_and_si512(yuy2, _mm512_set1_epi32(0x00FF00FF));  // Y0 | Y1 << 16
-    const __m512i luma0 = _mm512_slli_epi32(_mm512_madd_epi16(y, Pair16(19071, 0)), 2);
-    const __m512i luma1 = _mm512_slli_epi32(_mm512_madd_epi16(y, Pair16(0, 19071)), 2);
+    const __m512i yuy2 = _mm512_loadu_si512(src);
+    // Luma and chroma bytes scaled in 16-bit words by byte madds (exact, far
+    // from saturation), so that every coefficient of the formula is a 16-bit one:
+    // 76284 = 4 * 19071, 104595 = 15 * 6973, 132186 = 6 * 22031, and
+    // 25690 U + 53281 V = 25690 (U + V) + 27591 V.
+    const __m512i y4 = _mm512_maddubs_epi16(yuy2, _mm512_set1_epi32(0x00040004));  // 4 Y0 | 4 Y1 << 16
+    const __m512i luma0 = _mm512_madd_epi16(y4, Pair16(19071, 0));
+    const __m512i luma1 = _mm512_madd_epi16(y4, Pair16(0, 19071));
+    const __m512i uv_scaled = _mm512_maddubs_epi16(yuy2, _mm512_set1_epi32(0x0F000600));  // 6 U | 15 V << 16
+    const __m512i red = _mm512_add_epi32(_mm512_madd_epi16(uv_scaled, Pair16(0, 6973)), _mm512_set1_epi32(kRedOffset));
+    const __m512i blue = _mm512_add_epi32(_mm512_madd_epi16(uv_scaled, Pair16(22031, 0)), _mm512_set1_epi32(kBlueOffset));
+    const __m512i uv_v = _mm512_maddubs_epi16(_mm512_shuffle_epi8(yuy2, UVVMask512()), _mm512_set1_epi32(0x00010101));  // U + V | V << 16
+    const __m512i green = _mm512_add_epi32(_mm512_madd_epi16(uv_v, Pair16(-25690, -27591)), _mm512_set1_epi32(kGreenOffset));
 
-    const __m512i uv = _mm512_srli_epi16(yuy2, 8);  // U | V << 16
-    const __m512i v16 = _mm512_and_si512(uv, high_words);
-    const __m512i red = _mm512_add_epi32(_mm512_madd_epi16(uv, Pair16(0, -26477)),
-                                         _mm512_add_epi32(_mm512_add_epi32(v16, v16), _mm512_set1_epi32(kRedOffset)));
-    const __m512i green = _mm512_sub_epi32(_mm512_madd_epi16(uv, Pair16(-25690, 12255)),
-                                           _mm512_sub_epi32(v16, _mm512_set1_epi32(kGreenOffset)));
-    const __m512i blue = _mm512_add_epi32(_mm512_madd_epi16(uv, Pair16(1114, 0)),
-                                          _mm512_add_epi32(_mm512_slli_epi32(uv, 17), _mm512_set1_epi32(kBlueOffset)));
-
-    const __m512i r16 = _mm512_mask_blend_epi16(second_pixels, _mm512_srli_epi32(_mm512_add_epi32(luma0, red), 16),
-                                                _mm512_add_epi32(luma1, red));
-    const __m512i g16 = _mm512_mask_blend_epi16(second_pixels, _mm512_srli_epi32(_mm512_add_epi32(luma0, green), 16),
-                                                _mm512_add_epi32(luma1, green));
-    const __m512i b16 = _mm512_mask_blend_epi16(second_pixels, _mm512_srli_epi32(_mm512_add_epi32(luma0, blue), 16),
-                                                _mm512_add_epi32(luma1, blue));
+    const __m512i r16 =
+        _mm512_permutex2var_epi16(_mm512_add_epi32(luma0, red), merge, _mm512_add_epi32(luma1, red));
+    const __m512i g16 =
+        _mm512_permutex2var_epi16(_mm512_add_epi32(luma0, green), merge, _mm512_add_epi32(luma1, green));
+    const __m512i b16 =
+        _mm512_permutex2var_epi16(_mm512_add_epi32(luma0, blue), merge, _mm512_add_epi32(luma1, blue));
 
     const __m512i first_third = kRgba ? _mm512_packus_epi16(r16, b16) : _mm512_packus_epi16(b16, r16);
     const __m512i green_alpha = _mm512_packus_epi16(g16, alpha16);
