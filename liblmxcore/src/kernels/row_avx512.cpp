@@ -44,6 +44,7 @@ void YUY2ToFourChannelRow(const uint8_t* src, uint8_t* dst, int width, uint8_t a
       1, 33, 3, 35, 17, 49, 19, 51, 5, 37, 7, 39, 21, 53, 23, 55,
       9, 41, 11, 43, 25, 57, 27, 59, 13, 45, 15, 47, 29, 61, 31, 63};
   const __m512i merge = _mm512_load_si512(kMerge);
+#pragma GCC unroll 2
   for (int x = 0; x < width; x += 32, src += 64, dst += 128) {
     const __m512i yuy2 = _mm512_loadu_si512(src);
     // Luma and chroma bytes scaled in 16-bit words by byte madds (exact, far
