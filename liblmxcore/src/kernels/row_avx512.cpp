@@ -44,7 +44,6 @@ void YUY2ToFourChannelRow(const uint8_t* src, uint8_t* dst, int width, uint8_t a
       1, 33, 3, 35, 17, 49, 19, 51, 5, 37, 7, 39, 21, 53, 23, 55,
       9, 41, 11, 43, 25, 57, 27, 59, 13, 45, 15, 47, 29, 61, 31, 63};
   const __m512i merge = _mm512_load_si512(kMerge);
-#pragma GCC unroll 2
   for (int x = 0; x < width; x += 32, src += 64, dst += 128) {
     const __m512i yuy2 = _mm512_loadu_si512(src);
     // Luma and chroma bytes scaled in 16-bit words by byte madds (exact, far
@@ -83,6 +82,71 @@ void YUY2ToRGBARow_AVX512(const uint8_t* src, uint8_t* dst, int width, uint8_t a
   YUY2ToFourChannelRow<true>(src, dst, width, alpha);
 }
 
+// --- Channel swap ---------------------------------------------------------
+
+// 16 pixels per block: one byte shuffle per 64 bytes.
+void BGRAToRGBARow_AVX512(const uint8_t* src, uint8_t* dst, int width) {
+  const __m512i swap = _mm512_broadcast_i32x4(_mm_setr_epi8(2, 1, 0, 3, 6, 5, 4, 7, 10, 9, 8, 11, 14, 13, 12, 15));
+  for (int x = 0; x < width; x += 16, src += 64, dst += 64) {
+    _mm512_storeu_si512(dst, _mm512_shuffle_epi8(_mm512_loadu_si512(src), swap));
+  }
+}
+
+// --- Grey from colour ----------------------------------------------------------------
+
+// Float multiply and add, each rounded on its own: AVX-512F has fused
+// multiply-add, and the compiler may fuse a plain product and sum into one (a
+// single rounding, not the scalar row's result); the explicit-rounding forms are
+// never fused.
+inline __m512 Mul(__m512 a, __m512 b) { return _mm512_mul_round_ps(a, b, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC); }
+inline __m512 Add(__m512 a, __m512 b) { return _mm512_add_round_ps(a, b, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC); }
+
+// 16 pixels of four bytes (channels in memory order c0 c1 c2 x) to 16 grey
+// values in 32-bit lanes, with the float steps of the scalar row: the AVX2 body
+// (row_avx2.cpp) on 512 bits. Each channel is isolated in place by a mask and
+// its weight divided by the same power of two, so every product is exactly the
+// scalar row's.
+inline __m512i GreyOf16(__m512i pixels, __m512 w0, __m512 w1, __m512 w2) {
+  const __m512 f0 = _mm512_cvtepi32_ps(_mm512_and_si512(pixels, _mm512_set1_epi32(0xFF)));
+  const __m512 f1 = _mm512_cvtepi32_ps(_mm512_and_si512(pixels, _mm512_set1_epi32(0xFF00)));
+  const __m512 f2 = _mm512_cvtepi32_ps(_mm512_and_si512(pixels, _mm512_set1_epi32(0xFF0000)));
+  const __m512 sum = Add(Add(Mul(w0, f0), Mul(w1, f1)), Mul(w2, f2));
+  return _mm512_cvttps_epi32(Add(sum, _mm512_set1_ps(0.5f)));
+}
+
+// 16 pixels as four bytes each. Three-byte pixels: the group's 48 bytes by a
+// masked load (nothing past them is read), 12 bytes moved into each lane, then
+// spread to four bytes a pixel.
+template <int kBpp>
+inline __m512i LoadGreyGroup(const uint8_t* p) {
+  if constexpr (kBpp == 4) {
+    return _mm512_loadu_si512(p);
+  } else {
+    const __m512i lanes = _mm512_setr_epi32(0, 1, 2, 0, 3, 4, 5, 0, 6, 7, 8, 0, 9, 10, 11, 0);
+    const __m512i spread =
+        _mm512_broadcast_i32x4(_mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1));
+    const __m512i bytes = _mm512_maskz_loadu_epi8(0x0000FFFFFFFFFFFFull, p);
+    return _mm512_shuffle_epi8(_mm512_permutexvar_epi32(lanes, bytes), spread);
+  }
+}
+
+// 64 pixels per block, in four groups of 16; weights in memory order of the
+// channels. The packs work per lane; a dword permute puts the groups in order.
+template <int kBpp, bool kRgb>
+void GreyRow(const uint8_t* src, uint8_t* dst, int width) {
+  const __m512 w0 = _mm512_set1_ps(kRgb ? 0.299f : 0.114f), w1 = _mm512_set1_ps(0.587f / 256.0f),
+               w2 = _mm512_set1_ps((kRgb ? 0.114f : 0.299f) / 65536.0f);
+  const __m512i order = _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
+  for (int x = 0; x < width; x += 64, src += 64 * kBpp, dst += 64) {
+    const __m512i g0 = GreyOf16(LoadGreyGroup<kBpp>(src), w0, w1, w2);
+    const __m512i g1 = GreyOf16(LoadGreyGroup<kBpp>(src + 16 * kBpp), w0, w1, w2);
+    const __m512i g2 = GreyOf16(LoadGreyGroup<kBpp>(src + 32 * kBpp), w0, w1, w2);
+    const __m512i g3 = GreyOf16(LoadGreyGroup<kBpp>(src + 48 * kBpp), w0, w1, w2);
+    const __m512i packed = _mm512_packus_epi16(_mm512_packs_epi32(g0, g1), _mm512_packs_epi32(g2, g3));
+    _mm512_storeu_si512(dst, _mm512_permutexvar_epi32(order, packed));
+  }
+}
+
 }  // namespace
 
 void YUY2ToBGRARow_Any_AVX512(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
@@ -90,6 +154,21 @@ void YUY2ToBGRARow_Any_AVX512(const uint8_t* src, uint8_t* dst, int width, uint8
 }
 void YUY2ToRGBARow_Any_AVX512(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
   AnyYUY2Decode<YUY2ToRGBARow_AVX512, YUY2ToRGBARow_C, 32, 4>(src, dst, width, alpha);
+}
+void BGRAToRGBARow_Any_AVX512(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<BGRAToRGBARow_AVX512, 16, 4, 4>(src, dst, width);
+}
+void BGRAToY8Row_Any_AVX512(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<GreyRow<4, false>, 64, 4, 1>(src, dst, width);
+}
+void RGBAToY8Row_Any_AVX512(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<GreyRow<4, true>, 64, 4, 1>(src, dst, width);
+}
+void BGRToY8Row_Any_AVX512(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<GreyRow<3, false>, 64, 3, 1>(src, dst, width);
+}
+void RGBToY8Row_Any_AVX512(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<GreyRow<3, true>, 64, 3, 1>(src, dst, width);
 }
 
 }  // namespace lmx::kernels
