@@ -151,8 +151,8 @@ void RegisterAll() {
   // Each SIMD column allows its set and the ones below it: the best this
   // library does up to that set.
   if (k::DetectedCpuFeatures() & k::kCpuHasAVX2) variants.push_back({"AVX2", k::kCpuHasAVX2 | k::kCpuHasSSSE3});
-  if (k::DetectedCpuFeatures() & k::kCpuHasAVX512BW) {
-    variants.push_back({"AVX512", k::kCpuHasAVX512BW | k::kCpuHasAVX2 | k::kCpuHasSSSE3});
+  if (k::DetectedCpuFeatures() & k::kCpuHasAVX512BW) {  // with its extensions (VNNI) where present
+    variants.push_back({"AVX512", k::kCpuHasAVX512VNNI | k::kCpuHasAVX512BW | k::kCpuHasAVX2 | k::kCpuHasSSSE3});
   }
   const int sizes[][2] = {{640, 480}, {1920, 1080}};
   for (const Conversion& c : Conversions()) {

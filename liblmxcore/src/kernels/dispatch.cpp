@@ -127,11 +127,19 @@ RowKernels SelectRowKernels(uint32_t cpu_features) {
   if (cpu_features & kCpuHasAVX512BW) {
     k.yuy2_to_bgra = YUY2ToBGRARow_Any_AVX512;
     k.yuy2_to_rgba = YUY2ToRGBARow_Any_AVX512;
+    k.yuy2_to_bgr = YUY2ToBGRRow_Any_AVX512;
+    k.yuy2_to_rgb = YUY2ToRGBRow_Any_AVX512;
     k.swap_rb4 = BGRAToRGBARow_Any_AVX512;
     k.bgra_to_y8 = BGRAToY8Row_Any_AVX512;
     k.rgba_to_y8 = RGBAToY8Row_Any_AVX512;
     k.bgr_to_y8 = BGRToY8Row_Any_AVX512;
     k.rgb_to_y8 = RGBToY8Row_Any_AVX512;
+  }
+  if (cpu_features & kCpuHasAVX512VNNI) {
+    k.yuy2_to_bgra = YUY2ToBGRARow_Any_AVX512VNNI;
+    k.yuy2_to_rgba = YUY2ToRGBARow_Any_AVX512VNNI;
+    k.yuy2_to_bgr = YUY2ToBGRRow_Any_AVX512VNNI;
+    k.yuy2_to_rgb = YUY2ToRGBRow_Any_AVX512VNNI;
   }
   return k;
 }

@@ -18,60 +18,71 @@ inline __m512i Pair16(int16_t low, int16_t high) {
                                                 static_cast<uint16_t>(low)));
 }
 
+// The same 16 bytes in each 128-bit lane. (The zero-masked broadcast: GCC's
+// plain one starts from an "undefined" register that -Wuninitialized flags.)
+inline __m512i EachLane(__m128i bytes) { return _mm512_maskz_broadcast_i32x4(0xFFFF, bytes); }
+
 // Byte shuffle mask giving U V V 0 in every 32-bit lane of YUY2 dwords.
 inline __m512i UVVMask512() {
-  return _mm512_broadcast_i32x4(_mm_setr_epi8(1, 3, 3, -128, 5, 7, 7, -128, 9, 11, 11, -128, 13, 15, 15, -128));
+  return EachLane(_mm_setr_epi8(1, 3, 3, -128, 5, 7, 7, -128, 9, 11, 11, -128, 13, 15, 15, -128));
 }
 
 constexpr int32_t kRedOffset = -104595 * 128 - 1187776;  // as in row_avx2.cpp
 constexpr int32_t kGreenOffset = (25690 + 53281) * 128 - 1187776;
 constexpr int32_t kBlueOffset = -132186 * 128 - 1187776;
 
-// 32 pixels per block (64 source bytes, 128 destination bytes). The arithmetic
-// is the AVX2 body's (row_avx2.cpp: one 32-bit lane per pixel pair, exact sums,
-// floor by the high 16-bit halves) on all four 128-bit lanes. The source's
-// 64-bit quarters are taken in the order 0 4 1 5 2 6 3 7, so lane i holds
-// pixels 4i to 4i + 3 and 16 + 4i to 16 + 4i + 3, and the per-lane unpacks at
-// the end give pixels 0-15 and 16-31 in order.
+// Word i of a decoded channel: the high word of the pair sum of its pixel, from
+// the first-pixel sums (index < 32) or the second-pixel ones (index >= 32),
+// ordered so that lane j holds pixels 4j to 4j + 3 and 16 + 4j to 16 + 4j + 3:
+// the per-lane packs and unpacks at the end then give pixels 0-15 and 16-31.
+alignas(64) constexpr uint16_t kMergePixels[32] = {1, 33, 3, 35, 17, 49, 19, 51, 5, 37, 7, 39, 21, 53, 23, 55,
+                                                   9, 41, 11, 43, 25, 57, 27, 59, 13, 45, 15, 47, 29, 61, 31, 63};
+
+// Decodes 32 pixels (64 YUY2 bytes) into pixels 0-15 (`px_lo`) and 16-31
+// (`px_hi`) of four bytes. The arithmetic is the AVX2 body's (row_avx2.cpp: one
+// 32-bit lane per pixel pair, exact sums, floor by the high 16-bit halves) on
+// all four 128-bit lanes; one two-source word permute per channel takes the
+// high halves of both pixels' sums.
+template <bool kRgba>
+inline void DecodeYUY2x32(const uint8_t* src, __m512i merge, __m512i alpha16, __m512i* px_lo, __m512i* px_hi) {
+  const __m512i yuy2 = _mm512_loadu_si512(src);
+  // Luma and chroma bytes scaled in 16-bit words by byte madds (exact, far from
+  // saturation), so that every coefficient of the formula is a 16-bit one:
+  // 76284 = 4 * 19071, 104595 = 15 * 6973, 132186 = 6 * 22031, and
+  // 25690 U + 53281 V = 25690 (U + V) + 27591 V.
+  const __m512i y4 = _mm512_maddubs_epi16(yuy2, _mm512_set1_epi32(0x00040004));  // 4 Y0 | 4 Y1 << 16
+  const __m512i luma0 = _mm512_madd_epi16(y4, Pair16(19071, 0));
+  const __m512i luma1 = _mm512_madd_epi16(y4, Pair16(0, 19071));
+  const __m512i uv_scaled = _mm512_maddubs_epi16(yuy2, _mm512_set1_epi32(0x0F000600));  // 6 U | 15 V << 16
+  const __m512i red = _mm512_add_epi32(_mm512_madd_epi16(uv_scaled, Pair16(0, 6973)), _mm512_set1_epi32(kRedOffset));
+  const __m512i blue = _mm512_add_epi32(_mm512_madd_epi16(uv_scaled, Pair16(22031, 0)), _mm512_set1_epi32(kBlueOffset));
+  const __m512i uv_v =  // U + V | V << 16
+      _mm512_maddubs_epi16(_mm512_shuffle_epi8(yuy2, UVVMask512()), _mm512_set1_epi32(0x00010101));
+  const __m512i green =
+      _mm512_add_epi32(_mm512_madd_epi16(uv_v, Pair16(-25690, -27591)), _mm512_set1_epi32(kGreenOffset));
+
+  const __m512i r16 = _mm512_permutex2var_epi16(_mm512_add_epi32(luma0, red), merge, _mm512_add_epi32(luma1, red));
+  const __m512i g16 = _mm512_permutex2var_epi16(_mm512_add_epi32(luma0, green), merge, _mm512_add_epi32(luma1, green));
+  const __m512i b16 = _mm512_permutex2var_epi16(_mm512_add_epi32(luma0, blue), merge, _mm512_add_epi32(luma1, blue));
+
+  const __m512i first_third = kRgba ? _mm512_packus_epi16(r16, b16) : _mm512_packus_epi16(b16, r16);
+  const __m512i green_alpha = _mm512_packus_epi16(g16, alpha16);
+  const __m512i c01 = _mm512_unpacklo_epi8(first_third, green_alpha);
+  const __m512i c23 = _mm512_unpackhi_epi8(first_third, green_alpha);
+  *px_lo = _mm512_unpacklo_epi16(c01, c23);
+  *px_hi = _mm512_unpackhi_epi16(c01, c23);
+}
+
+// 32 pixels per block (64 source bytes, 128 destination bytes).
 template <bool kRgba>
 void YUY2ToFourChannelRow(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
   const __m512i alpha16 = _mm512_set1_epi16(alpha);
-  // Word i of a channel: the high word of the pair sum of its pixel, taken from
-  // the first-pixel sums (index < 32) or the second-pixel ones (index >= 32),
-  // pixels ordered per lane as the packs and unpacks below need them: lane j
-  // gets pixels 4j to 4j + 3 and 16 + 4j to 16 + 4j + 3.
-  alignas(64) static constexpr uint16_t kMerge[32] = {
-      1, 33, 3, 35, 17, 49, 19, 51, 5, 37, 7, 39, 21, 53, 23, 55,
-      9, 41, 11, 43, 25, 57, 27, 59, 13, 45, 15, 47, 29, 61, 31, 63};
-  const __m512i merge = _mm512_load_si512(kMerge);
+  const __m512i merge = _mm512_load_si512(kMergePixels);
   for (int x = 0; x < width; x += 32, src += 64, dst += 128) {
-    const __m512i yuy2 = _mm512_loadu_si512(src);
-    // Luma and chroma bytes scaled in 16-bit words by byte madds (exact, far
-    // from saturation), so that every coefficient of the formula is a 16-bit one:
-    // 76284 = 4 * 19071, 104595 = 15 * 6973, 132186 = 6 * 22031, and
-    // 25690 U + 53281 V = 25690 (U + V) + 27591 V.
-    const __m512i y4 = _mm512_maddubs_epi16(yuy2, _mm512_set1_epi32(0x00040004));  // 4 Y0 | 4 Y1 << 16
-    const __m512i luma0 = _mm512_madd_epi16(y4, Pair16(19071, 0));
-    const __m512i luma1 = _mm512_madd_epi16(y4, Pair16(0, 19071));
-    const __m512i uv_scaled = _mm512_maddubs_epi16(yuy2, _mm512_set1_epi32(0x0F000600));  // 6 U | 15 V << 16
-    const __m512i red = _mm512_add_epi32(_mm512_madd_epi16(uv_scaled, Pair16(0, 6973)), _mm512_set1_epi32(kRedOffset));
-    const __m512i blue = _mm512_add_epi32(_mm512_madd_epi16(uv_scaled, Pair16(22031, 0)), _mm512_set1_epi32(kBlueOffset));
-    const __m512i uv_v = _mm512_maddubs_epi16(_mm512_shuffle_epi8(yuy2, UVVMask512()), _mm512_set1_epi32(0x00010101));  // U + V | V << 16
-    const __m512i green = _mm512_add_epi32(_mm512_madd_epi16(uv_v, Pair16(-25690, -27591)), _mm512_set1_epi32(kGreenOffset));
-
-    const __m512i r16 =
-        _mm512_permutex2var_epi16(_mm512_add_epi32(luma0, red), merge, _mm512_add_epi32(luma1, red));
-    const __m512i g16 =
-        _mm512_permutex2var_epi16(_mm512_add_epi32(luma0, green), merge, _mm512_add_epi32(luma1, green));
-    const __m512i b16 =
-        _mm512_permutex2var_epi16(_mm512_add_epi32(luma0, blue), merge, _mm512_add_epi32(luma1, blue));
-
-    const __m512i first_third = kRgba ? _mm512_packus_epi16(r16, b16) : _mm512_packus_epi16(b16, r16);
-    const __m512i green_alpha = _mm512_packus_epi16(g16, alpha16);
-    const __m512i c01 = _mm512_unpacklo_epi8(first_third, green_alpha);
-    const __m512i c23 = _mm512_unpackhi_epi8(first_third, green_alpha);
-    _mm512_storeu_si512(dst, _mm512_unpacklo_epi16(c01, c23));
-    _mm512_storeu_si512(dst + 64, _mm512_unpackhi_epi16(c01, c23));
+    __m512i lo, hi;
+    DecodeYUY2x32<kRgba>(src, merge, alpha16, &lo, &hi);
+    _mm512_storeu_si512(dst, lo);
+    _mm512_storeu_si512(dst + 64, hi);
   }
 }
 
@@ -82,11 +93,123 @@ void YUY2ToRGBARow_AVX512(const uint8_t* src, uint8_t* dst, int width, uint8_t a
   YUY2ToFourChannelRow<true>(src, dst, width, alpha);
 }
 
+// 32 pixels per block (64 source bytes, 96 destination bytes): decoded to four
+// channels, the alpha bytes squeezed out of each lane (12 bytes at its bottom),
+// then the 32-bit groups gathered: the first 64 bytes of output from all of the
+// first register and the start of the second, the last 32 from the second.
+template <bool kRgb>
+void YUY2ToThreeChannelRow(const uint8_t* src, uint8_t* dst, int width) {
+  const __m512i squeeze =
+      EachLane(_mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
+  const __m512i gather_first = _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 16, 17, 18, 20);
+  const __m512i gather_rest = _mm512_setr_epi32(5, 6, 8, 9, 10, 12, 13, 14, 0, 0, 0, 0, 0, 0, 0, 0);
+  const __m512i merge = _mm512_load_si512(kMergePixels);
+  const __m512i alpha16 = _mm512_setzero_si512();
+  for (int x = 0; x < width; x += 32, src += 64, dst += 96) {
+    __m512i lo, hi;
+    DecodeYUY2x32<kRgb>(src, merge, alpha16, &lo, &hi);
+    lo = _mm512_shuffle_epi8(lo, squeeze);
+    hi = _mm512_shuffle_epi8(hi, squeeze);
+    _mm512_storeu_si512(dst, _mm512_permutex2var_epi32(lo, gather_first, hi));
+    _mm512_mask_storeu_epi32(dst + 64, 0x00FF, _mm512_maskz_permutexvar_epi32(0x00FF, gather_rest, hi));
+  }
+}
+
+void YUY2ToBGRRow_AVX512(const uint8_t* src, uint8_t* dst, int width) {
+  YUY2ToThreeChannelRow<false>(src, dst, width);
+}
+void YUY2ToRGBRow_AVX512(const uint8_t* src, uint8_t* dst, int width) {
+  YUY2ToThreeChannelRow<true>(src, dst, width);
+}
+
+// --- YUY2 to colour with AVX-512 VNNI ------------------------------------------------
+
+// Every function of this part carries the VNNI target (so they inline into each
+// other) and runs only when the processor has it (kCpuHasAVX512VNNI).
+#define LMX_VNNI __attribute__((target("avx512vnni")))
+
+// The decode of DecodeYUY2x32 with each dot product and its 32-bit addend in one
+// instruction (vpdpwssd; exact, it does not saturate): the offsets are the
+// chroma sums' addends, the chroma sums the luma products' ones.
+template <bool kRgba>
+LMX_VNNI inline void DecodeYUY2x32Vnni(const uint8_t* src, __m512i merge,
+                                                                    __m512i alpha16, __m512i* px_lo,
+                                                                    __m512i* px_hi) {
+  const __m512i yuy2 = _mm512_loadu_si512(src);
+  const __m512i y4 = _mm512_maddubs_epi16(yuy2, _mm512_set1_epi32(0x00040004));  // 4 Y0 | 4 Y1 << 16
+  const __m512i uv_scaled = _mm512_maddubs_epi16(yuy2, _mm512_set1_epi32(0x0F000600));  // 6 U | 15 V << 16
+  const __m512i uv_v =  // U + V | V << 16
+      _mm512_maddubs_epi16(_mm512_shuffle_epi8(yuy2, UVVMask512()), _mm512_set1_epi32(0x00010101));
+  const __m512i red = _mm512_dpwssd_epi32(_mm512_set1_epi32(kRedOffset), uv_scaled, Pair16(0, 6973));
+  const __m512i blue = _mm512_dpwssd_epi32(_mm512_set1_epi32(kBlueOffset), uv_scaled, Pair16(22031, 0));
+  const __m512i green = _mm512_dpwssd_epi32(_mm512_set1_epi32(kGreenOffset), uv_v, Pair16(-25690, -27591));
+
+  const __m512i first = Pair16(19071, 0), second = Pair16(0, 19071);  // luma of the pair's first, second pixel
+  const __m512i r16 = _mm512_permutex2var_epi16(_mm512_dpwssd_epi32(red, y4, first), merge,
+                                                _mm512_dpwssd_epi32(red, y4, second));
+  const __m512i g16 = _mm512_permutex2var_epi16(_mm512_dpwssd_epi32(green, y4, first), merge,
+                                                _mm512_dpwssd_epi32(green, y4, second));
+  const __m512i b16 = _mm512_permutex2var_epi16(_mm512_dpwssd_epi32(blue, y4, first), merge,
+                                                _mm512_dpwssd_epi32(blue, y4, second));
+
+  const __m512i first_third = kRgba ? _mm512_packus_epi16(r16, b16) : _mm512_packus_epi16(b16, r16);
+  const __m512i green_alpha = _mm512_packus_epi16(g16, alpha16);
+  const __m512i c01 = _mm512_unpacklo_epi8(first_third, green_alpha);
+  const __m512i c23 = _mm512_unpackhi_epi8(first_third, green_alpha);
+  *px_lo = _mm512_unpacklo_epi16(c01, c23);
+  *px_hi = _mm512_unpackhi_epi16(c01, c23);
+}
+
+// The rows of YUY2ToFourChannelRow and YUY2ToThreeChannelRow with that decode.
+template <bool kRgba>
+LMX_VNNI void YUY2ToFourChannelRowVnni(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
+  const __m512i alpha16 = _mm512_set1_epi16(alpha);
+  const __m512i merge = _mm512_load_si512(kMergePixels);
+  for (int x = 0; x < width; x += 32, src += 64, dst += 128) {
+    __m512i lo, hi;
+    DecodeYUY2x32Vnni<kRgba>(src, merge, alpha16, &lo, &hi);
+    _mm512_storeu_si512(dst, lo);
+    _mm512_storeu_si512(dst + 64, hi);
+  }
+}
+
+template <bool kRgb>
+LMX_VNNI void YUY2ToThreeChannelRowVnni(const uint8_t* src, uint8_t* dst, int width) {
+  const __m512i squeeze = EachLane(_mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
+  const __m512i gather_first = _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 16, 17, 18, 20);
+  const __m512i gather_rest = _mm512_setr_epi32(5, 6, 8, 9, 10, 12, 13, 14, 0, 0, 0, 0, 0, 0, 0, 0);
+  const __m512i merge = _mm512_load_si512(kMergePixels);
+  const __m512i alpha16 = _mm512_setzero_si512();
+  for (int x = 0; x < width; x += 32, src += 64, dst += 96) {
+    __m512i lo, hi;
+    DecodeYUY2x32Vnni<kRgb>(src, merge, alpha16, &lo, &hi);
+    lo = _mm512_shuffle_epi8(lo, squeeze);
+    hi = _mm512_shuffle_epi8(hi, squeeze);
+    _mm512_storeu_si512(dst, _mm512_permutex2var_epi32(lo, gather_first, hi));
+    _mm512_mask_storeu_epi32(dst + 64, 0x00FF, _mm512_maskz_permutexvar_epi32(0x00FF, gather_rest, hi));
+  }
+}
+
+LMX_VNNI void YUY2ToBGRARow_AVX512VNNI(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
+  YUY2ToFourChannelRowVnni<false>(src, dst, width, alpha);
+}
+LMX_VNNI void YUY2ToRGBARow_AVX512VNNI(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
+  YUY2ToFourChannelRowVnni<true>(src, dst, width, alpha);
+}
+LMX_VNNI void YUY2ToBGRRow_AVX512VNNI(const uint8_t* src, uint8_t* dst, int width) {
+  YUY2ToThreeChannelRowVnni<false>(src, dst, width);
+}
+LMX_VNNI void YUY2ToRGBRow_AVX512VNNI(const uint8_t* src, uint8_t* dst, int width) {
+  YUY2ToThreeChannelRowVnni<true>(src, dst, width);
+}
+
+#undef LMX_VNNI
+
 // --- Channel swap ---------------------------------------------------------
 
 // 16 pixels per block: one byte shuffle per 64 bytes.
 void BGRAToRGBARow_AVX512(const uint8_t* src, uint8_t* dst, int width) {
-  const __m512i swap = _mm512_broadcast_i32x4(_mm_setr_epi8(2, 1, 0, 3, 6, 5, 4, 7, 10, 9, 8, 11, 14, 13, 12, 15));
+  const __m512i swap = EachLane(_mm_setr_epi8(2, 1, 0, 3, 6, 5, 4, 7, 10, 9, 8, 11, 14, 13, 12, 15));
   for (int x = 0; x < width; x += 16, src += 64, dst += 64) {
     _mm512_storeu_si512(dst, _mm512_shuffle_epi8(_mm512_loadu_si512(src), swap));
   }
@@ -124,7 +247,7 @@ inline __m512i LoadGreyGroup(const uint8_t* p) {
   } else {
     const __m512i lanes = _mm512_setr_epi32(0, 1, 2, 0, 3, 4, 5, 0, 6, 7, 8, 0, 9, 10, 11, 0);
     const __m512i spread =
-        _mm512_broadcast_i32x4(_mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1));
+        EachLane(_mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1));
     const __m512i bytes = _mm512_maskz_loadu_epi8(0x0000FFFFFFFFFFFFull, p);
     return _mm512_shuffle_epi8(_mm512_permutexvar_epi32(lanes, bytes), spread);
   }
@@ -154,6 +277,24 @@ void YUY2ToBGRARow_Any_AVX512(const uint8_t* src, uint8_t* dst, int width, uint8
 }
 void YUY2ToRGBARow_Any_AVX512(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
   AnyYUY2Decode<YUY2ToRGBARow_AVX512, YUY2ToRGBARow_C, 32, 4>(src, dst, width, alpha);
+}
+void YUY2ToBGRRow_Any_AVX512(const uint8_t* src, uint8_t* dst, int width) {
+  AnyYUY2Decode<YUY2ToBGRRow_AVX512, YUY2ToBGRRow_C, 32, 3>(src, dst, width);
+}
+void YUY2ToRGBRow_Any_AVX512(const uint8_t* src, uint8_t* dst, int width) {
+  AnyYUY2Decode<YUY2ToRGBRow_AVX512, YUY2ToRGBRow_C, 32, 3>(src, dst, width);
+}
+void YUY2ToBGRARow_Any_AVX512VNNI(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
+  AnyYUY2Decode<YUY2ToBGRARow_AVX512VNNI, YUY2ToBGRARow_C, 32, 4>(src, dst, width, alpha);
+}
+void YUY2ToRGBARow_Any_AVX512VNNI(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
+  AnyYUY2Decode<YUY2ToRGBARow_AVX512VNNI, YUY2ToRGBARow_C, 32, 4>(src, dst, width, alpha);
+}
+void YUY2ToBGRRow_Any_AVX512VNNI(const uint8_t* src, uint8_t* dst, int width) {
+  AnyYUY2Decode<YUY2ToBGRRow_AVX512VNNI, YUY2ToBGRRow_C, 32, 3>(src, dst, width);
+}
+void YUY2ToRGBRow_Any_AVX512VNNI(const uint8_t* src, uint8_t* dst, int width) {
+  AnyYUY2Decode<YUY2ToRGBRow_AVX512VNNI, YUY2ToRGBRow_C, 32, 3>(src, dst, width);
 }
 void BGRAToRGBARow_Any_AVX512(const uint8_t* src, uint8_t* dst, int width) {
   AnyRow<BGRAToRGBARow_AVX512, 16, 4, 4>(src, dst, width);

@@ -85,10 +85,19 @@ void RGBToY8Row_Any_AVX2(const uint8_t* src_rgb, uint8_t* dst_y, int width);
 
 void YUY2ToBGRARow_Any_AVX512(const uint8_t* src_yuy2, uint8_t* dst_bgra, int width, uint8_t alpha);
 void YUY2ToRGBARow_Any_AVX512(const uint8_t* src_yuy2, uint8_t* dst_rgba, int width, uint8_t alpha);
+void YUY2ToBGRRow_Any_AVX512(const uint8_t* src_yuy2, uint8_t* dst_bgr, int width);
+void YUY2ToRGBRow_Any_AVX512(const uint8_t* src_yuy2, uint8_t* dst_rgb, int width);
 void BGRAToRGBARow_Any_AVX512(const uint8_t* src, uint8_t* dst, int width);
 void BGRAToY8Row_Any_AVX512(const uint8_t* src_bgra, uint8_t* dst_y, int width);
 void RGBAToY8Row_Any_AVX512(const uint8_t* src_rgba, uint8_t* dst_y, int width);
 void BGRToY8Row_Any_AVX512(const uint8_t* src_bgr, uint8_t* dst_y, int width);
 void RGBToY8Row_Any_AVX512(const uint8_t* src_rgb, uint8_t* dst_y, int width);
+
+// --- AVX-512 with VNNI (row_avx512.cpp, target attribute) ---------------------------
+
+void YUY2ToBGRARow_Any_AVX512VNNI(const uint8_t* src_yuy2, uint8_t* dst_bgra, int width, uint8_t alpha);
+void YUY2ToRGBARow_Any_AVX512VNNI(const uint8_t* src_yuy2, uint8_t* dst_rgba, int width, uint8_t alpha);
+void YUY2ToBGRRow_Any_AVX512VNNI(const uint8_t* src_yuy2, uint8_t* dst_bgr, int width);
+void YUY2ToRGBRow_Any_AVX512VNNI(const uint8_t* src_yuy2, uint8_t* dst_rgb, int width);
 
 }  // namespace lmx::kernels
