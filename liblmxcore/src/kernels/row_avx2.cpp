@@ -40,13 +40,13 @@ constexpr int32_t kBlueOffset = -132186 * 128 - 1187776;
 // Decodes 16 pixels (32 YUY2 bytes) with every sum of the fixed-point formula
 // (ycc_math.h) formed exactly in 32 bits, one 32-bit lane per pixel pair (the
 // YUY2 dword Y0 U Y1 V):
-//   - the luma products of the pair's first and second pixel, each in its own
-//     register: 76284 Y = 4 * 19071 Y, a 16-bit madd and a shift;
-//   - the chroma terms with the offsets folded in, shared by both pixels; the
-//     coefficients above 16 bits split into shifts and 16-bit madds:
-//       104595 V = (V << 17) - 26477 V
-//       25690 U + 53281 V = 25690 U - 12255 V + (V << 16)
-//       132186 U = (U << 17) + 1114 U
+//   - byte madds scale the luma and chroma bytes into 16-bit words (exact, far
+//     from saturation) so that every coefficient is a 16-bit one: 76284 =
+//     4 * 19071, 104595 = 15 * 6973, 132186 = 6 * 22031, and 25690 U + 53281 V
+//     = 25690 (U + V) + 27591 V;
+//   - 16-bit madds then give the luma products of the pair's first and second
+//     pixel, each in its own register, and the chroma terms with the offsets
+//     added, shared by both pixels;
 //   - each channel's two sums floor-divided by 65536 by taking their high
 //     16-bit halves (the arithmetic shift the scalar row does): the first
 //     pixel's moved down, the second pixel's kept in place, one blend gives the
@@ -57,18 +57,18 @@ constexpr int32_t kBlueOffset = -132186 * 128 - 1187776;
 template <bool kRgba>
 inline void DecodeYUY2x16(const uint8_t* src, __m256i alpha16, __m256i* px_lo, __m256i* px_hi) {
   const __m256i yuy2 = _mm256_permute4x64_epi64(Load(src), 0xD8);
-  // Luma and chroma bytes scaled in 16-bit words by byte madds (exact, far
-  // from saturation), so that every coefficient of the formula is a 16-bit one:
-  // 76284 = 4 * 19071, 104595 = 15 * 6973, 132186 = 6 * 22031, and
-  // 25690 U + 53281 V = 25690 (U + V) + 27591 V.
   const __m256i y4 = _mm256_maddubs_epi16(yuy2, _mm256_set1_epi32(0x00040004));  // 4 Y0 | 4 Y1 << 16
   const __m256i luma0 = _mm256_madd_epi16(y4, Pair16(19071, 0));
   const __m256i luma1 = _mm256_madd_epi16(y4, Pair16(0, 19071));
   const __m256i uv_scaled = _mm256_maddubs_epi16(yuy2, _mm256_set1_epi32(0x0F000600));  // 6 U | 15 V << 16
-  const __m256i red = _mm256_add_epi32(_mm256_madd_epi16(uv_scaled, Pair16(0, 6973)), _mm256_set1_epi32(kRedOffset));
-  const __m256i blue = _mm256_add_epi32(_mm256_madd_epi16(uv_scaled, Pair16(22031, 0)), _mm256_set1_epi32(kBlueOffset));
-  const __m256i uv_v = _mm256_maddubs_epi16(_mm256_shuffle_epi8(yuy2, UVVMask256()), _mm256_set1_epi32(0x00010101));  // U + V | V << 16
-  const __m256i green = _mm256_add_epi32(_mm256_madd_epi16(uv_v, Pair16(-25690, -27591)), _mm256_set1_epi32(kGreenOffset));
+  const __m256i red =
+      _mm256_add_epi32(_mm256_madd_epi16(uv_scaled, Pair16(0, 6973)), _mm256_set1_epi32(kRedOffset));
+  const __m256i blue =
+      _mm256_add_epi32(_mm256_madd_epi16(uv_scaled, Pair16(22031, 0)), _mm256_set1_epi32(kBlueOffset));
+  const __m256i uv_v =  // U + V | V << 16
+      _mm256_maddubs_epi16(_mm256_shuffle_epi8(yuy2, UVVMask256()), _mm256_set1_epi32(0x00010101));
+  const __m256i green =
+      _mm256_add_epi32(_mm256_madd_epi16(uv_v, Pair16(-25690, -27591)), _mm256_set1_epi32(kGreenOffset));
 
   const __m256i r16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, red), 16),
                                          _mm256_add_epi32(luma1, red), 0xAA);

@@ -1,6 +1,7 @@
 // AVX-512 (F, BW) row bodies and their any-width entry points (row_simd.h). This
-// file alone is compiled with -mavx512f -mavx512bw -mavx512vl. Loads and stores
-// are unaligned, and no 512-bit value crosses a call that is not inlined (the
+// file alone is compiled with -mavx512f -mavx512bw -mavx512vl; the functions
+// that use VNNI as well carry it as a target attribute. Loads and stores are
+// unaligned, and no 512-bit value crosses a call that is not inlined (the
 // Windows x64 ABI does not align the stack for it).
 #include <immintrin.h>
 
@@ -27,7 +28,8 @@ inline __m512i UVVMask512() {
   return EachLane(_mm_setr_epi8(1, 3, 3, -128, 5, 7, 7, -128, 9, 11, 11, -128, 13, 15, 15, -128));
 }
 
-constexpr int32_t kRedOffset = -104595 * 128 - 1187776;  // as in row_avx2.cpp
+// The colour offsets with the chroma bias folded in, as in row_avx2.cpp.
+constexpr int32_t kRedOffset = -104595 * 128 - 1187776;
 constexpr int32_t kGreenOffset = (25690 + 53281) * 128 - 1187776;
 constexpr int32_t kBlueOffset = -132186 * 128 - 1187776;
 
@@ -54,8 +56,10 @@ inline void DecodeYUY2x32(const uint8_t* src, __m512i merge, __m512i alpha16, __
   const __m512i luma0 = _mm512_madd_epi16(y4, Pair16(19071, 0));
   const __m512i luma1 = _mm512_madd_epi16(y4, Pair16(0, 19071));
   const __m512i uv_scaled = _mm512_maddubs_epi16(yuy2, _mm512_set1_epi32(0x0F000600));  // 6 U | 15 V << 16
-  const __m512i red = _mm512_add_epi32(_mm512_madd_epi16(uv_scaled, Pair16(0, 6973)), _mm512_set1_epi32(kRedOffset));
-  const __m512i blue = _mm512_add_epi32(_mm512_madd_epi16(uv_scaled, Pair16(22031, 0)), _mm512_set1_epi32(kBlueOffset));
+  const __m512i red =
+      _mm512_add_epi32(_mm512_madd_epi16(uv_scaled, Pair16(0, 6973)), _mm512_set1_epi32(kRedOffset));
+  const __m512i blue =
+      _mm512_add_epi32(_mm512_madd_epi16(uv_scaled, Pair16(22031, 0)), _mm512_set1_epi32(kBlueOffset));
   const __m512i uv_v =  // U + V | V << 16
       _mm512_maddubs_epi16(_mm512_shuffle_epi8(yuy2, UVVMask512()), _mm512_set1_epi32(0x00010101));
   const __m512i green =
@@ -132,9 +136,8 @@ void YUY2ToRGBRow_AVX512(const uint8_t* src, uint8_t* dst, int width) {
 // instruction (vpdpwssd; exact, it does not saturate): the offsets are the
 // chroma sums' addends, the chroma sums the luma products' ones.
 template <bool kRgba>
-LMX_VNNI inline void DecodeYUY2x32Vnni(const uint8_t* src, __m512i merge,
-                                                                    __m512i alpha16, __m512i* px_lo,
-                                                                    __m512i* px_hi) {
+LMX_VNNI inline void DecodeYUY2x32Vnni(const uint8_t* src, __m512i merge, __m512i alpha16, __m512i* px_lo,
+                                       __m512i* px_hi) {
   const __m512i yuy2 = _mm512_loadu_si512(src);
   const __m512i y4 = _mm512_maddubs_epi16(yuy2, _mm512_set1_epi32(0x00040004));  // 4 Y0 | 4 Y1 << 16
   const __m512i uv_scaled = _mm512_maddubs_epi16(yuy2, _mm512_set1_epi32(0x0F000600));  // 6 U | 15 V << 16
@@ -221,8 +224,9 @@ void BGRAToRGBARow_AVX512(const uint8_t* src, uint8_t* dst, int width) {
 // multiply-add, and the compiler may fuse a plain product and sum into one (a
 // single rounding, not the scalar row's result); the explicit-rounding forms are
 // never fused.
-inline __m512 Mul(__m512 a, __m512 b) { return _mm512_mul_round_ps(a, b, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC); }
-inline __m512 Add(__m512 a, __m512 b) { return _mm512_add_round_ps(a, b, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC); }
+constexpr int kNearest = _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC;
+inline __m512 Mul(__m512 a, __m512 b) { return _mm512_mul_round_ps(a, b, kNearest); }
+inline __m512 Add(__m512 a, __m512 b) { return _mm512_add_round_ps(a, b, kNearest); }
 
 // 16 pixels of four bytes (channels in memory order c0 c1 c2 x) to 16 grey
 // values in 32-bit lanes, with the float steps of the scalar row: the AVX2 body
