@@ -42,7 +42,14 @@ std::vector<Conversion> Conversions() {
        [](F& f) { libyuv::YUY2ToARGB(f.s(), 2 * f.width, f.d(), 4 * f.width, f.width, f.height); }},
       {"YUY2ToRGBA", 2, 4, [](F& f) { k::YUY2ToRGBA(f.s(), 2 * f.width, f.d(), 4 * f.width, f.width, f.height, 255); },
        [](F& f) { libyuv::YUY2ToARGB(f.s(), 2 * f.width, f.d(), 4 * f.width, f.width, f.height); }},
-      {"YUY2ToBGR", 2, 3, [](F& f) { k::YUY2ToBGR(f.s(), 2 * f.width, f.d(), 3 * f.width, f.width, f.height); }, {}},
+      // The anchor has no packed 4:2:2 to three-channel conversion; its planar
+      // 4:2:2 one reads the same bytes and writes the same colour.
+      {"YUY2ToBGR", 2, 3, [](F& f) { k::YUY2ToBGR(f.s(), 2 * f.width, f.d(), 3 * f.width, f.width, f.height); },
+       [](F& f) {
+         const size_t luma = static_cast<size_t>(f.width) * f.height;
+         libyuv::I422ToRGB24(f.s(), f.width, f.s() + luma, f.width / 2, f.s() + luma + luma / 2, f.width / 2, f.d(),
+                             3 * f.width, f.width, f.height);
+       }},
       {"BGRAToYUY2", 4, 2, [](F& f) { k::BGRAToYUY2(f.s(), 4 * f.width, f.d(), 2 * f.width, f.width, f.height); },
        [](F& f) { libyuv::ARGBToYUY2(f.s(), 4 * f.width, f.d(), 2 * f.width, f.width, f.height); }},
       {"BGRToYUY2", 3, 2, [](F& f) { k::BGRToYUY2(f.s(), 3 * f.width, f.d(), 2 * f.width, f.width, f.height); }, {}},
@@ -166,8 +173,8 @@ void RegisterAll() {
   // Each SIMD column allows its set and the ones below it: the best this
   // library does up to that set.
   if (k::DetectedCpuFeatures() & k::kCpuHasAVX2) variants.push_back({"AVX2", k::kCpuHasAVX2 | k::kCpuHasSSSE3});
-  if (k::DetectedCpuFeatures() & k::kCpuHasAVX512BW) {
-    variants.push_back({"AVX512", k::kCpuHasAVX512BW | k::kCpuHasAVX2 | k::kCpuHasSSSE3});
+  if (k::DetectedCpuFeatures() & k::kCpuHasAVX512BW) {  // with its extensions (VNNI) where present
+    variants.push_back({"AVX512", k::kCpuHasAVX512VNNI | k::kCpuHasAVX512BW | k::kCpuHasAVX2 | k::kCpuHasSSSE3});
   }
   const int sizes[][2] = {{640, 480}, {1920, 1080}};
   for (const Conversion& c : Conversions()) {

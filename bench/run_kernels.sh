@@ -3,7 +3,9 @@
 # it once and prints, per conversion and size, the time of each variant and the
 # ratios: ours (fastest variant) against the anchor (libyuv, or memcpy for plane
 # copy; above 1 means we are slower) and each SIMD variant's speed-up over C.
-# Extra arguments go to the benchmark (e.g. --benchmark_filter=YUY2).
+# Extra arguments go to the benchmark (e.g. --benchmark_filter=YUY2); with
+# --benchmark_repetitions=N each time is the fastest of the N (on a shared
+# machine the least disturbed), best with --benchmark_enable_random_interleaving.
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 build="$root/build/bench"
@@ -20,8 +22,11 @@ import json, sys
 from collections import OrderedDict
 rows = OrderedDict()
 for b in json.load(open(sys.argv[1]))["benchmarks"]:
+    if b.get("run_type") == "aggregate":
+        continue
     conv, size, variant = b["name"].split("/")[:3]
-    rows.setdefault((conv, size), {})[variant] = b["real_time"]  # microseconds
+    times = rows.setdefault((conv, size), {})  # microseconds; the fastest of repetitions
+    times[variant] = min(times.get(variant, b["real_time"]), b["real_time"])
 cols = ["C", "SSSE3", "AVX2", "AVX512"]
 print(f"{'conversion':<14}{'size':>10}" + "".join(f"{c + ' us':>11}" for c in cols) +
       f"{'anchor us':>11}{'ours/anchor':>13}{'SSSE3/C':>9}{'AVX2/C':>8}{'AVX512/C':>10}")

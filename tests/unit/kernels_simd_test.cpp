@@ -196,7 +196,8 @@ struct Variant {
 
 std::vector<Variant> AvailableVariants() {
   std::vector<Variant> out;
-  for (Variant v : {Variant{kCpuHasSSSE3, "SSSE3"}, Variant{kCpuHasAVX2, "AVX2"}, Variant{kCpuHasAVX512BW, "AVX512"}}) {
+  for (Variant v : {Variant{kCpuHasSSSE3, "SSSE3"}, Variant{kCpuHasAVX2, "AVX2"}, Variant{kCpuHasAVX512BW, "AVX512"},
+                    Variant{kCpuHasAVX512VNNI, "AVX512VNNI"}}) {
     if (DetectedCpuFeatures() & v.feature) out.push_back(v);
   }
   return out;
@@ -340,6 +341,7 @@ TEST(SimdKernels, DetectionIsStableAndMaskRestrictsIt) {
   EXPECT_EQ(DetectedCpuFeatures(), detected);
   // Each set implies the ones below it.
   auto implies = [detected](uint32_t higher, uint32_t lower) { return !(detected & higher) || (detected & lower); };
+  EXPECT_TRUE(implies(kCpuHasAVX512VNNI, kCpuHasAVX512BW));
   EXPECT_TRUE(implies(kCpuHasAVX512BW, kCpuHasAVX2));
   EXPECT_TRUE(implies(kCpuHasAVX2, kCpuHasSSE41));
   EXPECT_TRUE(implies(kCpuHasSSE41, kCpuHasSSSE3));

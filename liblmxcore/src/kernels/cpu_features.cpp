@@ -55,6 +55,7 @@ uint32_t Detect() {
   const bool avx512bw = (leaf7.ebx & (1u << 30)) != 0;
   const bool avx512vl = (leaf7.ebx & (1u << 31)) != 0;
   if ((features & kCpuHasAVX2) && avx512f && avx512bw && avx512vl && os_saves_zmm) features |= kCpuHasAVX512BW;
+  if ((features & kCpuHasAVX512BW) && (leaf7.ecx & (1u << 11))) features |= kCpuHasAVX512VNNI;
   return features;
 }
 

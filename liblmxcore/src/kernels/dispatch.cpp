@@ -102,11 +102,15 @@ RowKernels SelectRowKernels(uint32_t cpu_features) {
   if (cpu_features & kCpuHasAVX2) {
     k.yuy2_to_bgra = YUY2ToBGRARow_Any_AVX2;
     k.yuy2_to_rgba = YUY2ToRGBARow_Any_AVX2;
+    k.yuy2_to_bgr = YUY2ToBGRRow_Any_AVX2;
+    k.yuy2_to_rgb = YUY2ToRGBRow_Any_AVX2;
     k.yuy2_to_y8 = YUY2ToY8Row_Any_AVX2;
     k.yuy2_to_uv = YUY2ToUVRow_Any_AVX2;
     k.nv12_to_yuy2 = NV12ToYUY2Row_Any_AVX2;
     k.bgra_to_yuy2 = BGRAToYUY2Row_Any_AVX2;
     k.rgba_to_yuy2 = RGBAToYUY2Row_Any_AVX2;
+    k.bgr_to_yuy2 = BGRToYUY2Row_Any_AVX2;
+    k.rgb_to_yuy2 = RGBToYUY2Row_Any_AVX2;
     k.swap_rb4 = BGRAToRGBARow_Any_AVX2;
     k.y8_to_y16 = Y8ToY16Row_Any_AVX2;
     k.y16_to_y8 = Y16ToY8Row_Any_AVX2;
@@ -132,6 +136,20 @@ RowKernels SelectRowKernels(uint32_t cpu_features) {
     k.mirror2 = MirrorRow2_Any_AVX512;
     k.mirror4 = MirrorRow4_Any_AVX512;
     k.mirror8 = MirrorRow8_Any_AVX512;
+    k.yuy2_to_bgr = YUY2ToBGRRow_Any_AVX512;
+    k.yuy2_to_rgb = YUY2ToRGBRow_Any_AVX512;
+    k.swap_rb4 = BGRAToRGBARow_Any_AVX512;
+    k.bgra_to_y8 = BGRAToY8Row_Any_AVX512;
+    k.rgba_to_y8 = RGBAToY8Row_Any_AVX512;
+    k.bgr_to_y8 = BGRToY8Row_Any_AVX512;
+    k.rgb_to_y8 = RGBToY8Row_Any_AVX512;
+  }
+  // VNNI rows also use AVX-512BW, so a mask that drops BW drops them too.
+  if ((cpu_features & kCpuHasAVX512BW) && (cpu_features & kCpuHasAVX512VNNI)) {
+    k.yuy2_to_bgra = YUY2ToBGRARow_Any_AVX512VNNI;
+    k.yuy2_to_rgba = YUY2ToRGBARow_Any_AVX512VNNI;
+    k.yuy2_to_bgr = YUY2ToBGRRow_Any_AVX512VNNI;
+    k.yuy2_to_rgb = YUY2ToRGBRow_Any_AVX512VNNI;
   }
   return k;
 }

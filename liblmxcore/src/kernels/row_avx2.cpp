@@ -22,58 +22,79 @@ inline __m256i Pair16(int16_t low, int16_t high) {
                                                 static_cast<uint16_t>(low)));
 }
 
+// Byte shuffle mask giving U V V 0 in every 32-bit lane of YUY2 dwords.
+inline __m256i UVVMask256() {
+  return _mm256_setr_epi8(1, 3, 3, -128, 5, 7, 7, -128, 9, 11, 11, -128, 13, 15, 15, -128,  //
+                         1, 3, 3, -128, 5, 7, 7, -128, 9, 11, 11, -128, 13, 15, 15, -128);
+}
+
 // --- YUY2 to colour ----------------------------------------------------------------
 
-// 16 pixels per block (32 source bytes, 64 destination bytes), with every sum of
-// the fixed-point formula (ycc_math.h) formed exactly in 32 bits, one 32-bit
-// lane per pixel pair (the YUY2 dword Y0 U Y1 V):
-//   - the luma terms of the pair's first and second pixel, 76284 Y, each in
-//     its own register: (Y << 16) + 10748 Y with 10748 Y from _mm256_madd_epi16;
-//   - the chroma terms with the offset folded in, shared by both pixels: the
-//     coefficients above 16 bits split into shifts and 16-bit madds as in the
-//     SSSE3 body (row_ssse3.cpp);
+// The colour constants of ycc_math.h with the chroma bias of 128 folded in, so
+// that U and V enter as the unsigned bytes: each channel's chroma term plus this
+// offset is the formula's sum minus the luma product.
+constexpr int32_t kRedOffset = -104595 * 128 - 1187776;
+constexpr int32_t kGreenOffset = (25690 + 53281) * 128 - 1187776;
+constexpr int32_t kBlueOffset = -132186 * 128 - 1187776;
+
+// Decodes 16 pixels (32 YUY2 bytes) with every sum of the fixed-point formula
+// (ycc_math.h) formed exactly in 32 bits, one 32-bit lane per pixel pair (the
+// YUY2 dword Y0 U Y1 V):
+//   - byte madds scale the luma and chroma bytes into 16-bit words (exact, far
+//     from saturation) so that every coefficient is a 16-bit one: 76284 =
+//     4 * 19071, 104595 = 15 * 6973, 132186 = 6 * 22031, and 25690 U + 53281 V
+//     = 25690 (U + V) + 27591 V;
+//   - 16-bit madds then give the luma products of the pair's first and second
+//     pixel, each in its own register, and the chroma terms with the offsets
+//     added, shared by both pixels;
 //   - each channel's two sums floor-divided by 65536 by taking their high
-//     16-bit halves (the arithmetic shift the scalar row does, with no
-//     rounding): the first pixel's moved down, the second pixel's kept in place,
-//     one blend gives the channel's 16-bit values in pixel order.
-// The unsigned byte pack then clamps to 0..255.
+//     16-bit halves (the arithmetic shift the scalar row does): the first
+//     pixel's moved down, the second pixel's kept in place, one blend gives the
+//     channel's 16-bit values in pixel order.
+// The source's 64-bit quarters are taken in the order 0 2 1 3, so that after the
+// per-lane packs and unpacks the two output registers hold pixels 0-7 and 8-15
+// (no lane crossing at the end). The unsigned byte pack clamps to 0..255.
+template <bool kRgba>
+inline void DecodeYUY2x16(const uint8_t* src, __m256i alpha16, __m256i* px_lo, __m256i* px_hi) {
+  const __m256i yuy2 = _mm256_permute4x64_epi64(Load(src), 0xD8);
+  const __m256i y4 = _mm256_maddubs_epi16(yuy2, _mm256_set1_epi32(0x00040004));  // 4 Y0 | 4 Y1 << 16
+  const __m256i luma0 = _mm256_madd_epi16(y4, Pair16(19071, 0));
+  const __m256i luma1 = _mm256_madd_epi16(y4, Pair16(0, 19071));
+  const __m256i uv_scaled = _mm256_maddubs_epi16(yuy2, _mm256_set1_epi32(0x0F000600));  // 6 U | 15 V << 16
+  const __m256i red =
+      _mm256_add_epi32(_mm256_madd_epi16(uv_scaled, Pair16(0, 6973)), _mm256_set1_epi32(kRedOffset));
+  const __m256i blue =
+      _mm256_add_epi32(_mm256_madd_epi16(uv_scaled, Pair16(22031, 0)), _mm256_set1_epi32(kBlueOffset));
+  const __m256i uv_v =  // U + V | V << 16
+      _mm256_maddubs_epi16(_mm256_shuffle_epi8(yuy2, UVVMask256()), _mm256_set1_epi32(0x00010101));
+  const __m256i green =
+      _mm256_add_epi32(_mm256_madd_epi16(uv_v, Pair16(-25690, -27591)), _mm256_set1_epi32(kGreenOffset));
+
+  const __m256i r16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, red), 16),
+                                         _mm256_add_epi32(luma1, red), 0xAA);
+  const __m256i g16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, green), 16),
+                                         _mm256_add_epi32(luma1, green), 0xAA);
+  const __m256i b16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, blue), 16),
+                                         _mm256_add_epi32(luma1, blue), 0xAA);
+
+  // Per lane: bytes 0-7 first channel, 8-15 third; green and alpha likewise.
+  const __m256i first_third = kRgba ? _mm256_packus_epi16(r16, b16) : _mm256_packus_epi16(b16, r16);
+  const __m256i green_alpha = _mm256_packus_epi16(g16, alpha16);
+  const __m256i c01 = _mm256_unpacklo_epi8(first_third, green_alpha);
+  const __m256i c23 = _mm256_unpackhi_epi8(first_third, green_alpha);
+  *px_lo = _mm256_unpacklo_epi16(c01, c23);
+  *px_hi = _mm256_unpackhi_epi16(c01, c23);
+}
+
+// 16 pixels per block (32 source bytes, 64 destination bytes).
 template <bool kRgba>
 void YUY2ToFourChannelRow(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
   const __m256i alpha16 = _mm256_set1_epi16(alpha);
-  const __m256i offset = _mm256_set1_epi32(-1187776);  // ycc::kLumaOffset (that header has inline functions)
-  const __m256i high_words = _mm256_set1_epi32(static_cast<int32_t>(0xFFFF0000u));
   for (int x = 0; x < width; x += 16, src += 32, dst += 64) {
-    const __m256i yuy2 = Load(src);
-    const __m256i y = _mm256_and_si256(yuy2, _mm256_set1_epi32(0x00FF00FF));  // Y0 | Y1 << 16
-    const __m256i luma0 = _mm256_add_epi32(_mm256_madd_epi16(y, Pair16(10748, 0)), _mm256_slli_epi32(y, 16));
-    const __m256i luma1 = _mm256_add_epi32(_mm256_madd_epi16(y, Pair16(0, 10748)), _mm256_and_si256(y, high_words));
-
-    const __m256i uv = _mm256_sub_epi16(_mm256_srli_epi16(yuy2, 8), _mm256_set1_epi16(128));  // u | v << 16
-    const __m256i v_shifted = _mm256_and_si256(uv, high_words);
-    const __m256i u_shifted = _mm256_slli_epi32(uv, 16);
-    const __m256i red = _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(0, -26477)),
-                                         _mm256_add_epi32(_mm256_add_epi32(v_shifted, v_shifted), offset));
-    const __m256i green =
-        _mm256_sub_epi32(offset, _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(25690, -12255)), v_shifted));
-    const __m256i blue = _mm256_add_epi32(_mm256_madd_epi16(uv, Pair16(1114, 0)),
-                                          _mm256_add_epi32(_mm256_add_epi32(u_shifted, u_shifted), offset));
-
-    const __m256i r16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, red), 16),
-                                           _mm256_add_epi32(luma1, red), 0xAA);
-    const __m256i g16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, green), 16),
-                                           _mm256_add_epi32(luma1, green), 0xAA);
-    const __m256i b16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, blue), 16),
-                                           _mm256_add_epi32(luma1, blue), 0xAA);
-
-    // Per lane: bytes 0-7 first channel, 8-15 third; green and alpha likewise.
-    const __m256i first_third = kRgba ? _mm256_packus_epi16(r16, b16) : _mm256_packus_epi16(b16, r16);
-    const __m256i green_alpha = _mm256_packus_epi16(g16, alpha16);
-    const __m256i c01 = _mm256_unpacklo_epi8(first_third, green_alpha);
-    const __m256i c23 = _mm256_unpackhi_epi8(first_third, green_alpha);
-    const __m256i px_a = _mm256_unpacklo_epi16(c01, c23);  // pixels 0-3 | 8-11
-    const __m256i px_b = _mm256_unpackhi_epi16(c01, c23);  // pixels 4-7 | 12-15
-    Store(dst, _mm256_permute2x128_si256(px_a, px_b, 0x20));
-    Store(dst + 32, _mm256_permute2x128_si256(px_a, px_b, 0x31));
+    __m256i lo, hi;
+    DecodeYUY2x16<kRgba>(src, alpha16, &lo, &hi);
+    Store(dst, lo);
+    Store(dst + 32, hi);
   }
 }
 
@@ -84,13 +105,38 @@ void YUY2ToRGBARow_AVX2(const uint8_t* src, uint8_t* dst, int width, uint8_t alp
   YUY2ToFourChannelRow<true>(src, dst, width, alpha);
 }
 
+// 16 pixels per block (32 source bytes, 48 destination bytes): decoded to four
+// channels, the alpha bytes squeezed out of each lane (12 bytes at its bottom),
+// then the 32-bit groups gathered: the first 32 bytes of output from the first
+// register and two groups of the second, the last 16 from the second.
+template <bool kRgb>
+void YUY2ToThreeChannelRow(const uint8_t* src, uint8_t* dst, int width) {
+  const __m256i squeeze = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1,  //
+                                           0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+  const __m256i gather_lo = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 0, 0);
+  const __m256i gather_hi = _mm256_setr_epi32(2, 4, 5, 6, 0, 0, 0, 1);
+  const __m256i alpha16 = _mm256_setzero_si256();
+  for (int x = 0; x < width; x += 16, src += 32, dst += 48) {
+    __m256i lo, hi;
+    DecodeYUY2x16<kRgb>(src, alpha16, &lo, &hi);
+    lo = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(lo, squeeze), gather_lo);
+    hi = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(hi, squeeze), gather_hi);
+    Store(dst, _mm256_blend_epi32(lo, hi, 0xC0));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 32), _mm256_castsi256_si128(hi));
+  }
+}
+
+void YUY2ToBGRRow_AVX2(const uint8_t* src, uint8_t* dst, int width) { YUY2ToThreeChannelRow<false>(src, dst, width); }
+void YUY2ToRGBRow_AVX2(const uint8_t* src, uint8_t* dst, int width) { YUY2ToThreeChannelRow<true>(src, dst, width); }
+
 // --- Colour to YUY2 ------------------------------------------------------------------
 
-// 16 pixels per block (64 source bytes, 32 destination bytes); the SSSE3 body's
-// arithmetic (madd products, horizontal sums) on both lanes. The horizontal adds
-// leave the lanes' results interleaved; one 64-bit permute puts them in order.
+// Encodes 16 pixels of four bytes (pixels 0-3 | 4-7 in `a`, 8-11 | 12-15 in
+// `b`) into 32 YUY2 bytes: the SSSE3 body's arithmetic (madd products,
+// horizontal sums) on both lanes. The horizontal adds leave the lanes' results
+// interleaved; one 64-bit permute puts them in order.
 template <bool kRgb>
-void FourChannelToYUY2Row(const uint8_t* src, uint8_t* dst, int width) {
+inline __m256i EncodeYUY2x16(__m256i a, __m256i b) {
   const __m256i ky = kRgb ? _mm256_setr_epi16(66, 129, 25, 0, 66, 129, 25, 0, 66, 129, 25, 0, 66, 129, 25, 0)
                           : _mm256_setr_epi16(25, 129, 66, 0, 25, 129, 66, 0, 25, 129, 66, 0, 25, 129, 66, 0);
   const __m256i ku = kRgb ? _mm256_setr_epi16(-38, -74, 112, 0, -38, -74, 112, 0, -38, -74, 112, 0, -38, -74, 112, 0)
@@ -100,35 +146,53 @@ void FourChannelToYUY2Row(const uint8_t* src, uint8_t* dst, int width) {
   const __m256i zero = _mm256_setzero_si256();
   const __m256i y_round = _mm256_set1_epi32(128), y_offset = _mm256_set1_epi32(16);
   const __m256i c_round = _mm256_set1_epi32(256), c_offset = _mm256_set1_epi32(128);
-  for (int x = 0; x < width; x += 16, src += 64, dst += 32) {
-    const __m256i a = Load(src);       // pixels 0-3 | 4-7
-    const __m256i b = Load(src + 32);  // pixels 8-11 | 12-15
-    const __m256i a01 = _mm256_unpacklo_epi8(a, zero), a23 = _mm256_unpackhi_epi8(a, zero);
-    const __m256i b01 = _mm256_unpacklo_epi8(b, zero), b23 = _mm256_unpackhi_epi8(b, zero);
+  const __m256i a01 = _mm256_unpacklo_epi8(a, zero), a23 = _mm256_unpackhi_epi8(a, zero);
+  const __m256i b01 = _mm256_unpacklo_epi8(b, zero), b23 = _mm256_unpackhi_epi8(b, zero);
 
-    __m256i y_a = _mm256_hadd_epi32(_mm256_madd_epi16(a01, ky), _mm256_madd_epi16(a23, ky));  // Y0-3 | Y4-7
-    __m256i y_b = _mm256_hadd_epi32(_mm256_madd_epi16(b01, ky), _mm256_madd_epi16(b23, ky));  // Y8-11 | Y12-15
-    // U0 U1 U4 U5 | U2 U3 U6 U7, and V likewise.
-    __m256i u = _mm256_hadd_epi32(_mm256_hadd_epi32(_mm256_madd_epi16(a01, ku), _mm256_madd_epi16(a23, ku)),
-                                  _mm256_hadd_epi32(_mm256_madd_epi16(b01, ku), _mm256_madd_epi16(b23, ku)));
-    __m256i v = _mm256_hadd_epi32(_mm256_hadd_epi32(_mm256_madd_epi16(a01, kv), _mm256_madd_epi16(a23, kv)),
-                                  _mm256_hadd_epi32(_mm256_madd_epi16(b01, kv), _mm256_madd_epi16(b23, kv)));
-    y_a = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(y_a, y_round), 8), y_offset);
-    y_b = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(y_b, y_round), 8), y_offset);
-    u = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(u, c_round), 9), c_offset);
-    v = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(v, c_round), 9), c_offset);
+  __m256i y_a = _mm256_hadd_epi32(_mm256_madd_epi16(a01, ky), _mm256_madd_epi16(a23, ky));  // Y0-3 | Y4-7
+  __m256i y_b = _mm256_hadd_epi32(_mm256_madd_epi16(b01, ky), _mm256_madd_epi16(b23, ky));  // Y8-11 | Y12-15
+  // U0 U1 U4 U5 | U2 U3 U6 U7, and V likewise.
+  __m256i u = _mm256_hadd_epi32(_mm256_hadd_epi32(_mm256_madd_epi16(a01, ku), _mm256_madd_epi16(a23, ku)),
+                                _mm256_hadd_epi32(_mm256_madd_epi16(b01, ku), _mm256_madd_epi16(b23, ku)));
+  __m256i v = _mm256_hadd_epi32(_mm256_hadd_epi32(_mm256_madd_epi16(a01, kv), _mm256_madd_epi16(a23, kv)),
+                                _mm256_hadd_epi32(_mm256_madd_epi16(b01, kv), _mm256_madd_epi16(b23, kv)));
+  y_a = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(y_a, y_round), 8), y_offset);
+  y_b = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(y_b, y_round), 8), y_offset);
+  u = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(u, c_round), 9), c_offset);
+  v = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(v, c_round), 9), c_offset);
 
-    const __m256i y16 = _mm256_packs_epi32(y_a, y_b);  // Y0-3 Y8-11 | Y4-7 Y12-15
-    // U0 V0 U1 V1 U4 V4 U5 V5 | U2 V2 U3 V3 U6 V6 U7 V7
-    const __m256i uv16 = _mm256_packs_epi32(_mm256_unpacklo_epi32(u, v), _mm256_unpackhi_epi32(u, v));
-    // Pixels 0-3 8-11 | 4-7 12-15 as YUY2 bytes, then the 64-bit quarters in order.
-    const __m256i packed = _mm256_packus_epi16(_mm256_unpacklo_epi16(y16, uv16), _mm256_unpackhi_epi16(y16, uv16));
-    Store(dst, _mm256_permute4x64_epi64(packed, 0xD8));
+  const __m256i y16 = _mm256_packs_epi32(y_a, y_b);  // Y0-3 Y8-11 | Y4-7 Y12-15
+  // U0 V0 U1 V1 U4 V4 U5 V5 | U2 V2 U3 V3 U6 V6 U7 V7
+  const __m256i uv16 = _mm256_packs_epi32(_mm256_unpacklo_epi32(u, v), _mm256_unpackhi_epi32(u, v));
+  // Pixels 0-3 8-11 | 4-7 12-15 as YUY2 bytes, then the 64-bit quarters in order.
+  const __m256i packed = _mm256_packus_epi16(_mm256_unpacklo_epi16(y16, uv16), _mm256_unpackhi_epi16(y16, uv16));
+  return _mm256_permute4x64_epi64(packed, 0xD8);
+}
+
+// 16 pixels per block (64 source bytes, 32 destination bytes).
+template <bool kRgb>
+void FourChannelToYUY2Row(const uint8_t* src, uint8_t* dst, int width) {
+  for (int x = 0; x < width; x += 16, src += 64, dst += 32) Store(dst, EncodeYUY2x16<kRgb>(Load(src), Load(src + 32)));
+}
+
+// 16 pixels per block (48 source bytes, 32 destination bytes). Each group of 8
+// pixels is two 16-byte loads, at 0 (pixels 0-3 at byte 0) and at 8 (pixels 4-7
+// at byte 4), widened to four bytes a pixel; no load leaves the block.
+template <bool kRgb>
+void ThreeChannelToYUY2Row(const uint8_t* src, uint8_t* dst, int width) {
+  const __m256i expand = _mm256_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1,  //
+                                          4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1);
+  for (int x = 0; x < width; x += 16, src += 48, dst += 32) {
+    const __m256i a = _mm256_inserti128_si256(_mm256_castsi128_si256(Load128(src)), Load128(src + 8), 1);
+    const __m256i b = _mm256_inserti128_si256(_mm256_castsi128_si256(Load128(src + 24)), Load128(src + 32), 1);
+    Store(dst, EncodeYUY2x16<kRgb>(_mm256_shuffle_epi8(a, expand), _mm256_shuffle_epi8(b, expand)));
   }
 }
 
 void BGRAToYUY2Row_AVX2(const uint8_t* src, uint8_t* dst, int width) { FourChannelToYUY2Row<false>(src, dst, width); }
 void RGBAToYUY2Row_AVX2(const uint8_t* src, uint8_t* dst, int width) { FourChannelToYUY2Row<true>(src, dst, width); }
+void BGRToYUY2Row_AVX2(const uint8_t* src, uint8_t* dst, int width) { ThreeChannelToYUY2Row<false>(src, dst, width); }
+void RGBToYUY2Row_AVX2(const uint8_t* src, uint8_t* dst, int width) { ThreeChannelToYUY2Row<true>(src, dst, width); }
 
 // --- 4:2:2 <-> 4:2:0, luma ----------------------------------------------------------------
 
@@ -234,50 +298,46 @@ void FloatToDepthRow_AVX2(const uint8_t* src, uint8_t* dst, int width, float fac
 
 // --- Grey from colour ----------------------------------------------------------------
 
-// 8 pixels to 8 grey values in 32-bit lanes (pixels 0-3 in lane 0, 4-7 in lane
-// 1): the SSSE3 body's float steps (row_ssse3.cpp), which are the scalar row's.
-inline __m256i GreyOf8(__m256i pixels, __m256i c0, __m256i c1, __m256i c2, __m256 w0, __m256 w1, __m256 w2) {
-  const __m256 f0 = _mm256_cvtepi32_ps(_mm256_shuffle_epi8(pixels, c0));
-  const __m256 f1 = _mm256_cvtepi32_ps(_mm256_shuffle_epi8(pixels, c1));
-  const __m256 f2 = _mm256_cvtepi32_ps(_mm256_shuffle_epi8(pixels, c2));
+// 8 pixels of four bytes (channels in memory order c0 c1 c2 x) to 8 grey values
+// in 32-bit lanes: the SSSE3 body's float steps (row_ssse3.cpp), which are the
+// scalar row's. Each channel is isolated in place by a mask, so it converts to
+// its value times 1, 256 or 65536; the weights are divided by the same powers of
+// two, which leaves every product exactly the scalar row's.
+inline __m256i GreyOf8(__m256i pixels, __m256 w0, __m256 w1, __m256 w2) {
+  const __m256 f0 = _mm256_cvtepi32_ps(_mm256_and_si256(pixels, _mm256_set1_epi32(0xFF)));
+  const __m256 f1 = _mm256_cvtepi32_ps(_mm256_and_si256(pixels, _mm256_set1_epi32(0xFF00)));
+  const __m256 f2 = _mm256_cvtepi32_ps(_mm256_and_si256(pixels, _mm256_set1_epi32(0xFF0000)));
   const __m256 sum = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(w0, f0), _mm256_mul_ps(w1, f1)), _mm256_mul_ps(w2, f2));
   return _mm256_cvttps_epi32(_mm256_add_ps(sum, _mm256_set1_ps(0.5f)));
 }
 
-// Byte mask putting channel kChannel of 4 pixels of kBpp bytes into the low byte
-// of each 32-bit lane; in lane 1 the first pixel starts at byte kSecond.
-template <int kBpp, int kChannel, int kSecond>
-inline __m256i ChannelMask() {
-  constexpr char z = -128;
-  constexpr char a = kChannel, b = kSecond + kChannel;
-  return _mm256_setr_epi8(a, z, z, z, a + kBpp, z, z, z, a + 2 * kBpp, z, z, z, a + 3 * kBpp, z, z, z,  //
-                          b, z, z, z, b + kBpp, z, z, z, b + 2 * kBpp, z, z, z, b + 3 * kBpp, z, z, z);
-}
-
-// 8 pixels: four-byte pixels in one load; three-byte pixels as bytes 0-15 (pixels
-// 0-3 at byte 0) and 8-23 (pixels 4-7 at byte 4 of that half) of the group, so
-// no load leaves it.
+// 8 pixels as four bytes each: four-byte pixels in one load; three-byte pixels
+// as bytes 0-15 (pixels 0-3 at byte 0) and 8-23 (pixels 4-7 at byte 4 of that
+// half) of the group, so no load leaves it, spread by one byte shuffle.
 template <int kBpp>
 inline __m256i LoadGreyGroup(const uint8_t* p) {
-  if constexpr (kBpp == 4) return Load(p);
-  return _mm256_inserti128_si256(_mm256_castsi128_si256(Load128(p)), Load128(p + 8), 1);
+  if constexpr (kBpp == 4) {
+    return Load(p);
+  } else {
+    const __m256i spread = _mm256_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1,  //
+                                            4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1);
+    return _mm256_shuffle_epi8(_mm256_inserti128_si256(_mm256_castsi128_si256(Load128(p)), Load128(p + 8), 1),
+                               spread);
+  }
 }
 
 // 32 pixels per block, in four groups of 8; weights in memory order of the
 // channels. The packs work per lane, a dword permute puts the groups in order.
 template <int kBpp, bool kRgb>
 void GreyRow(const uint8_t* src, uint8_t* dst, int width) {
-  const __m256 w0 = _mm256_set1_ps(kRgb ? 0.299f : 0.114f), w1 = _mm256_set1_ps(0.587f),
-               w2 = _mm256_set1_ps(kRgb ? 0.114f : 0.299f);
-  constexpr int kSecond = kBpp == 4 ? 0 : 4;
-  const __m256i c0 = ChannelMask<kBpp, 0, kSecond>(), c1 = ChannelMask<kBpp, 1, kSecond>(),
-                c2 = ChannelMask<kBpp, 2, kSecond>();
+  const __m256 w0 = _mm256_set1_ps(kRgb ? 0.299f : 0.114f), w1 = _mm256_set1_ps(0.587f / 256.0f),
+               w2 = _mm256_set1_ps((kRgb ? 0.114f : 0.299f) / 65536.0f);
   const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
   for (int x = 0; x < width; x += 32, src += 32 * kBpp, dst += 32) {
-    const __m256i g0 = GreyOf8(LoadGreyGroup<kBpp>(src), c0, c1, c2, w0, w1, w2);
-    const __m256i g1 = GreyOf8(LoadGreyGroup<kBpp>(src + 8 * kBpp), c0, c1, c2, w0, w1, w2);
-    const __m256i g2 = GreyOf8(LoadGreyGroup<kBpp>(src + 16 * kBpp), c0, c1, c2, w0, w1, w2);
-    const __m256i g3 = GreyOf8(LoadGreyGroup<kBpp>(src + 24 * kBpp), c0, c1, c2, w0, w1, w2);
+    const __m256i g0 = GreyOf8(LoadGreyGroup<kBpp>(src), w0, w1, w2);
+    const __m256i g1 = GreyOf8(LoadGreyGroup<kBpp>(src + 8 * kBpp), w0, w1, w2);
+    const __m256i g2 = GreyOf8(LoadGreyGroup<kBpp>(src + 16 * kBpp), w0, w1, w2);
+    const __m256i g3 = GreyOf8(LoadGreyGroup<kBpp>(src + 24 * kBpp), w0, w1, w2);
     const __m256i packed = _mm256_packus_epi16(_mm256_packs_epi32(g0, g1), _mm256_packs_epi32(g2, g3));
     Store(dst, _mm256_permutevar8x32_epi32(packed, order));
   }
@@ -292,6 +352,12 @@ void YUY2ToBGRARow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width, uint8_t
 }
 void YUY2ToRGBARow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
   AnyYUY2Decode<YUY2ToRGBARow_AVX2, YUY2ToRGBARow_C, 16, 4>(src, dst, width, alpha);
+}
+void YUY2ToBGRRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyYUY2Decode<YUY2ToBGRRow_AVX2, YUY2ToBGRRow_C, 16, 3>(src, dst, width);
+}
+void YUY2ToRGBRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyYUY2Decode<YUY2ToRGBRow_AVX2, YUY2ToRGBRow_C, 16, 3>(src, dst, width);
 }
 void YUY2ToY8Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
   AnyRow<YUY2ToY8Row_AVX2, 32, 2, 1>(src, dst, width);
@@ -311,6 +377,14 @@ void BGRAToYUY2Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
 void RGBAToYUY2Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
   AnyRow<RGBAToYUY2Row_AVX2, 16, 4, 2>(src, dst, width & ~1);
   if (width & 1) RGBAToYUY2Row_C(src + 4 * static_cast<ptrdiff_t>(width - 1), dst + 2 * static_cast<ptrdiff_t>(width - 1), 1);
+}
+void BGRToYUY2Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<BGRToYUY2Row_AVX2, 16, 3, 2>(src, dst, width & ~1);
+  if (width & 1) BGRToYUY2Row_C(src + 3 * static_cast<ptrdiff_t>(width - 1), dst + 2 * static_cast<ptrdiff_t>(width - 1), 1);
+}
+void RGBToYUY2Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<RGBToYUY2Row_AVX2, 16, 3, 2>(src, dst, width & ~1);
+  if (width & 1) RGBToYUY2Row_C(src + 3 * static_cast<ptrdiff_t>(width - 1), dst + 2 * static_cast<ptrdiff_t>(width - 1), 1);
 }
 void BGRAToRGBARow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
   AnyRow<BGRAToRGBARow_AVX2, 8, 4, 4>(src, dst, width);

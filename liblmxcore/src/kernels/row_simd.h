@@ -62,11 +62,15 @@ void RotatePlane270_SSSE3(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst,
 
 void YUY2ToBGRARow_Any_AVX2(const uint8_t* src_yuy2, uint8_t* dst_bgra, int width, uint8_t alpha);
 void YUY2ToRGBARow_Any_AVX2(const uint8_t* src_yuy2, uint8_t* dst_rgba, int width, uint8_t alpha);
+void YUY2ToBGRRow_Any_AVX2(const uint8_t* src_yuy2, uint8_t* dst_bgr, int width);
+void YUY2ToRGBRow_Any_AVX2(const uint8_t* src_yuy2, uint8_t* dst_rgb, int width);
 void YUY2ToY8Row_Any_AVX2(const uint8_t* src_yuy2, uint8_t* dst_y, int width);
 void YUY2ToUVRow_Any_AVX2(const uint8_t* src_yuy2_0, const uint8_t* src_yuy2_1, uint8_t* dst_uv, int width);
 void NV12ToYUY2Row_Any_AVX2(const uint8_t* src_y, const uint8_t* src_uv, uint8_t* dst_yuy2, int width);
 void BGRAToYUY2Row_Any_AVX2(const uint8_t* src_bgra, uint8_t* dst_yuy2, int width);
 void RGBAToYUY2Row_Any_AVX2(const uint8_t* src_rgba, uint8_t* dst_yuy2, int width);
+void BGRToYUY2Row_Any_AVX2(const uint8_t* src_bgr, uint8_t* dst_yuy2, int width);
+void RGBToYUY2Row_Any_AVX2(const uint8_t* src_rgb, uint8_t* dst_yuy2, int width);
 void BGRAToRGBARow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width);
 void Y8ToY16Row_Any_AVX2(const uint8_t* src_y8, uint8_t* dst_y16, int width);
 void Y16ToY8Row_Any_AVX2(const uint8_t* src_y16, uint8_t* dst_y8, int width);
@@ -95,6 +99,20 @@ void RotatePlane270_AVX2(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, 
 
 void YUY2ToBGRARow_Any_AVX512(const uint8_t* src_yuy2, uint8_t* dst_bgra, int width, uint8_t alpha);
 void YUY2ToRGBARow_Any_AVX512(const uint8_t* src_yuy2, uint8_t* dst_rgba, int width, uint8_t alpha);
+void YUY2ToBGRRow_Any_AVX512(const uint8_t* src_yuy2, uint8_t* dst_bgr, int width);
+void YUY2ToRGBRow_Any_AVX512(const uint8_t* src_yuy2, uint8_t* dst_rgb, int width);
+void BGRAToRGBARow_Any_AVX512(const uint8_t* src, uint8_t* dst, int width);
+void BGRAToY8Row_Any_AVX512(const uint8_t* src_bgra, uint8_t* dst_y, int width);
+void RGBAToY8Row_Any_AVX512(const uint8_t* src_rgba, uint8_t* dst_y, int width);
+void BGRToY8Row_Any_AVX512(const uint8_t* src_bgr, uint8_t* dst_y, int width);
+void RGBToY8Row_Any_AVX512(const uint8_t* src_rgb, uint8_t* dst_y, int width);
+
+// --- AVX-512 with VNNI (row_avx512.cpp, target attribute) ---------------------------
+
+void YUY2ToBGRARow_Any_AVX512VNNI(const uint8_t* src_yuy2, uint8_t* dst_bgra, int width, uint8_t alpha);
+void YUY2ToRGBARow_Any_AVX512VNNI(const uint8_t* src_yuy2, uint8_t* dst_rgba, int width, uint8_t alpha);
+void YUY2ToBGRRow_Any_AVX512VNNI(const uint8_t* src_yuy2, uint8_t* dst_bgr, int width);
+void YUY2ToRGBRow_Any_AVX512VNNI(const uint8_t* src_yuy2, uint8_t* dst_rgb, int width);
 
 // --- AVX-512 geometry (row_avx512_geometry.cpp) ------------------------------------
 
