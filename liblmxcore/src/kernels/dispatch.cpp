@@ -138,6 +138,10 @@ RowKernels SelectRowKernels(uint32_t cpu_features) {
     k.mirror8 = MirrorRow8_Any_AVX512;
     k.yuy2_to_bgr = YUY2ToBGRRow_Any_AVX512;
     k.yuy2_to_rgb = YUY2ToRGBRow_Any_AVX512;
+    k.bgra_to_yuy2 = BGRAToYUY2Row_Any_AVX512;
+    k.rgba_to_yuy2 = RGBAToYUY2Row_Any_AVX512;
+    k.bgr_to_yuy2 = BGRToYUY2Row_Any_AVX512;
+    k.rgb_to_yuy2 = RGBToYUY2Row_Any_AVX512;
     k.swap_rb4 = BGRAToRGBARow_Any_AVX512;
     k.bgra_to_y8 = BGRAToY8Row_Any_AVX512;
     k.rgba_to_y8 = RGBAToY8Row_Any_AVX512;

@@ -101,6 +101,10 @@ void YUY2ToBGRARow_Any_AVX512(const uint8_t* src_yuy2, uint8_t* dst_bgra, int wi
 void YUY2ToRGBARow_Any_AVX512(const uint8_t* src_yuy2, uint8_t* dst_rgba, int width, uint8_t alpha);
 void YUY2ToBGRRow_Any_AVX512(const uint8_t* src_yuy2, uint8_t* dst_bgr, int width);
 void YUY2ToRGBRow_Any_AVX512(const uint8_t* src_yuy2, uint8_t* dst_rgb, int width);
+void BGRAToYUY2Row_Any_AVX512(const uint8_t* src_bgra, uint8_t* dst_yuy2, int width);
+void RGBAToYUY2Row_Any_AVX512(const uint8_t* src_rgba, uint8_t* dst_yuy2, int width);
+void BGRToYUY2Row_Any_AVX512(const uint8_t* src_bgr, uint8_t* dst_yuy2, int width);
+void RGBToYUY2Row_Any_AVX512(const uint8_t* src_rgb, uint8_t* dst_yuy2, int width);
 void BGRAToRGBARow_Any_AVX512(const uint8_t* src, uint8_t* dst, int width);
 void BGRAToY8Row_Any_AVX512(const uint8_t* src_bgra, uint8_t* dst_y, int width);
 void RGBAToY8Row_Any_AVX512(const uint8_t* src_rgba, uint8_t* dst_y, int width);
