@@ -131,61 +131,79 @@ void YUY2ToRGBRow_AVX2(const uint8_t* src, uint8_t* dst, int width) { YUY2ToThre
 
 // --- Colour to YUY2 ------------------------------------------------------------------
 
-// Encodes 16 pixels of four bytes (pixels 0-3 | 4-7 in `a`, 8-11 | 12-15 in
-// `b`) into 32 YUY2 bytes: the SSSE3 body's arithmetic (madd products,
-// horizontal sums) on both lanes. The horizontal adds leave the lanes' results
-// interleaved; one 64-bit permute puts them in order.
-template <bool kRgb>
-inline __m256i EncodeYUY2x16(__m256i a, __m256i b) {
-  const __m256i ky = kRgb ? _mm256_setr_epi16(66, 129, 25, 0, 66, 129, 25, 0, 66, 129, 25, 0, 66, 129, 25, 0)
-                          : _mm256_setr_epi16(25, 129, 66, 0, 25, 129, 66, 0, 25, 129, 66, 0, 25, 129, 66, 0);
-  const __m256i ku = kRgb ? _mm256_setr_epi16(-38, -74, 112, 0, -38, -74, 112, 0, -38, -74, 112, 0, -38, -74, 112, 0)
-                          : _mm256_setr_epi16(112, -74, -38, 0, 112, -74, -38, 0, 112, -74, -38, 0, 112, -74, -38, 0);
-  const __m256i kv = kRgb ? _mm256_setr_epi16(112, -94, -18, 0, 112, -94, -18, 0, 112, -94, -18, 0, 112, -94, -18, 0)
-                          : _mm256_setr_epi16(-18, -94, 112, 0, -18, -94, 112, 0, -18, -94, 112, 0, -18, -94, 112, 0);
-  const __m256i zero = _mm256_setzero_si256();
-  const __m256i y_round = _mm256_set1_epi32(128), y_offset = _mm256_set1_epi32(16);
-  const __m256i c_round = _mm256_set1_epi32(256), c_offset = _mm256_set1_epi32(128);
-  const __m256i a01 = _mm256_unpacklo_epi8(a, zero), a23 = _mm256_unpackhi_epi8(a, zero);
-  const __m256i b01 = _mm256_unpacklo_epi8(b, zero), b23 = _mm256_unpackhi_epi8(b, zero);
-
-  __m256i y_a = _mm256_hadd_epi32(_mm256_madd_epi16(a01, ky), _mm256_madd_epi16(a23, ky));  // Y0-3 | Y4-7
-  __m256i y_b = _mm256_hadd_epi32(_mm256_madd_epi16(b01, ky), _mm256_madd_epi16(b23, ky));  // Y8-11 | Y12-15
-  // U0 U1 U4 U5 | U2 U3 U6 U7, and V likewise.
-  __m256i u = _mm256_hadd_epi32(_mm256_hadd_epi32(_mm256_madd_epi16(a01, ku), _mm256_madd_epi16(a23, ku)),
-                                _mm256_hadd_epi32(_mm256_madd_epi16(b01, ku), _mm256_madd_epi16(b23, ku)));
-  __m256i v = _mm256_hadd_epi32(_mm256_hadd_epi32(_mm256_madd_epi16(a01, kv), _mm256_madd_epi16(a23, kv)),
-                                _mm256_hadd_epi32(_mm256_madd_epi16(b01, kv), _mm256_madd_epi16(b23, kv)));
-  y_a = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(y_a, y_round), 8), y_offset);
-  y_b = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(y_b, y_round), 8), y_offset);
-  u = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(u, c_round), 9), c_offset);
-  v = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(v, c_round), 9), c_offset);
-
-  const __m256i y16 = _mm256_packs_epi32(y_a, y_b);  // Y0-3 Y8-11 | Y4-7 Y12-15
-  // U0 V0 U1 V1 U4 V4 U5 V5 | U2 V2 U3 V3 U6 V6 U7 V7
-  const __m256i uv16 = _mm256_packs_epi32(_mm256_unpacklo_epi32(u, v), _mm256_unpackhi_epi32(u, v));
-  // Pixels 0-3 8-11 | 4-7 12-15 as YUY2 bytes, then the 64-bit quarters in order.
-  const __m256i packed = _mm256_packus_epi16(_mm256_unpacklo_epi16(y16, uv16), _mm256_unpackhi_epi16(y16, uv16));
-  return _mm256_permute4x64_epi64(packed, 0xD8);
+// Four 16-bit words repeated in every 64-bit lane.
+inline __m256i Quad16(int16_t w0, int16_t w1, int16_t w2, int16_t w3) {
+  const auto word = [](int16_t w, int at) { return static_cast<uint64_t>(static_cast<uint16_t>(w)) << at; };
+  return _mm256_set1_epi64x(static_cast<long long>(word(w0, 0) | word(w1, 16) | word(w2, 32) | word(w3, 48)));
 }
 
-// 16 pixels per block (64 source bytes, 32 destination bytes).
+// Encodes 8 pixels into their 16 YUY2 bytes as 16-bit words (Y0 U0 Y1 V0 ...,
+// in pixel order). The pixels come as two word vectors, one 32-bit lane per
+// pixel: `c02` its first and third channel in memory order, `g128` its green
+// and the constant 128. Every sum of ycc_math.h is formed exactly by 16-bit
+// madds:
+//   - luma: the channel products plus 33 * 128 = 128 + 16 * 256 (rounding and
+//     offset) from the constant word;
+//   - chroma: each pair's channel sums in both of its 32-bit lanes (the lanes
+//     swapped and added), then one madd pair gives U in the even lane and V in
+//     the odd one, plus 257 * 256 = 256 + 128 * 512 from the summed constant;
+//   - luma divided by 256 into its low word; chroma by 512 into its high word
+//     (shifted left by 7, the high word is the sum >> 9: the sums are positive
+//     and below 2^25); one word blend joins them.
+template <bool kRgb>
+inline __m256i EncodeYUY2Words8(__m256i c02, __m256i g128) {
+  const __m256i luma_c02 = kRgb ? Pair16(66, 25) : Pair16(25, 66);
+  const __m256i chroma_c02 = kRgb ? Quad16(-38, 112, 112, -18) : Quad16(112, -38, -18, 112);
+  const __m256i luma = _mm256_add_epi32(_mm256_madd_epi16(c02, luma_c02), _mm256_madd_epi16(g128, Pair16(129, 33)));
+  const __m256i c02_sums = _mm256_add_epi16(c02, _mm256_shuffle_epi32(c02, 0xB1));
+  const __m256i g_sums = _mm256_add_epi16(g128, _mm256_shuffle_epi32(g128, 0xB1));
+  const __m256i chroma = _mm256_add_epi32(_mm256_madd_epi16(c02_sums, chroma_c02),
+                                          _mm256_madd_epi16(g_sums, Quad16(-74, 257, -94, 257)));
+  return _mm256_blend_epi16(_mm256_srli_epi32(luma, 8), _mm256_slli_epi32(chroma, 7), 0xAA);
+}
+
+// The YUY2 words of pixels 0-7 (`a`) and 8-15 (`b`) to bytes in order: the pack
+// works per lane, one qword permute puts the lanes' halves in order.
+inline __m256i PackYUY2x16(__m256i a, __m256i b) {
+  return _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8);
+}
+
+// 16 pixels per block (64 source bytes, 32 destination bytes). The green byte
+// goes to the bottom of each 32-bit lane, the constant 128 is or-ed in above it.
 template <bool kRgb>
 void FourChannelToYUY2Row(const uint8_t* src, uint8_t* dst, int width) {
-  for (int x = 0; x < width; x += 16, src += 64, dst += 32) Store(dst, EncodeYUY2x16<kRgb>(Load(src), Load(src + 32)));
+  const __m256i take_green = _mm256_setr_epi8(1, -1, -1, -1, 5, -1, -1, -1, 9, -1, -1, -1, 13, -1, -1, -1,  //
+                                              1, -1, -1, -1, 5, -1, -1, -1, 9, -1, -1, -1, 13, -1, -1, -1);
+  const __m256i c02_mask = _mm256_set1_epi32(0x00FF00FF), const128 = _mm256_set1_epi32(128 << 16);
+  for (int x = 0; x < width; x += 16, src += 64, dst += 32) {
+    const __m256i a = Load(src), b = Load(src + 32);
+    const __m256i ya = EncodeYUY2Words8<kRgb>(_mm256_and_si256(a, c02_mask),
+                                              _mm256_or_si256(_mm256_shuffle_epi8(a, take_green), const128));
+    const __m256i yb = EncodeYUY2Words8<kRgb>(_mm256_and_si256(b, c02_mask),
+                                              _mm256_or_si256(_mm256_shuffle_epi8(b, take_green), const128));
+    Store(dst, PackYUY2x16(ya, yb));
+  }
 }
 
 // 16 pixels per block (48 source bytes, 32 destination bytes). Each group of 8
 // pixels is two 16-byte loads, at 0 (pixels 0-3 at byte 0) and at 8 (pixels 4-7
-// at byte 4), widened to four bytes a pixel; no load leaves the block.
+// at byte 4), spread into the two word vectors by byte shuffles; no load leaves
+// the block.
 template <bool kRgb>
 void ThreeChannelToYUY2Row(const uint8_t* src, uint8_t* dst, int width) {
-  const __m256i expand = _mm256_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1,  //
-                                          4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1);
+  const __m256i take_c02 = _mm256_setr_epi8(0, -1, 2, -1, 3, -1, 5, -1, 6, -1, 8, -1, 9, -1, 11, -1,  //
+                                            4, -1, 6, -1, 7, -1, 9, -1, 10, -1, 12, -1, 13, -1, 15, -1);
+  const __m256i take_green = _mm256_setr_epi8(1, -1, -1, -1, 4, -1, -1, -1, 7, -1, -1, -1, 10, -1, -1, -1,  //
+                                              5, -1, -1, -1, 8, -1, -1, -1, 11, -1, -1, -1, 14, -1, -1, -1);
+  const __m256i const128 = _mm256_set1_epi32(128 << 16);
   for (int x = 0; x < width; x += 16, src += 48, dst += 32) {
     const __m256i a = _mm256_inserti128_si256(_mm256_castsi128_si256(Load128(src)), Load128(src + 8), 1);
     const __m256i b = _mm256_inserti128_si256(_mm256_castsi128_si256(Load128(src + 24)), Load128(src + 32), 1);
-    Store(dst, EncodeYUY2x16<kRgb>(_mm256_shuffle_epi8(a, expand), _mm256_shuffle_epi8(b, expand)));
+    const __m256i ya = EncodeYUY2Words8<kRgb>(_mm256_shuffle_epi8(a, take_c02),
+                                              _mm256_or_si256(_mm256_shuffle_epi8(a, take_green), const128));
+    const __m256i yb = EncodeYUY2Words8<kRgb>(_mm256_shuffle_epi8(b, take_c02),
+                                              _mm256_or_si256(_mm256_shuffle_epi8(b, take_green), const128));
+    Store(dst, PackYUY2x16(ya, yb));
   }
 }
 
