@@ -40,6 +40,35 @@ constexpr int32_t kBlueOffset = -132186 * 128 - 1187776;
 alignas(64) constexpr uint16_t kMergePixels[32] = {1, 33, 3, 35, 17, 49, 19, 51, 5, 37, 7, 39, 21, 53, 23, 55,
                                                    9, 41, 11, 43, 25, 57, 27, 59, 13, 45, 15, 47, 29, 61, 31, 63};
 
+// Joins the 16-bit channel words of 32 decoded pixels
+// into pixels 0-15 (`px_lo`) and 16-31 (`px_hi`) of four bytes.
+template <bool kRgba>
+inline void JoinChannels(__m512i r16, __m512i g16, __m512i b16, __m512i alpha16, __m512i* px_lo, __m512i* px_hi) {
+  const __m512i first_third = kRgba ? _mm512_packus_epi16(r16, b16) : _mm512_packus_epi16(b16, r16);
+  const __m512i green_alpha = _mm512_packus_epi16(g16, alpha16);
+  const __m512i c01 = _mm512_unpacklo_epi8(first_third, green_alpha);
+  const __m512i c23 = _mm512_unpackhi_epi8(first_third, green_alpha);
+  *px_lo = _mm512_unpacklo_epi16(c01, c23);
+  *px_hi = _mm512_unpackhi_epi16(c01, c23);
+}
+
+// Stores 32 decoded four-byte pixels as 96 bytes of three: the alpha bytes
+// squeezed out of each lane (12 bytes at its bottom), then the 32-bit groups
+// gathered: the first 64 bytes of output from all of the first register and the
+// start of the second, the last 32 from the second.
+struct ThreeChannelStore {
+  __m512i squeeze = EachLane(_mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
+  __m512i gather_first = _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 16, 17, 18, 20);
+  __m512i gather_rest = _mm512_setr_epi32(5, 6, 8, 9, 10, 12, 13, 14, 0, 0, 0, 0, 0, 0, 0, 0);
+
+  void operator()(__m512i lo, __m512i hi, uint8_t* dst) const {
+    lo = _mm512_shuffle_epi8(lo, squeeze);
+    hi = _mm512_shuffle_epi8(hi, squeeze);
+    _mm512_storeu_si512(dst, _mm512_permutex2var_epi32(lo, gather_first, hi));
+    _mm512_mask_storeu_epi32(dst + 64, 0x00FF, _mm512_maskz_permutexvar_epi32(0x00FF, gather_rest, hi));
+  }
+};
+
 // Decodes 32 pixels (64 YUY2 bytes) into pixels 0-15 (`px_lo`) and 16-31
 // (`px_hi`) of four bytes. The arithmetic is the AVX2 body's (row_avx2.cpp: one
 // 32-bit lane per pixel pair, exact sums, floor by the high 16-bit halves) on
@@ -68,13 +97,7 @@ inline void DecodeYUY2x32(const uint8_t* src, __m512i merge, __m512i alpha16, __
   const __m512i r16 = _mm512_permutex2var_epi16(_mm512_add_epi32(luma0, red), merge, _mm512_add_epi32(luma1, red));
   const __m512i g16 = _mm512_permutex2var_epi16(_mm512_add_epi32(luma0, green), merge, _mm512_add_epi32(luma1, green));
   const __m512i b16 = _mm512_permutex2var_epi16(_mm512_add_epi32(luma0, blue), merge, _mm512_add_epi32(luma1, blue));
-
-  const __m512i first_third = kRgba ? _mm512_packus_epi16(r16, b16) : _mm512_packus_epi16(b16, r16);
-  const __m512i green_alpha = _mm512_packus_epi16(g16, alpha16);
-  const __m512i c01 = _mm512_unpacklo_epi8(first_third, green_alpha);
-  const __m512i c23 = _mm512_unpackhi_epi8(first_third, green_alpha);
-  *px_lo = _mm512_unpacklo_epi16(c01, c23);
-  *px_hi = _mm512_unpackhi_epi16(c01, c23);
+  JoinChannels<kRgba>(r16, g16, b16, alpha16, px_lo, px_hi);
 }
 
 // 32 pixels per block (64 source bytes, 128 destination bytes).
@@ -98,24 +121,16 @@ void YUY2ToRGBARow_AVX512(const uint8_t* src, uint8_t* dst, int width, uint8_t a
 }
 
 // 32 pixels per block (64 source bytes, 96 destination bytes): decoded to four
-// channels, the alpha bytes squeezed out of each lane (12 bytes at its bottom),
-// then the 32-bit groups gathered: the first 64 bytes of output from all of the
-// first register and the start of the second, the last 32 from the second.
+// channels, then stored as three.
 template <bool kRgb>
 void YUY2ToThreeChannelRow(const uint8_t* src, uint8_t* dst, int width) {
-  const __m512i squeeze =
-      EachLane(_mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
-  const __m512i gather_first = _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 16, 17, 18, 20);
-  const __m512i gather_rest = _mm512_setr_epi32(5, 6, 8, 9, 10, 12, 13, 14, 0, 0, 0, 0, 0, 0, 0, 0);
+  const ThreeChannelStore store;
   const __m512i merge = _mm512_load_si512(kMergePixels);
   const __m512i alpha16 = _mm512_setzero_si512();
   for (int x = 0; x < width; x += 32, src += 64, dst += 96) {
     __m512i lo, hi;
     DecodeYUY2x32<kRgb>(src, merge, alpha16, &lo, &hi);
-    lo = _mm512_shuffle_epi8(lo, squeeze);
-    hi = _mm512_shuffle_epi8(hi, squeeze);
-    _mm512_storeu_si512(dst, _mm512_permutex2var_epi32(lo, gather_first, hi));
-    _mm512_mask_storeu_epi32(dst + 64, 0x00FF, _mm512_maskz_permutexvar_epi32(0x00FF, gather_rest, hi));
+    store(lo, hi, dst);
   }
 }
 
@@ -154,16 +169,11 @@ LMX_VNNI inline void DecodeYUY2x32Vnni(const uint8_t* src, __m512i merge, __m512
                                                 _mm512_dpwssd_epi32(green, y4, second));
   const __m512i b16 = _mm512_permutex2var_epi16(_mm512_dpwssd_epi32(blue, y4, first), merge,
                                                 _mm512_dpwssd_epi32(blue, y4, second));
-
-  const __m512i first_third = kRgba ? _mm512_packus_epi16(r16, b16) : _mm512_packus_epi16(b16, r16);
-  const __m512i green_alpha = _mm512_packus_epi16(g16, alpha16);
-  const __m512i c01 = _mm512_unpacklo_epi8(first_third, green_alpha);
-  const __m512i c23 = _mm512_unpackhi_epi8(first_third, green_alpha);
-  *px_lo = _mm512_unpacklo_epi16(c01, c23);
-  *px_hi = _mm512_unpackhi_epi16(c01, c23);
+  JoinChannels<kRgba>(r16, g16, b16, alpha16, px_lo, px_hi);
 }
 
-// The rows of YUY2ToFourChannelRow and YUY2ToThreeChannelRow with that decode.
+// The rows of YUY2ToFourChannelRow and YUY2ToThreeChannelRow with that decode
+// (the loops repeat because each must carry the VNNI target to inline it).
 template <bool kRgba>
 LMX_VNNI void YUY2ToFourChannelRowVnni(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha) {
   const __m512i alpha16 = _mm512_set1_epi16(alpha);
@@ -178,18 +188,13 @@ LMX_VNNI void YUY2ToFourChannelRowVnni(const uint8_t* src, uint8_t* dst, int wid
 
 template <bool kRgb>
 LMX_VNNI void YUY2ToThreeChannelRowVnni(const uint8_t* src, uint8_t* dst, int width) {
-  const __m512i squeeze = EachLane(_mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
-  const __m512i gather_first = _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 16, 17, 18, 20);
-  const __m512i gather_rest = _mm512_setr_epi32(5, 6, 8, 9, 10, 12, 13, 14, 0, 0, 0, 0, 0, 0, 0, 0);
+  const ThreeChannelStore store;
   const __m512i merge = _mm512_load_si512(kMergePixels);
   const __m512i alpha16 = _mm512_setzero_si512();
   for (int x = 0; x < width; x += 32, src += 64, dst += 96) {
     __m512i lo, hi;
     DecodeYUY2x32Vnni<kRgb>(src, merge, alpha16, &lo, &hi);
-    lo = _mm512_shuffle_epi8(lo, squeeze);
-    hi = _mm512_shuffle_epi8(hi, squeeze);
-    _mm512_storeu_si512(dst, _mm512_permutex2var_epi32(lo, gather_first, hi));
-    _mm512_mask_storeu_epi32(dst + 64, 0x00FF, _mm512_maskz_permutexvar_epi32(0x00FF, gather_rest, hi));
+    store(lo, hi, dst);
   }
 }
 
