@@ -7,16 +7,11 @@
 # --benchmark_repetitions=N each time is the fastest of the N (on a shared
 # machine the least disturbed), best with --benchmark_enable_random_interleaving.
 set -eu
-root=$(cd "$(dirname "$0")/.." && pwd)
-build="$root/build/bench"
-"$root/scripts/install-deps.sh" build bench
-cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DLMX_BUILD_BENCH=ON -DLMX_BUILD_TESTS=OFF \
-  -DLMX_BUILD_TOOLS=OFF >/dev/null
-cmake --build "$build" --target kernels_bench -j2 >/dev/null
-json="$build/kernels_bench.json"
+bench_target=kernels_bench
+. "$(dirname "$0")/build_bench.sh"
 "$build/bin/kernels_bench" --benchmark_min_time=0.2 --benchmark_format=json --benchmark_out="$json" \
   --benchmark_out_format=json "$@" >/dev/null
-echo "$(grep -m1 'model name' /proc/cpuinfo | sed 's/.*: //'), $(date -u +%Y-%m-%d)"
+echo "$machine"
 python3 - "$json" <<'PY'
 import json, sys
 from collections import OrderedDict

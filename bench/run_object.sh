@@ -9,17 +9,12 @@
 # figures are shown beside.
 # Extra arguments go to the benchmark.
 set -eu
-root=$(cd "$(dirname "$0")/.." && pwd)
-build="$root/build/bench"
-"$root/scripts/install-deps.sh" build bench
-cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DLMX_BUILD_BENCH=ON -DLMX_BUILD_TESTS=OFF \
-  -DLMX_BUILD_TOOLS=OFF >/dev/null
-cmake --build "$build" --target image_object_bench -j2 >/dev/null
-json="$build/image_object_bench.json"
+bench_target=image_object_bench
+. "$(dirname "$0")/build_bench.sh"
 "$build/bin/image_object_bench" --benchmark_min_time=0.2 --benchmark_repetitions=9 \
   --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true \
   --benchmark_format=json --benchmark_out="$json" --benchmark_out_format=json "$@" >/dev/null
-echo "$(grep -m1 'model name' /proc/cpuinfo | sed 's/.*: //'), $(date -u +%Y-%m-%d)"
+echo "$machine"
 python3 - "$json" <<'PY'
 import json, sys
 stale, valid = {}, {}

@@ -9,17 +9,12 @@
 # ConvertAudio against the bare resampler of the same variant.
 # Extra arguments go to the benchmark (e.g. --benchmark_filter=Stream/48000).
 set -eu
-root=$(cd "$(dirname "$0")/.." && pwd)
-build="$root/build/bench"
-"$root/scripts/install-deps.sh" build bench
-cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DLMX_BUILD_BENCH=ON -DLMX_BUILD_TESTS=OFF \
-  -DLMX_BUILD_TOOLS=OFF >/dev/null
-cmake --build "$build" --target resampler_bench -j2 >/dev/null
-json="$build/resampler_bench.json"
+bench_target=resampler_bench
+. "$(dirname "$0")/build_bench.sh"
 "$build/bin/resampler_bench" --benchmark_filter='^Stream/' --benchmark_min_time=0.2 --benchmark_repetitions=5 \
   --benchmark_enable_random_interleaving=true --benchmark_format=json \
   --benchmark_out="$json" --benchmark_out_format=json "$@" >/dev/null 2>&1
-echo "$(grep -m1 'model name' /proc/cpuinfo | sed 's/.*: //'), $(date -u +%Y-%m-%d)"
+echo "$machine"
 python3 - "$json" <<'PY'
 import json, sys
 from collections import OrderedDict
