@@ -37,3 +37,17 @@ if(CMAKE_DL_LIBS)
 endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/lmxcore.pc.in ${CMAKE_BINARY_DIR}/lmxcore.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/lmxcore.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The logging module beside the library (where the logging bootstrap looks), its
+# default properties file and, on POSIX, the installation's registry file naming
+# that file, written with the real prefix (the registry back end finds it from the
+# library's folder: <libdir>/../etc/lmsdk/lmsdk.reg).
+if(TARGET liblmxlog)
+  set(LMX_INSTALL_CONFIG_DIR ${CMAKE_INSTALL_SYSCONFDIR}/lmsdk)
+  install(TARGETS liblmxlog LIBRARY DESTINATION ${LMX_INSTALL_MODULE_DIR} RUNTIME DESTINATION ${LMX_INSTALL_MODULE_DIR})
+  install(FILES ${PROJECT_SOURCE_DIR}/logging_module/lmxlog.properties DESTINATION ${LMX_INSTALL_CONFIG_DIR})
+  if(NOT WIN32)
+    install(CODE "set(LMX_INSTALL_CONFIG_DIR \"${LMX_INSTALL_CONFIG_DIR}\")")
+    install(SCRIPT ${PROJECT_SOURCE_DIR}/logging_module/write_registry.cmake)
+  endif()
+endif()

@@ -1,9 +1,14 @@
 // Registry on POSIX: a file in the Windows ".reg" export format stands in for the
-// local-machine hive. $LMSDK_REGISTRY names it, else /etc/lmsdk/lmsdk.reg; a
-// missing file is an empty registry. The file is read on every open, so a change
-// is seen by the next open, as with the real registry.
+// local-machine hive. The file is, in order: the one $LMSDK_REGISTRY names (a
+// missing one is an empty registry, so a test or a user can shut the others out);
+// else /etc/lmsdk/lmsdk.reg if it exists; else the installation's own file, found
+// from the loaded library (<libdir>/../etc/lmsdk/lmsdk.reg, written at install
+// time). The file is read on every open, so a change is seen by the next open, as
+// with the real registry.
 #include <cstdlib>
 #include <cwchar>
+#include <filesystem>
+#include <system_error>
 #include <cwctype>
 #include <fstream>
 #include <iterator>
@@ -15,6 +20,7 @@
 #include <utility>
 #include <variant>
 
+#include "lmx/platform/module.h"
 #include "lmx/platform/registry.h"
 #include "lmx/platform/text.h"
 #include "registry_file.h"
@@ -25,7 +31,10 @@ namespace {
 using registry_file::KeySnapshot;
 using registry_file::Value;
 
-constexpr const char* kDefaultRegistryFile = "/etc/lmsdk/lmsdk.reg";
+constexpr const char* kSystemRegistryFile = "/etc/lmsdk/lmsdk.reg";
+#ifndef LMX_INSTALL_REGISTRY_FROM_LIBDIR
+#define LMX_INSTALL_REGISTRY_FROM_LIBDIR "../etc/lmsdk/lmsdk.reg"
+#endif
 
 struct KeyEntry {
   std::wstring path;  // as first written, for subkey names in their own case
@@ -219,10 +228,28 @@ void ParseInto(const std::wstring& content, Hive* hive) {
   }
 }
 
+// The installation's own registry file, relative to the module holding this code
+// (the library, or a program linking the platform layer). Computed once.
+const std::filesystem::path& InstallationRegistryFile() {
+  static const std::filesystem::path path = [] {
+    const auto module = ModulePathOf(reinterpret_cast<const void*>(&InstallationRegistryFile));
+    return module.empty() ? module : (module.parent_path() / LMX_INSTALL_REGISTRY_FROM_LIBDIR).lexically_normal();
+  }();
+  return path;
+}
+
+std::filesystem::path RegistryFilePath() {
+  if (const char* configured = std::getenv("LMSDK_REGISTRY"); configured && *configured) return configured;
+  std::error_code error;
+  if (std::filesystem::exists(kSystemRegistryFile, error)) return kSystemRegistryFile;
+  return InstallationRegistryFile();
+}
+
 // The file's bytes; a missing file reads as an empty registry.
 std::string ReadRegistryFile() {
-  const char* configured = std::getenv("LMSDK_REGISTRY");
-  std::ifstream file(configured && *configured ? configured : kDefaultRegistryFile, std::ios::binary);
+  const std::filesystem::path path = RegistryFilePath();
+  if (path.empty()) return {};
+  std::ifstream file(path, std::ios::binary);
   if (!file) return {};
   return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
 }
