@@ -57,7 +57,18 @@ Status EngineLogger::SetLevel(int32_t level) {
   return LMX_STATUS_NO_ERROR;
 }
 
-bool EngineLogger::IsLevelEnabled(int32_t level) { return logger_ && logger_->isEnabledFor(EngineLevel(level)); }
+// The engine's inline checks compare with the logger's cached threshold first, so a
+// disabled level costs no call into the engine.
+bool EngineLogger::IsLevelEnabled(int32_t level) {
+  using log4cxx::Logger;
+  if (level >= LOG_LEVEL_FATAL) return Logger::isFatalEnabledFor(logger_);
+  if (level >= LOG_LEVEL_ERROR) return Logger::isErrorEnabledFor(logger_);
+  if (level >= LOG_LEVEL_WARN) return Logger::isWarnEnabledFor(logger_);
+  if (level >= LOG_LEVEL_INFO) return Logger::isInfoEnabledFor(logger_);
+  if (level >= LOG_LEVEL_DEBUG) return Logger::isDebugEnabledFor(logger_);
+  if (level >= LOG_LEVEL_TRACE) return Logger::isTraceEnabledFor(logger_);
+  return logger_ && logger_->isEnabledFor(EngineLevel(level));
+}
 
 int32_t EngineLogger::QueryLevel() {
   return logger_ ? KitLevel(logger_->getEffectiveLevel()) : KitLevel(log4cxx::Level::getOff());

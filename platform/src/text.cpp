@@ -1,7 +1,9 @@
 // Wide text <-> UTF-8, shared by both back ends.
 #include "lmx/platform/text.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 namespace lmx::platform {
 namespace {
@@ -42,9 +44,13 @@ void AppendWide(std::wstring& out, char32_t cp) {
 }  // namespace
 
 std::string WideToUtf8(std::wstring_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (size_t i = 0; i < text.size(); ++i) {
+  // Log messages are mostly ASCII: copy the leading ASCII run in one pass.
+  size_t ascii = 0;
+  while (ascii < text.size() && static_cast<std::make_unsigned_t<wchar_t>>(text[ascii]) < 0x80) ++ascii;
+  std::string out(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(ascii));
+  if (ascii == text.size()) return out;
+  out.reserve(text.size() + 8);
+  for (size_t i = ascii; i < text.size(); ++i) {
     char32_t cp = static_cast<char32_t>(static_cast<std::make_unsigned_t<wchar_t>>(text[i]));
     if constexpr (sizeof(wchar_t) == 2) {
       if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < text.size()) {
