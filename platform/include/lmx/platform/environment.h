@@ -12,7 +12,8 @@ namespace lmx::platform {
 std::optional<std::wstring> ReadEnvironmentVariable(const std::wstring& name);
 
 // Sets (or, given nothing, removes) an environment variable of this process, so
-// that ReadEnvironmentVariable and the platform's own lookups see it. For tests.
+// that ReadEnvironmentVariable and the platform's own lookups see it (tests; the
+// logging module's default LMSDK_LOG_DIR).
 bool WriteEnvironmentVariable(const std::wstring& name, const std::optional<std::wstring>& value);
 
 // The directory for temporary files, ending in a separator: GetTempPathW on
