@@ -31,3 +31,16 @@ if(PKG_CONFIG)
     message(FATAL_ERROR "pkg-config's modulepath '${module}' is not the installed module")
   endif()
 endif()
+
+# The installed lmxtool logs through the installed logging module with nothing set
+# up by the user: the installation's own registry file names its properties file,
+# whose INFO lines go to $LMSDK_LOG_DIR (here: under XDG_STATE_HOME).
+if(EXISTS ${stage}/etc/lmsdk/lmsdk.reg AND EXISTS ${stage}/bin/lmxtool AND NOT EXISTS /etc/lmsdk/lmsdk.reg)
+  set(state ${BUILD_DIR}/install-test/state)
+  run(${CMAKE_COMMAND} -E env --unset=LMSDK_REGISTRY --unset=LMSDK_LOG_DIR --unset=NORVIK_LIBQTRNOTIFY64
+      XDG_STATE_HOME=${state} ${stage}/bin/lmxtool demo --out ${BUILD_DIR}/install-test/demo-out)
+  file(READ ${state}/lmsdk/lmsdk.log log)
+  if(NOT log MATCHES "INFO  [^\n]* lmsdk\\.liblmxcore log_utils\\.cpp:[0-9]+ - Logger 'lmsdk\\.liblmxcore' created")
+    message(FATAL_ERROR "the installed demo did not log to ${state}/lmsdk/lmsdk.log:\n${log}")
+  endif()
+endif()
