@@ -46,8 +46,8 @@ LoggingService* ModuleLogger() {
     auto* table = module ? static_cast<Service::DLLExportTable*>(lmx::platform::FindExport(module, "LMXDLLExportTable"))
                          : nullptr;
     Base* object = nullptr;
-    if (!table || table->factory(nullptr, nullptr, nullptr, table, LoggingService::kIid, &object) < 0) return
-        static_cast<LoggingService*>(nullptr);
+    if (!table || table->factory(nullptr, nullptr, nullptr, table, LoggingService::kIid, &object) < 0 || !object)
+      return static_cast<LoggingService*>(nullptr);
     auto* service = static_cast<LoggingService*>(object->QueryInstance(LoggingService::kIid));
     service->Configure(LoggingService::kConfigurePropertiesFile, properties.wstring().c_str(), 0);
     service->SetName(L"bench.module");
