@@ -1,18 +1,20 @@
-// The multi-format image object against the bare kernel. Each iteration of the
-// Stale cases first rewrites the YUY2 frame (through a write access for the object,
-// directly for the kernel, with the clock paused in both), so the timed part is
-// the conversion alone: AcquireAccess(READ, BGRA) + ReleaseAccess on the object,
-// the YUY2 to BGRA plane driver on its own. The Valid cases time a read access
-// of a format that is already up to date (lock, map and reference count only).
-// Names are Case/WIDTHxHEIGHT/Variant; run_object.sh turns one run into ratios.
+// Conversions as a host sees them: format A is written into an image object
+// (AcquireAccess write + ReleaseAccess, clock paused), then format B is read
+// (AcquireAccess read + ReleaseAccess, timed: the conversion happens inside),
+// beside libyuv's equivalent on bare buffers whose source was rewritten the same
+// way. Rotations are read views (the angle in the options word); mirrors are
+// exports in the mirror mode. The Valid cases time a read access of a format that
+// is already up to date (lock, map and reference count only).
+// Names are Pair/Object and Pair/Anchor; run_object.sh turns one run into ratios.
 #include <benchmark/benchmark.h>
+#include <libyuv.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <vector>
 
-#include "kernels/pixel_kernels.h"
 #include "lmxallocator.h"
 #include "module_factories.h"
 
@@ -20,21 +22,104 @@ using namespace Norvik::Lumetra;
 
 namespace {
 
-// A YUY2 frame with varying luma and chroma, so no shortcut for flat input applies.
-std::vector<uint8_t> Yuy2Pattern(int32_t width, int32_t height) {
-  std::vector<uint8_t> bytes(static_cast<size_t>(width) * 2 * height);
-  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(i * 7 + (i >> 11));
-  return bytes;
+constexpr int32_t kWidth = 1920;
+constexpr int32_t kHeight = 1080;
+constexpr int32_t kExportMirror = 1;  // the export mode that mirrors left to right
+
+struct FreeDeleter {
+  void operator()(uint8_t* p) const { std::free(p); }
+};
+using Buffer = std::unique_ptr<uint8_t[], FreeDeleter>;
+
+// Aligned like the object's large planes (4096 bytes), so both sides meet the same alignment.
+Buffer AlignedBuffer(size_t bytes) {
+  return Buffer(static_cast<uint8_t*>(std::aligned_alloc(4096, (bytes + 4095) / 4096 * 4096)));
 }
 
-// One allocator and one image of the given format for the life of a benchmark.
+// Bytes that vary in every channel, so no shortcut for flat input applies.
+void FillPattern(uint8_t* bytes, size_t size) {
+  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(i * 7 + (i >> 11));
+}
+
+// One plane layout of a packed or two-plane frame at 1080p.
+struct Layout {
+  int32_t format;
+  int32_t bytesPerPixel;  // of the first plane; NV12 has a second, half-height plane
+  size_t Bytes() const {
+    const size_t luma = static_cast<size_t>(kWidth) * kHeight * bytesPerPixel;
+    return format == Image::PIXEL_FORMAT_NV12 ? luma + luma / 2 : luma;
+  }
+};
+
+// The anchor's call on bare planes: source, destination (NV12's chroma follows its luma).
+using Anchor = std::function<void(const uint8_t* src, uint8_t* dst)>;
+
+struct Pair {
+  const char* name;
+  Layout from;
+  Layout to;
+  int32_t angle;  // a rotated read view
+  bool mirror;    // an export in the mirror mode instead of a read
+  Anchor anchor;
+};
+
+constexpr int32_t W = kWidth, H = kHeight;
+constexpr size_t kLuma = static_cast<size_t>(W) * H;
+constexpr Layout kYUY2{Image::PIXEL_FORMAT_YUY2, 2}, kNV12{Image::PIXEL_FORMAT_NV12, 1},
+    kBGRA{Image::PIXEL_FORMAT_BGRA, 4}, kRGBA{Image::PIXEL_FORMAT_RGBA, 4}, kBGR{Image::PIXEL_FORMAT_BGR, 3},
+    kRGB{Image::PIXEL_FORMAT_RGB, 3}, kY8{Image::PIXEL_FORMAT_Y8, 1}, kY16{Image::PIXEL_FORMAT_Y16, 2};
+
+std::vector<Pair> Pairs() {
+  using namespace libyuv;
+  auto u16 = [](const uint8_t* p) { return reinterpret_cast<const uint16_t*>(p); };
+  // The anchor has no packed 4:2:2 to three-channel conversion; its planar 4:2:2
+  // one reads the same bytes and writes the same colour.
+  auto i422 = [](const uint8_t* s, uint8_t* d, auto convert) {
+    convert(s, W, s + kLuma, W / 2, s + kLuma + kLuma / 2, W / 2, d, 3 * W, W, H);
+  };
+  return {
+      {"YUY2ToBGRA", kYUY2, kBGRA, 0, false, [](auto s, auto d) { YUY2ToARGB(s, 2 * W, d, 4 * W, W, H); }},
+      {"YUY2ToRGBA", kYUY2, kRGBA, 0, false, [](auto s, auto d) { YUY2ToARGB(s, 2 * W, d, 4 * W, W, H); }},
+      {"YUY2ToBGR", kYUY2, kBGR, 0, false, [=](auto s, auto d) { i422(s, d, I422ToRGB24); }},
+      {"YUY2ToRGB", kYUY2, kRGB, 0, false, [=](auto s, auto d) { i422(s, d, I422ToRAW); }},
+      {"YUY2ToNV12", kYUY2, kNV12, 0, false,
+       [](auto s, auto d) { YUY2ToNV12(s, 2 * W, d, W, d + kLuma, W, W, H); }},
+      {"YUY2ToY8", kYUY2, kY8, 0, false, [](auto s, auto d) { YUY2ToY(s, 2 * W, d, W, W, H); }},
+      {"BGRAToYUY2", kBGRA, kYUY2, 0, false, [](auto s, auto d) { ARGBToYUY2(s, 4 * W, d, 2 * W, W, H); }},
+      {"RGBAToYUY2", kRGBA, kYUY2, 0, false, [](auto s, auto d) { ARGBToYUY2(s, 4 * W, d, 2 * W, W, H); }},
+      {"BGRAToRGBA", kBGRA, kRGBA, 0, false, [](auto s, auto d) { ARGBToABGR(s, 4 * W, d, 4 * W, W, H); }},
+      {"RGBAToBGRA", kRGBA, kBGRA, 0, false, [](auto s, auto d) { ABGRToARGB(s, 4 * W, d, 4 * W, W, H); }},
+      {"BGRAToBGR", kBGRA, kBGR, 0, false, [](auto s, auto d) { ARGBToRGB24(s, 4 * W, d, 3 * W, W, H); }},
+      {"BGRToBGRA", kBGR, kBGRA, 0, false, [](auto s, auto d) { RGB24ToARGB(s, 3 * W, d, 4 * W, W, H); }},
+      {"BGRToRGB", kBGR, kRGB, 0, false, [](auto s, auto d) { RAWToRGB24(s, 3 * W, d, 3 * W, W, H); }},
+      {"RGBToBGR", kRGB, kBGR, 0, false, [](auto s, auto d) { RAWToRGB24(s, 3 * W, d, 3 * W, W, H); }},
+      {"BGRAToY8", kBGRA, kY8, 0, false, [](auto s, auto d) { ARGBToJ400(s, 4 * W, d, W, W, H); }},
+      {"BGRToY8", kBGR, kY8, 0, false, [](auto s, auto d) { RGB24ToJ400(s, 3 * W, d, W, W, H); }},
+      {"Y8ToY16", kY8, kY16, 0, false,
+       [](auto s, auto d) { Convert8To16Plane(s, W, reinterpret_cast<uint16_t*>(d), W, 256, W, H); }},
+      {"Y16ToY8", kY16, kY8, 0, false, [=](auto s, auto d) { Convert16To8Plane(u16(s), W, d, W, 256, W, H); }},
+      // Two conversions by design (NV12 -> YUY2 -> BGRA) against the anchor's one.
+      {"NV12ToBGRA", kNV12, kBGRA, 0, false, [](auto s, auto d) { NV12ToARGB(s, W, s + kLuma, W, d, 4 * W, W, H); }},
+      {"BGRARotate90", kBGRA, kBGRA, 90, false,
+       [](auto s, auto d) { ARGBRotate(s, 4 * W, d, 4 * H, W, H, kRotate90); }},
+      {"BGRARotate270", kBGRA, kBGRA, 270, false,
+       [](auto s, auto d) { ARGBRotate(s, 4 * W, d, 4 * H, W, H, kRotate270); }},
+      {"Y8Rotate90", kY8, kY8, 90, false, [](auto s, auto d) { RotatePlane90(s, W, d, H, W, H); }},
+      {"Y8Rotate270", kY8, kY8, 270, false, [](auto s, auto d) { RotatePlane270(s, W, d, H, W, H); }},
+      {"BGRAMirror", kBGRA, kBGRA, 0, true, [](auto s, auto d) { ARGBMirror(s, 4 * W, d, 4 * W, W, H); }},
+      {"BGRMirror", kBGR, kBGR, 0, true, [](auto s, auto d) { RGB24Mirror(s, 3 * W, d, 3 * W, W, H); }},
+      {"Y8Mirror", kY8, kY8, 0, true, [](auto s, auto d) { MirrorPlane(s, W, d, W, W, H); }},
+  };
+}
+
+// One allocator and one image of the source format for the life of a benchmark.
 class ObjectFixture {
  public:
-  ObjectFixture(int32_t width, int32_t height, int32_t format) {
+  explicit ObjectFixture(int32_t format) {
     Base* object = nullptr;
     if (CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, &object) < 0 || !object) return;
     allocator_ = static_cast<LMXAllocator*>(object);
-    Image::ImageInfo info{width, height, format, 0};
+    Image::ImageInfo info{W, H, format, 0};
     if (allocator_->CreateImage(&info, 0, nullptr, &image_) < 0) image_ = nullptr;
   }
   ~ObjectFixture() {
@@ -46,21 +131,34 @@ class ObjectFixture {
 
   Image* image() const { return image_; }
 
-  // Copies rows of tightly packed YUY2 into the image through a write access,
-  // which leaves every other format of the image stale.
-  bool WriteYuy2(const std::vector<uint8_t>& src, int32_t width, int32_t height) {
+  // Writes the source pattern through a write access, which leaves every other
+  // format of the image stale.
+  bool Write(const Layout& layout, const uint8_t* src) {
     Image::ImageData data{};
-    if (image_->AcquireAccess(Image::ACCESS_WRITE, Image::PIXEL_FORMAT_YUY2, 0, &data) < 0) return false;
-    const size_t row = static_cast<size_t>(width) * 2;
-    for (int32_t y = 0; y < height; ++y) std::memcpy(data.planes[0] + y * data.pitches[0], src.data() + y * row, row);
+    if (image_->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(layout.format), 0, &data) < 0)
+      return false;
+    const size_t row = static_cast<size_t>(W) * layout.bytesPerPixel;
+    for (int32_t y = 0; y < H; ++y) std::memcpy(data.planes[0] + y * data.pitches[0], src + y * row, row);
+    if (layout.format == Image::PIXEL_FORMAT_NV12)
+      for (int32_t y = 0; y < H / 2; ++y)
+        std::memcpy(data.planes[1] + y * data.pitches[1], src + kLuma + y * static_cast<size_t>(W), W);
     return image_->ReleaseAccess(&data) >= 0;
   }
 
-  bool Read(Image::PixelFormat format) {
+  bool Read(int32_t format, int32_t angle) {
     Image::ImageData data{};
-    if (image_->AcquireAccess(Image::ACCESS_READ, format, 0, &data) < 0) return false;
+    if (image_->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(format), angle, &data) < 0)
+      return false;
     benchmark::DoNotOptimize(data.planes[0]);
     return image_->ReleaseAccess(&data) >= 0;
+  }
+
+  bool ExportMirrored(const Layout& layout, uint8_t* dst) {
+    Image::ImageData data{};
+    data.format = static_cast<Image::PixelFormat>(layout.format);
+    data.planes[0] = dst;
+    data.pitches[0] = W * layout.bytesPerPixel;
+    return image_->ExportData(&data, kExportMirror) >= 0;
   }
 
  private:
@@ -68,75 +166,69 @@ class ObjectFixture {
   Image* image_ = nullptr;
 };
 
-// A buffer aligned like the object's large planes (4096 bytes), so the kernel's
-// loads and stores meet the same alignment in both cases.
-struct FreeDeleter {
-  void operator()(uint8_t* p) const { std::free(p); }
-};
-std::unique_ptr<uint8_t[], FreeDeleter> AlignedBuffer(size_t bytes) {
-  return std::unique_ptr<uint8_t[], FreeDeleter>(
-      static_cast<uint8_t*>(std::aligned_alloc(4096, (bytes + 4095) / 4096 * 4096)));
+void SetBytes(benchmark::State& state, const Pair& pair) {
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                          static_cast<int64_t>(pair.from.Bytes() + pair.to.Bytes()));
 }
 
-void SetBytes(benchmark::State& state, int32_t width, int32_t height) {
-  // Bytes read and written by the conversion: 2 in, 4 out per pixel.
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * width * height * 6);
-}
-
-// YUY2 -> BGRA through the object, conversion included.
-void ObjectStale(benchmark::State& state) {
-  const auto width = static_cast<int32_t>(state.range(0));
-  const auto height = static_cast<int32_t>(state.range(1));
-  ObjectFixture fixture(width, height, Image::PIXEL_FORMAT_YUY2);
+void Object(benchmark::State& state, const Pair& pair) {
+  ObjectFixture fixture(pair.from.format);
   if (!fixture.image()) return state.SkipWithError("image creation failed");
-  const std::vector<uint8_t> src = Yuy2Pattern(width, height);
+  const Buffer src = AlignedBuffer(pair.from.Bytes());
+  const Buffer dst = AlignedBuffer(pair.to.Bytes());
+  FillPattern(src.get(), pair.from.Bytes());
   for (auto _ : state) {
     state.PauseTiming();
-    const bool written = fixture.WriteYuy2(src, width, height);
+    const bool written = fixture.Write(pair.from, src.get());
     state.ResumeTiming();
-    if (!written || !fixture.Read(Image::PIXEL_FORMAT_BGRA)) return state.SkipWithError("access refused");
+    const bool done = pair.mirror ? fixture.ExportMirrored(pair.to, dst.get())
+                                  : fixture.Read(pair.to.format, pair.angle);
+    if (!written || !done) return state.SkipWithError("access refused");
   }
-  SetBytes(state, width, height);
+  SetBytes(state, pair);
 }
 
-// The same conversion with the plane driver alone, on a freshly written source.
-void KernelStale(benchmark::State& state) {
-  const auto width = static_cast<int32_t>(state.range(0));
-  const auto height = static_cast<int32_t>(state.range(1));
-  const std::vector<uint8_t> pattern = Yuy2Pattern(width, height);
-  const auto src = AlignedBuffer(pattern.size());
-  const auto dst = AlignedBuffer(static_cast<size_t>(width) * 4 * height);
+void AnchorCase(benchmark::State& state, const Pair& pair) {
+  std::vector<uint8_t> pattern(pair.from.Bytes());
+  FillPattern(pattern.data(), pattern.size());
+  const Buffer src = AlignedBuffer(pattern.size());
+  const Buffer dst = AlignedBuffer(pair.to.Bytes());
   for (auto _ : state) {
     state.PauseTiming();
     std::memcpy(src.get(), pattern.data(), pattern.size());
     state.ResumeTiming();
-    const Status sts = lmx::kernels::YUY2ToBGRA(src.get(), 2 * width, dst.get(), 4 * width, width, height, 255);
+    pair.anchor(src.get(), dst.get());
     benchmark::DoNotOptimize(dst.get());
     benchmark::ClobberMemory();
-    if (sts < 0) return state.SkipWithError("kernel refused");
   }
-  SetBytes(state, width, height);
+  SetBytes(state, pair);
 }
 
 // A read access of a format that is already valid: the native YUY2 plane, or the
 // BGRA plane once it has been converted.
 void ObjectValid(benchmark::State& state, Image::PixelFormat format) {
-  ObjectFixture fixture(1920, 1080, Image::PIXEL_FORMAT_YUY2);
-  if (!fixture.image()) return state.SkipWithError("image creation failed");
-  if (!fixture.WriteYuy2(Yuy2Pattern(1920, 1080), 1920, 1080) || !fixture.Read(format))
+  ObjectFixture fixture(Image::PIXEL_FORMAT_YUY2);
+  std::vector<uint8_t> pattern(kYUY2.Bytes());
+  FillPattern(pattern.data(), pattern.size());
+  if (!fixture.image() || !fixture.Write(kYUY2, pattern.data()) || !fixture.Read(format, 0))
     return state.SkipWithError("access refused");
   for (auto _ : state)
-    if (!fixture.Read(format)) return state.SkipWithError("access refused");
+    if (!fixture.Read(format, 0)) return state.SkipWithError("access refused");
 }
 
-void Sizes(benchmark::internal::Benchmark* b) {
-  b->Args({640, 480})->Args({1920, 1080})->Unit(benchmark::kMicrosecond);
-}
+const int kRegistered = [] {
+  static const std::vector<Pair> pairs = Pairs();
+  for (const Pair& pair : pairs) {
+    benchmark::RegisterBenchmark((std::string(pair.name) + "/Object").c_str(), Object, pair)
+        ->Unit(benchmark::kMicrosecond);
+    benchmark::RegisterBenchmark((std::string(pair.name) + "/Anchor").c_str(), AnchorCase, pair)
+        ->Unit(benchmark::kMicrosecond);
+  }
+  return 0;
+}();
 
 }  // namespace
 
-BENCHMARK(ObjectStale)->Name("YUY2ToBGRA/Object")->Apply(Sizes);
-BENCHMARK(KernelStale)->Name("YUY2ToBGRA/Kernel")->Apply(Sizes);
 BENCHMARK_CAPTURE(ObjectValid, YUY2, Image::PIXEL_FORMAT_YUY2)->Name("Valid/YUY2")->Unit(benchmark::kNanosecond);
 BENCHMARK_CAPTURE(ObjectValid, BGRA, Image::PIXEL_FORMAT_BGRA)->Name("Valid/BGRA")->Unit(benchmark::kNanosecond);
 
