@@ -5,7 +5,7 @@
 # `machine` (CPU model and date, the heading of every table).
 root=$(cd "$(dirname "$0")/.." && pwd)
 build="$root/build/bench"
-"$root/scripts/install-deps.sh" build bench
+"$root/scripts/install-deps.sh" build bench tool
 (cd "$root" && cmake --preset bench >/dev/null && cmake --build --preset bench --target "$bench_target" >/dev/null)
 json="$build/$bench_target.json"
 machine="$(grep -m1 'model name' /proc/cpuinfo | sed 's/.*: //'), $(date -u +%Y-%m-%d), build type RelWithDebInfo (bench preset)"

@@ -8,7 +8,7 @@ declare -A groups=(
   [windows]="g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64 wine"
   [sanitizers]="clang libclang-rt-dev valgrind"
   [bench]="libbenchmark-dev libyuv-dev libspeexdsp-dev libsoxr-dev libsamplerate0-dev"
-  [tool]="libpng-dev libsndfile1-dev libcli11-dev"
+  [tool]="libpng-dev libsndfile1-dev libcli11-dev pkg-config"
 )
 
 wanted=()

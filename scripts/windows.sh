@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/install-deps.sh build windows
+scripts/install-deps.sh build windows tool
 
 # The same wine settings as the "windows" test preset: a private 64-bit prefix inside
 # the build tree, no debug channels, no prompts for the .NET and HTML engines.
