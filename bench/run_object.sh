@@ -27,7 +27,7 @@ for b in json.load(open(sys.argv[1]))["benchmarks"]:
         pairs.setdefault(name, {})[side] = b["cpu_time"]
 print("| conversion, 1920x1080 | ours us | libyuv us | ratio (libyuv / ours) |")
 print("|---|---|---|---|")
-for name, t in pairs.items():
+for name, t in sorted(pairs.items()):
     if "Object" in t and "Anchor" in t:
         print(f"| {name} | {t['Object']:.0f} | {t['Anchor']:.0f} | {t['Anchor'] / t['Object']:.2f} |")
 for fmt, ns in sorted(valid.items()):
