@@ -18,7 +18,7 @@
 // read without the lock while waiting and again under it; it is written only
 // under the lock. The reference count is atomic (full ordering).
 //
-// The member definitions are in coreaccel_manager.cpp, which instantiates the
+// The member definitions are in coreaccel_multibuffer.cpp, which instantiates the
 // template for images and for audio.
 #pragma once
 

@@ -50,8 +50,6 @@ struct SchedulerState {
   std::unique_ptr<TaskScheduler> task_scheduler;
 };
 
-}  // namespace lmx
-
 class Scheduler final
     : public Norvik::Lumetra::LMXAddRefImpl<Norvik::Lumetra::LMXBaseImpl2<LMXScheduler, LMXSchedulerService>> {
  public:
@@ -133,3 +131,5 @@ class Scheduler::SyncPoint final
   std::list<void*> outputs;
   std::atomic<int32_t> refCount{1};
 };
+
+}  // namespace lmx

@@ -4,10 +4,9 @@
 #include "corescheduler.h"
 #include "corescheduler_log.h"
 
+namespace lmx {
+
 using namespace Norvik::Lumetra;
-using lmx::sched::PointerText;
-using lmx::sched::StatusText;
-namespace platform = lmx::platform;
 
 Scheduler::SyncPoint::SyncPoint(Scheduler* owner, int32_t n, void** list)
     : scheduler(owner), masterState(owner->State()), event(platform::CreateManualResetEvent()) {
@@ -171,3 +170,5 @@ Status Scheduler::SyncPoint::QueryOutputStatus(void* output) {
   }
   return status.load();
 }
+
+}  // namespace lmx

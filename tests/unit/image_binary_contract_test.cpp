@@ -9,6 +9,8 @@
 #include "module_factories.h"
 #include "test_support.h"
 
+using lmx::CreateAllocator;
+
 using namespace Norvik::Lumetra;
 using lmxtest::CallSlot;
 

@@ -64,7 +64,7 @@ TEST(ImageLayout, NamesComeFromTheTable) {
   EXPECT_STREQ(lmx::PixelFormatName(Image::PIXEL_FORMAT_DEPTH_CONFIDENCE), L"DEPTH(CONF)");
   EXPECT_STREQ(lmx::PixelFormatName(Image::PIXEL_FORMAT_Y8_RELATIVE), L"Y8_REL");
   EXPECT_STREQ(lmx::PixelFormatName(Image::PIXEL_FORMAT_NV21), L"Unknown");
-  EXPECT_STREQ(lmx::kernels::ConversionFormatName(Image::PIXEL_FORMAT_NV21), L"NV21") << "only traces name it";
+  EXPECT_STREQ(lmx::ConversionFormatName(Image::PIXEL_FORMAT_NV21), L"NV21") << "only traces name it";
   EXPECT_STREQ(lmx::PixelFormatName(0x7FFF), L"Unknown");
   EXPECT_STREQ(lmx::PixelFormatName(Rotated(Image::PIXEL_FORMAT_DEPTH_NATIVE, 90)), L"Unknown")
       << "the name lookup does not mask";

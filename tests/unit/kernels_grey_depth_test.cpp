@@ -11,7 +11,7 @@
 
 namespace {
 
-using namespace lmx::kernels;
+using namespace lmx;
 using namespace Norvik::Lumetra;
 using kerneltest::GuardedPlane;
 

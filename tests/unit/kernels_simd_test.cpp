@@ -12,12 +12,12 @@
 #include <string>
 #include <vector>
 
-#include "kernels/cpu_features.h"
+#include "cpu_features.h"
 #include "kernels/pixel_kernels.h"
 
 namespace {
 
-using namespace lmx::kernels;
+using namespace lmx;
 using Norvik::Lumetra::Status;
 
 constexpr uint8_t kSentinel = 0xC3;

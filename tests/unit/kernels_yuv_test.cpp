@@ -5,13 +5,13 @@
 #include <array>
 #include <cstdlib>
 
-#include "kernels/cpu_features.h"
+#include "cpu_features.h"
 #include "kernels/pixel_kernels.h"
 #include "kernels_test_planes.h"
 
 namespace {
 
-using namespace lmx::kernels;
+using namespace lmx;
 using namespace Norvik::Lumetra;
 using kerneltest::GuardedPlane;
 

@@ -15,6 +15,9 @@
 
 #include "scheduler_test_support.h"
 
+using lmx::Scheduler;
+using lmx::CreateScheduler;
+
 using namespace Norvik::Lumetra;
 using namespace lmxtest;
 
@@ -50,7 +53,7 @@ void ExpectConsumerStatus(const Node& node, const std::vector<std::unique_ptr<No
 TEST(StressScheduler, PipelineRunsEveryCallbackOnceWithTheRightStatus) {
   constexpr int kSources = 600, kMiddle = 300, kSinks = 300;
   constexpr Status kErrors[] = {LMX_STATUS_DEVICE_FAILED, LMX_STATUS_PARAM_UNSUPPORTED, LMX_STATUS_EXEC_ABORTED};
-  TestSession session;
+  HostSession session;
   SchedulerRef scheduler(&session);
   ASSERT_EQ(scheduler.status(), LMX_STATUS_NO_ERROR);
   LMXSchedulerService* service = scheduler.service();
@@ -164,7 +167,7 @@ TEST(StressScheduler, PipelineRunsEveryCallbackOnceWithTheRightStatus) {
 
 TEST(StressScheduler, ReferenceCountingThroughEveryFace) {
   constexpr int kRounds = 100, kThreads = 4, kCycles = 200;
-  TestSession session;
+  HostSession session;
   const Service::ImplDesc desc = SchedulerDescriptor();
   for (int round = 0; round < kRounds; ++round) {
     Base* object = nullptr;

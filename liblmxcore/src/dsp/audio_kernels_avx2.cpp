@@ -12,7 +12,7 @@
 
 #define LMX_AVX2 __attribute__((target("avx2")))
 
-namespace lmx::dsp {
+namespace lmx {
 
 // Blocks of 16 samples (two registers of 8 floats -> one register of 16 int16).
 LMX_AVX2 void FloatToPcm16_AVX2(const float* src, int16_t* dst, int32_t count) {
@@ -108,6 +108,6 @@ LMX_AVX2 void MixToMono_AVX2(const int16_t* src, int32_t channels, int16_t* dst,
   MixToMono_C(src + static_cast<int64_t>(done) * channels, channels, dst + done, frames - done);
 }
 
-}  // namespace lmx::dsp
+}  // namespace lmx
 
 #endif  // x86-64

@@ -11,7 +11,7 @@
 #include "kernels/row_any.h"
 #include "kernels/row_simd.h"
 
-namespace lmx::kernels {
+namespace lmx {
 namespace {
 
 inline __m512i Pair16(int16_t low, int16_t high) {
@@ -422,4 +422,4 @@ void RGBToY8Row_Any_AVX512(const uint8_t* src, uint8_t* dst, int width) {
   AnyRow<GreyRow<3, true>, 64, 3, 1>(src, dst, width);
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx
