@@ -31,6 +31,7 @@
 
 #include "audio_converter.h"
 #include "coreaccel_baseaudio.h"
+#include "cpu_features.h"
 #include "dsp/audio_kernels.h"
 #include "dsp/resampler.h"
 #include "lmxallocator.h"

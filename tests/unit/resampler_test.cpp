@@ -7,6 +7,7 @@
 #include <random>
 #include <vector>
 
+#include "cpu_features.h"
 #include "dsp/resampler.h"
 
 namespace {

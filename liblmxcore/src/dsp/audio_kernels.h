@@ -43,8 +43,6 @@
 
 #include <cstdint>
 
-#include "cpu_features.h"
-
 namespace lmx {
 
 using FloatToPcm16Fn = void (*)(const float* src, int16_t* dst, int32_t count);

@@ -2,6 +2,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "cpu_features.h"
 #include "dsp/audio_kernels.h"
 
 namespace lmx {
