@@ -95,21 +95,6 @@ void* MultiBuffer<BASE, INFO, DATA>::QueryInstance(InterfaceId iid) {
 }
 
 template <class BASE, class INFO, class DATA>
-void MultiBuffer<BASE, INFO, DATA>::Release() {
-  if (refCount.fetch_sub(1) != 1) return;
-  hooks.Run();
-  void* memory = static_cast<BASE*>(this);
-  Destroy(0);
-  ::operator delete(memory);
-}
-
-template <class BASE, class INFO, class DATA>
-Status MultiBuffer<BASE, INFO, DATA>::SetReleaseHandler(ReleaseHandler handler, void* context) {
-  hooks.SetHandler(handler, context);
-  return LMX_STATUS_NO_ERROR;
-}
-
-template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::AcquireAccess(Access access, Format format, int32_t options, DATA* data) {
   if constexpr (!Traits::kHasRotation) {
     return AcquireAccessMulti(access, nullptr, format, data);

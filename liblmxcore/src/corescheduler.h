@@ -129,7 +129,7 @@ class Scheduler::SyncPoint final
   lmx::platform::EventHandle event;
   std::atomic<Status> status{Norvik::Lumetra::LMX_STATUS_EXEC_INPROGRESS};
   std::list<void*> outputs;
-  std::atomic<int32_t> refCount{1};
+  RefCount refs;
 };
 
 }  // namespace lmx

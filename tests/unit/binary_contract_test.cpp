@@ -6,7 +6,6 @@
 
 #include "lmx_loggers.h"
 #include "lmximpl.h"
-#include "release_hooks.h"
 #include "test_support.h"
 
 using namespace Norvik::Lumetra;
@@ -32,24 +31,15 @@ class CountedProbe final : public LMXAddRefImpl<LMXBaseImpl<Probe>>, public LMXR
     if (iid == LMXReleaseService::kIid) return static_cast<LMXReleaseService*>(this);
     return LMXAddRefImpl::QueryInstance(iid);
   }
-  void Release() override {
-    if (refCount_.fetch_sub(1) != 1) return;
-    hooks_.Run();
-    Destroy(0);
-    ::operator delete(static_cast<void*>(static_cast<Probe*>(this)));
-  }
+  void Release() override { LMXAddRefImpl::Release(); }
   Status SetReleaseHandler(ReleaseHandler handler, void* context) override {
-    hooks_.SetHandler(handler, context);
-    return LMX_STATUS_NO_ERROR;
+    return refs_.SetReleaseHandler(handler, context);
   }
-  Status AddDependent(Base* dependent) override { return hooks_.AddDependent(dependent); }
+  Status AddDependent(Base* dependent) override { return refs_.AddDependent(dependent); }
   void Destroy(uint32_t flags) override {
     destroyedFlags = static_cast<int>(flags);
     lmx::DestroyObject(this, flags);
   }
-
- private:
-  lmx::ReleaseHooks hooks_;
 };
 
 }  // namespace

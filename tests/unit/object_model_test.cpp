@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "lmximpl.h"
-#include "release_hooks.h"
 
 using namespace Norvik::Lumetra;
 
@@ -50,7 +49,7 @@ class Counted final : public LMXAddRefImpl<LMXBaseImpl2<Primary, Service>> {
   ~Counted() { ++destroyed; }
   int Value() override { return 7; }
   int Twice() override { return 14; }
-  uint32_t Count() const { return refCount_.load(); }
+  uint32_t Count() const { return refs_.Count(); }
   void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }
 };
 
@@ -60,27 +59,20 @@ class Composite final : public BaseImpl3<Primary, Service, Reference>, public LM
   ~Composite() { ++destroyed; }
   void* QueryInstance(InterfaceId iid) override {
     if (iid == LMXReleaseService::kIid) return static_cast<LMXReleaseService*>(this);
-    return BaseImpl3::QueryInstance(iid);
+    return BaseImpl::QueryInstance(iid);
   }
-  uint32_t AddRef() override { return count_.fetch_add(1) + 1; }
-  void Release() override {
-    if (count_.fetch_sub(1) != 1) return;
-    hooks_.Run();
-    Destroy(0);
-    ::operator delete(static_cast<void*>(this));
-  }
+  uint32_t AddRef() override { return refs_.AddRef(); }
+  void Release() override { refs_.Release(this); }
   Status SetReleaseHandler(ReleaseHandler handler, void* context) override {
-    hooks_.SetHandler(handler, context);
-    return LMX_STATUS_NO_ERROR;
+    return refs_.SetReleaseHandler(handler, context);
   }
-  Status AddDependent(Base* dependent) override { return hooks_.AddDependent(dependent); }
+  Status AddDependent(Base* dependent) override { return refs_.AddDependent(dependent); }
   int Value() override { return 3; }
   int Twice() override { return 6; }
   void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }
 
  private:
-  std::atomic<uint32_t> count_{1};
-  lmx::ReleaseHooks hooks_;
+  lmx::RefCount refs_;
 };
 
 std::vector<int> releaseOrder;
