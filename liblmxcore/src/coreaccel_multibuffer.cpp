@@ -119,8 +119,7 @@ Status MultiBuffer<BASE, INFO, DATA>::AcquireAccess(Access access, Format format
     // Format 0 names the native format; a rotated view of it needs the format spelled
     // out, or the key would carry a rotation of no format at all.
     const int32_t plain = (format == 0 && angle != 0) ? this->info.format : static_cast<int32_t>(format);
-    const int32_t key = static_cast<int32_t>((static_cast<uint32_t>(angle) << kRotationShift) +
-                                             static_cast<uint32_t>(plain));
+    const int32_t key = FormatKey(plain, angle);
     return AcquireAccessMulti(access, nullptr, key, data);
   }
 }
