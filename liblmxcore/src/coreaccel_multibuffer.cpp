@@ -356,11 +356,9 @@ Status MultiBuffer<BASE, INFO, DATA>::KeepAttachedObject(Base* object) {
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::InvalidateData() {
   std::lock_guard guard(lock);
-  LoggingService* logger = lmsdk::LogUtil::GetLogger();
-  if (!buffers.empty() && logger->IsLevelEnabled(LOG_LEVEL_VERBOSE)) {
-    std::wostringstream line;
-    line << L"Invalidating image " << static_cast<const void*>(this) << L" with " << buffers.size() << L" buffers";
-    logger->LogW(LOG_LEVEL_VERBOSE, line.str().c_str(), LMX_LOG_SOURCE_FILE, __LINE__, LMX_FUNCSIG);
+  if (!buffers.empty()) {
+    LMX_LOG(LOG_LEVEL_VERBOSE,
+            L"Invalidating image " << static_cast<const void*>(this) << L" with " << buffers.size() << L" buffers");
   }
   for (auto& [key, entry] : buffers) entry.valid = 0;
   if (auto callback = std::exchange(invalidateCallback, nullptr)) callback(std::exchange(invalidateArgument, nullptr));
