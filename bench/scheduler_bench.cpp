@@ -279,8 +279,11 @@ struct Stage {
   void** output;  // this stage's output; the previous one is output[-1]
   Countdown* done;
   void operator()(Status sts) const {
-    service->MarkOutputs(1, output, sts);
-    if (!output[1]) done->Arrive();  // the last stage
+    // Once the output is complete the following stages may run and the host
+    // may release every stage, this one included: read the members first.
+    const Stage self = *this;
+    self.service->MarkOutputs(1, self.output, sts);
+    if (!self.output[1]) self.done->Arrive();  // the last stage
   }
 };
 
