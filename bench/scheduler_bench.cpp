@@ -24,6 +24,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -350,14 +351,17 @@ void ChainWork(benchmark::State& state) {
   std::vector<char> keys(kChainStages + 1);
   std::vector<void*> outputs(kChainStages + 1);
   for (int i = 0; i <= kChainStages; ++i) outputs[i] = &keys[i];
+  // Process CPU time: the workers sleep throughout, so it is this thread's.
+  const std::clock_t start = std::clock();
   for (auto _ : state) {
     for (int i = 0; i <= kChainStages; ++i) service->MarkOutputs(1, &outputs[i], LMX_STATUS_EXEC_INPROGRESS);
     for (int i = 1; i <= kChainStages; ++i) service->RequestInputs(1, &outputs[i - 1], &stage);
     for (int i = 0; i <= kChainStages; ++i) service->MarkOutputs(1, &outputs[i], LMX_STATUS_NO_ERROR);
   }
+  const double seconds = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
   const double stages = static_cast<double>(state.iterations()) * kChainStages;
-  state.counters["ours_M/s"] = benchmark::Counter(stages / 1e6, benchmark::Counter::kIsRate);
-  state.counters["ours_ns/item"] = benchmark::Counter(stages / 1e9, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+  state.counters["ours_M/s"] = stages / seconds / 1e6;
+  state.counters["ours_ns/item"] = seconds / stages * 1e9;
 }
 BENCHMARK(ChainWork)->Unit(benchmark::kMillisecond);
 
