@@ -34,16 +34,20 @@ using lmxfuzz::ConsumeFormatKey;
 constexpr int32_t kMaxSide = 96;  // content sizes stay small for speed
 
 // Mostly small; otherwise a description no plane can have (zero, negative or
-// 32768 and more on one side), which must never reach an allocation.
+// 32768 and more on one side or both), which must never reach an allocation.
 void ConsumeSize(FuzzedDataProvider& input, int32_t* width, int32_t* height) {
   static constexpr int32_t kExtreme[] = {0, -1, -2, std::numeric_limits<int32_t>::min(), 32768, 65536, 1 << 30,
                                          std::numeric_limits<int32_t>::max()};
   *width = input.ConsumeIntegralInRange(1, kMaxSide);
   *height = input.ConsumeIntegralInRange(1, kMaxSide);
   if (input.ConsumeIntegralInRange(0, 5) != 0) return;
-  int32_t* side = input.ConsumeBool() ? width : height;
-  *side = input.ConsumeBool() ? input.PickValueInArray(kExtreme) : input.ConsumeIntegral<int32_t>();
-  if (*side > 0 && *side < 32768) *side = -*side;
+  // One side or both: two extreme sides make products beyond 64 bits.
+  const int sides = input.ConsumeIntegralInRange(0, 2);
+  for (int32_t* side : {width, height}) {
+    if (sides != 2 && (side == width) != (sides == 0)) continue;
+    *side = input.ConsumeBool() ? input.PickValueInArray(kExtreme) : input.ConsumeIntegral<int32_t>();
+    if (*side > 0 && *side < 32768) *side = -*side;
+  }
 }
 
 // Caller planes of one format key for a width x height image, each plane its own
