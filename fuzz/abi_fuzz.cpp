@@ -37,6 +37,8 @@ using ImageData = Image::ImageData;
 
 namespace {
 
+using lmxfuzz::CountOf;
+
 constexpr int32_t kMin = std::numeric_limits<int32_t>::min();
 constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
 constexpr int32_t kExtremes[] = {kMin, kMin + 1, -65536, -32768, -2, -1, 0, 1, 32767, 32768, 1 << 30, kMax};
@@ -148,30 +150,12 @@ class InlineTask final : public LMXSchedulerService::Callback {
   int runs = 0;
 };
 
-uint32_t CountOf(Base* object) {
-  auto* reference = static_cast<Reference*>(object->QueryInstance(Reference::kIid));
-  Check(reference != nullptr);
-  const uint32_t count = reference->AddRef() - 1;
-  object->Release();
-  return count;
-}
-
-// Reads (and for a write, fills) every byte an image acquisition handed out.
+// Touches every byte an image acquisition handed out, when its sides allow.
 void TouchImage(LMXImageService* service, const ImageInfo& info, const ImageData& data, bool writing) {
   if (!Describable(info.width, info.height)) return;
   ImageInfo layoutInfo{info.width, info.height, data.format, 0};
   LMXImageService::PlaneInfo layout{};
-  const int32_t count = service->QueryPlaneInfo(&layoutInfo, 0, &layout);
-  volatile uint8_t sink = 0;
-  for (int32_t c = 0; c < count; ++c) {
-    if (!data.planes[c]) continue;
-    const size_t row = size_t{layout.plane[c].width} * layout.plane[c].bytesPerPixel;
-    for (uint32_t y = 0; y < layout.plane[c].height; ++y) {
-      uint8_t* line = data.planes[c] + static_cast<ptrdiff_t>(y) * data.pitches[c];
-      if (writing) std::memset(line, static_cast<int>(y), row);
-      for (size_t x = 0; x < row; ++x) sink = sink + line[x];
-    }
-  }
+  lmxfuzz::TouchPlanes(layout, service->QueryPlaneInfo(&layoutInfo, 0, &layout), data, writing);
 }
 
 struct HeldImage { Image* image; std::unique_ptr<ImageData> data; };

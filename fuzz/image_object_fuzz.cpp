@@ -30,6 +30,7 @@ using namespace Norvik::Lumetra;
 namespace {
 
 using lmxfuzz::ConsumeFormatKey;
+using lmxfuzz::CountOf;
 
 constexpr int32_t kMaxSide = 96;  // content sizes stay small for speed
 
@@ -78,30 +79,11 @@ struct CallerPlanes {
   }
 };
 
-// Reads (and for a write, fills) every byte of the planes an acquisition handed
-// out, as the layout of its key describes them.
+// Touches every byte of an acquisition, as the layout of its key describes it.
 void TouchAcquired(const Image::ImageInfo& info, const Image::ImageData& data, bool writing) {
   Image::ImageInfo layoutInfo{info.width, info.height, data.format, 0};
   LMXImageService::PlaneInfo layout{};
-  const int planes = lmx::QueryPlaneInfo(&layoutInfo, 0, &layout);
-  volatile uint8_t sink = 0;
-  for (int c = 0; c < planes; ++c) {
-    if (!data.planes[c]) continue;
-    const size_t row = static_cast<size_t>(layout.plane[c].width) * layout.plane[c].bytesPerPixel;
-    for (uint32_t y = 0; y < layout.plane[c].height; ++y) {
-      uint8_t* line = data.planes[c] + static_cast<ptrdiff_t>(y) * data.pitches[c];
-      if (writing) std::memset(line, static_cast<int>(y + c), row);
-      for (size_t x = 0; x < row; ++x) sink = sink + line[x];
-    }
-  }
-  (void)sink;
-}
-
-uint32_t CountOf(Base* object) {
-  auto* reference = static_cast<Reference*>(object->QueryInstance(Reference::kIid));
-  const uint32_t count = reference->AddRef() - 1;
-  object->Release();
-  return count;
+  lmxfuzz::TouchPlanes(layout, lmx::QueryPlaneInfo(&layoutInfo, 0, &layout), data, writing);
 }
 
 struct Held {
