@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
+#include "lmxbase.h"
 #include "lmximage.h"
 
 // A failed invariant: named on standard error, then a crash libFuzzer records.
@@ -37,6 +39,32 @@ inline int32_t ConsumeFormatKey(FuzzedDataProvider& input) {
     default: key = (key & kPixelFormatMask) | (input.ConsumeIntegral<int32_t>() & kRotationMask); break;
   }
   return key;
+}
+
+// An object's reference count, read through its Reference face.
+inline uint32_t CountOf(Norvik::Lumetra::Base* object) {
+  auto* reference = static_cast<Norvik::Lumetra::Reference*>(object->QueryInstance(Norvik::Lumetra::Reference::kIid));
+  Check(reference != nullptr);
+  const uint32_t count = reference->AddRef() - 1;
+  object->Release();
+  return count;
+}
+
+// Reads (and for a write, fills) every byte of the planes an acquisition handed
+// out, as the plane layout of its key describes them: a plane shorter than its
+// layout is caught by AddressSanitizer.
+inline void TouchPlanes(const LMXImageService::PlaneInfo& layout, int32_t count, const Image::ImageData& data,
+                        bool writing) {
+  volatile uint8_t sink = 0;
+  for (int32_t c = 0; c < count; ++c) {
+    if (!data.planes[c]) continue;
+    const size_t row = static_cast<size_t>(layout.plane[c].width) * layout.plane[c].bytesPerPixel;
+    for (uint32_t y = 0; y < layout.plane[c].height; ++y) {
+      uint8_t* line = data.planes[c] + static_cast<ptrdiff_t>(y) * data.pitches[c];
+      if (writing) std::memset(line, static_cast<int>(y + c), row);
+      for (size_t x = 0; x < row; ++x) sink = sink + line[x];
+    }
+  }
 }
 
 }  // namespace lmxfuzz

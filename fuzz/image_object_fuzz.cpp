@@ -32,20 +32,25 @@ using namespace Norvik::Lumetra;
 namespace {
 
 using lmxfuzz::ConsumeFormatKey;
+using lmxfuzz::CountOf;
 
 constexpr int32_t kMaxSide = 96;  // content sizes stay small for speed
 
 // Mostly small; otherwise a description no plane can have (zero, negative or
-// 32768 and more on one side), which must never reach an allocation.
+// 32768 and more on one side or both), which must never reach an allocation.
 void ConsumeSize(FuzzedDataProvider& input, int32_t* width, int32_t* height) {
   static constexpr int32_t kExtreme[] = {0, -1, -2, std::numeric_limits<int32_t>::min(), 32768, 65536, 1 << 30,
                                          std::numeric_limits<int32_t>::max()};
   *width = input.ConsumeIntegralInRange(1, kMaxSide);
   *height = input.ConsumeIntegralInRange(1, kMaxSide);
   if (input.ConsumeIntegralInRange(0, 5) != 0) return;
-  int32_t* side = input.ConsumeBool() ? width : height;
-  *side = input.ConsumeBool() ? input.PickValueInArray(kExtreme) : input.ConsumeIntegral<int32_t>();
-  if (*side > 0 && *side < 32768) *side = -*side;
+  // One side or both: two extreme sides make products beyond 64 bits.
+  const int sides = input.ConsumeIntegralInRange(0, 2);
+  for (int32_t* side : {width, height}) {
+    if (sides != 2 && (side == width) != (sides == 0)) continue;
+    *side = input.ConsumeBool() ? input.PickValueInArray(kExtreme) : input.ConsumeIntegral<int32_t>();
+    if (*side > 0 && *side < 32768) *side = -*side;
+  }
 }
 
 // Caller planes of one format key for a width x height image, each plane its own
@@ -76,30 +81,11 @@ struct CallerPlanes {
   }
 };
 
-// Reads (and for a write, fills) every byte of the planes an acquisition handed
-// out, as the layout of its key describes them.
+// Touches every byte of an acquisition, as the layout of its key describes it.
 void TouchAcquired(const Image::ImageInfo& info, const Image::ImageData& data, bool writing) {
   Image::ImageInfo layoutInfo{info.width, info.height, data.format, 0};
   LMXImageService::PlaneInfo layout{};
-  const int planes = lmx::QueryPlaneInfo(&layoutInfo, 0, &layout);
-  volatile uint8_t sink = 0;
-  for (int c = 0; c < planes; ++c) {
-    if (!data.planes[c]) continue;
-    const size_t row = static_cast<size_t>(layout.plane[c].width) * layout.plane[c].bytesPerPixel;
-    for (uint32_t y = 0; y < layout.plane[c].height; ++y) {
-      uint8_t* line = data.planes[c] + static_cast<ptrdiff_t>(y) * data.pitches[c];
-      if (writing) std::memset(line, static_cast<int>(y + c), row);
-      for (size_t x = 0; x < row; ++x) sink = sink + line[x];
-    }
-  }
-  (void)sink;
-}
-
-uint32_t CountOf(Base* object) {
-  auto* reference = static_cast<Reference*>(object->QueryInstance(Reference::kIid));
-  const uint32_t count = reference->AddRef() - 1;
-  object->Release();
-  return count;
+  lmxfuzz::TouchPlanes(layout, lmx::QueryPlaneInfo(&layoutInfo, 0, &layout), data, writing);
 }
 
 struct Held {

@@ -351,10 +351,10 @@ class LMXMetadataStore : public F {
     ProfileInfo profile{};
     LMX_CHECK_CALL(serializable->QueryProfile(&profile,0));
     LMX_CHECK(profile.dataSize >= 0, LMX_STATUS_HANDLE_INVALID);
-    LMX_CHECK(profile.dataSize <= std::numeric_limits<int32_t>::max() - static_cast<int32_t>(sizeof(profile)),
-              LMX_STATUS_HANDLE_INVALID);
-    const size_t total = sizeof(profile) + static_cast<size_t>(profile.dataSize);
-    auto* new_buffer = new (std::nothrow) uint8_t[total];
+    // The record's size is a 32-bit count: header and data must fit it.
+    const Checked total = CheckedAdd(sizeof(profile), profile.dataSize);
+    LMX_CHECK(IsSize32(total), LMX_STATUS_HANDLE_INVALID);
+    auto* new_buffer = new (std::nothrow) uint8_t[static_cast<size_t>(*total)];
     if (!new_buffer) return LMX_STATUS_ALLOC_FAILED;
     std::memcpy(new_buffer, &profile, sizeof(profile));
     Status sts = LMX_STATUS_NO_ERROR;
@@ -364,7 +364,7 @@ class LMXMetadataStore : public F {
     }
     MD& md = buffers[id];
     delete[] md.ptr;
-    md = {new_buffer, static_cast<uint32_t>(total)};
+    md = {new_buffer, static_cast<uint32_t>(*total)};
     return LMX_STATUS_NO_ERROR;
   }
 

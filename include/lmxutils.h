@@ -15,6 +15,7 @@
 //   LMX_TRACE(name)              traces entry and every exit of the scope at 5000.
 //   LMX_TRACE_AT(level, name)    the same at another level (scheduler internals: 2500).
 //   AudioAccess                  scoped acquire/release of an audio object's samples.
+//   Checked arithmetic           sizes and counts from caller values (lmxchecked.h).
 //
 // Messages are built only when the error level is enabled, so a disabled level
 // costs one query. Warnings (positive statuses) pass a call check silently.
@@ -33,6 +34,7 @@
 #include <string>
 
 #include "lmxaudio.h"
+#include "lmxchecked.h"
 #include "lmxlogging.h"
 #include "lmxstatus.h"
 

@@ -38,9 +38,10 @@ work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
 targets="$(ctest --preset fuzz -N | sed -n 's/^ *Test *#[0-9]*: \(.*\)_corpus$/\1/p')"
 for target in $targets; do
-  # New inputs go to a scratch directory; the committed corpus is only read.
+  # New inputs go to a scratch directory; the committed corpus is only read. The
+  # targets' standard output (the library's access diagnostics) is closed.
   mkdir -p "$work/$target"
-  if ! "build/fuzz/bin/$target" -max_total_time="$fuzz_seconds" -timeout=30 -rss_limit_mb=2048 \
+  if ! "build/fuzz/bin/$target" -max_total_time="$fuzz_seconds" -timeout=30 -rss_limit_mb=2048 -close_fd_mask=1 \
       -artifact_prefix="build/fuzz/$target-" "$work/$target" "fuzz/corpus/$target" >"$work/$target.log" 2>&1; then
     tail -n 80 "$work/$target.log"
     echo "fuzz target $target failed; its input is in build/fuzz/" >&2

@@ -58,7 +58,7 @@ Status AudioConverter::MixChannels(const int16_t* src, const LMXAudio::AudioInfo
                                    const LMXAudio::AudioInfo& dst_info, int32_t frames) {
   if (dst_info.nchannels != 1) return LMX_STATUS_FEATURE_UNSUPPORTED;
   if (frames == 0) return LMX_STATUS_NO_ERROR;
-  LMX_CHECK(frames > 0 && src_info.nchannels > 0, LMX_STATUS_PARAM_UNSUPPORTED);
+  LMX_CHECK(frames > 0 && src_info.nchannels > 0, LMX_STATUS_HANDLE_INVALID);
   LMX_CHECK(src && dst, LMX_STATUS_HANDLE_INVALID);
   lmx::ActiveAudioKernels().mixToMono(src, src_info.nchannels, dst, frames);
   return LMX_STATUS_NO_ERROR;
@@ -80,7 +80,7 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
   }
 
   // Channel counts divide sample counts below.
-  LMX_CHECK(src_info.nchannels > 0 && dst_info.nchannels > 0, LMX_STATUS_PARAM_UNSUPPORTED);
+  LMX_CHECK(src_info.nchannels > 0 && dst_info.nchannels > 0, LMX_STATUS_HANDLE_INVALID);
 
   // Set-up on a change of either rate (or after a failed set-up, which leaves the
   // rates as they were but no buffers).
@@ -123,16 +123,19 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
   if (LMX_CALL_FAILED(sts, src->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_PCM, &src_data)))
     return sts;
 
-  // Capacity of the destination: the resampled sample count plus the history. The
-  // products are 32-bit as the description's fields are (wrapping, never undefined);
-  // an estimate beyond the 32-bit range is capped there.
+  // Capacity of the destination: the resampled sample count plus the history, from
+  // the 32-bit products rate x channels of both sides. A product beyond 32 bits
+  // has no defined value: refused before anything is created.
   LMXAudio::AudioInfo dst_info2 = dst_info;
-  const int32_t dstRateChannels = static_cast<int32_t>(static_cast<uint32_t>(dst_info.sampleRate) *
-                                                       static_cast<uint32_t>(dst_info.nchannels));
-  const int32_t srcRateChannels = static_cast<int32_t>(static_cast<uint32_t>(src_info.sampleRate) *
-                                                       static_cast<uint32_t>(src_info.nchannels));
-  const float estimate = static_cast<float>(src_data.dataSize) * static_cast<float>(dstRateChannels) /
-                         static_cast<float>(srcRateChannels);
+  const Checked dstRateChannels = CheckedMul(dst_info.sampleRate, dst_info.nchannels);
+  const Checked srcRateChannels = CheckedMul(src_info.sampleRate, src_info.nchannels);
+  if (LMX_FAILED_ON(IsSize32(dstRateChannels) && IsSize32(srcRateChannels))) {
+    src->ReleaseAccess(&src_data);
+    return LMX_STATUS_HANDLE_INVALID;
+  }
+  // The set-up refused rates below 1, so the divisor is at least 1.
+  const float estimate = static_cast<float>(src_data.dataSize) * static_cast<float>(*dstRateChannels) /
+                         static_cast<float>(*srcRateChannels);
   const float cap = static_cast<float>(INT32_MAX - history - 127);
   dst_info2.bufferSize = static_cast<int32_t>(std::clamp(estimate, -cap, cap)) + history;
 

@@ -1,12 +1,13 @@
 // concurrent_map.h: a hash map keyed by pointer for concurrent readers and writers.
 //
-// The key space is split over a fixed number of stripes, each a hash map behind
-// its own std::shared_mutex. An accessor holds its entry's stripe lock for as long
+// The key space is split over a fixed number of stripes, each an open-addressing
+// table behind its own std::shared_mutex (no allocation per entry; a table only
+// grows). An accessor holds its entry's stripe lock for as long
 // as it lives: shared for a ConstAccessor (read), exclusive for an Accessor
 // (insert, update, erase). Entries never move while an accessor points at them.
 //
-// Requires: a thread holds at most one accessor of one map at a time (a second
-// one on the same stripe would wait for itself).
+// Requires: keys are not null; a thread holds at most one accessor of one map at a
+// time (a second one on the same stripe would wait for itself).
 // Guarantees: operations on keys of different stripes never wait for each other;
 // a value read through an accessor is the value current under its lock.
 //
@@ -17,20 +18,64 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <mutex>
 #include <shared_mutex>
-#include <unordered_map>
+#include <vector>
 
 namespace lmx {
 
 template <class Value>
 class ConcurrentPointerMap {
-  struct Stripe {
+  static constexpr size_t kInitialSlots = 16;
+
+  struct Slot {
+    const void* key = nullptr;  // null: free
+    Value value{};
+  };
+
+  // One stripe: an open-addressing table (linear probing, erasure by shifting
+  // the following entries back) on a cache line of its own, so that neighbouring
+  // stripes' locks do not share one. The table grows by doubling and never
+  // allocates per entry. Entries move only under the exclusive lock, which no
+  // other accessor can hold meanwhile.
+  struct alignas(64) Stripe {
     mutable std::shared_mutex mutex;
-    std::unordered_map<const void*, Value> entries;
+    std::vector<Slot> slots = std::vector<Slot>(kInitialSlots);  // power of two
+    size_t count = 0;
+
+    size_t Mask() const { return slots.size() - 1; }
+    // The slot holding key, or the free slot where it would go.
+    size_t Probe(const void* key, uint64_t hash) const {
+      size_t i = hash & Mask();
+      while (slots[i].key && slots[i].key != key) i = (i + 1) & Mask();
+      return i;
+    }
+    // Keeps at least half the slots free so that probes stay short.
+    void GrowIfHalfFull() {
+      if (2 * (count + 1) <= slots.size()) return;
+      std::vector<Slot> old(slots.size() * 2);
+      old.swap(slots);
+      for (Slot& slot : old) {
+        if (slot.key) slots[Probe(slot.key, Hash(slot.key))] = std::move(slot);
+      }
+    }
+    // Frees slot i and moves back the entries of its probe run that may not stay
+    // behind the gap.
+    void RemoveAt(size_t i) {
+      for (size_t j = (i + 1) & Mask(); slots[j].key; j = (j + 1) & Mask()) {
+        const size_t home = Hash(slots[j].key) & Mask();
+        // The entry at j may fill the gap at i unless its home lies in (i, j].
+        const bool homeBetween = i <= j ? (i < home && home <= j) : (i < home || home <= j);
+        if (homeBetween) continue;
+        slots[i] = std::move(slots[j]);
+        i = j;
+      }
+      slots[i] = Slot();
+      --count;
+    }
   };
 
  public:
@@ -84,28 +129,30 @@ class ConcurrentPointerMap {
   // Finds key for reading; on success the accessor holds the entry.
   bool Find(ConstAccessor& accessor, const void* key) const {
     accessor.release();
-    const Stripe& stripe = StripeOf(key);
+    const uint64_t hash = Hash(key);
+    const Stripe& stripe = StripeOf(hash);
     accessor.lock_ = std::shared_lock(stripe.mutex);
-    auto it = stripe.entries.find(key);
-    if (it == stripe.entries.end()) {
+    const Slot& slot = stripe.slots[stripe.Probe(key, hash)];
+    if (!slot.key) {
       accessor.release();
       return false;
     }
-    accessor.value_ = &it->second;
+    accessor.value_ = &slot.value;
     return true;
   }
 
   // Finds key for writing; no entry is created.
   bool Find(Accessor& accessor, const void* key) {
     accessor.release();
-    Stripe& stripe = StripeOf(key);
+    const uint64_t hash = Hash(key);
+    Stripe& stripe = StripeOf(hash);
     accessor.lock_ = std::unique_lock(stripe.mutex);
-    auto it = stripe.entries.find(key);
-    if (it == stripe.entries.end()) {
+    Slot& slot = stripe.slots[stripe.Probe(key, hash)];
+    if (!slot.key) {
       accessor.release();
       return false;
     }
-    Hold(accessor, stripe, key, it->second);
+    Hold(accessor, stripe, key, slot.value);
     return true;
   }
 
@@ -113,32 +160,47 @@ class ConcurrentPointerMap {
   // writing. Returns true when the entry was created. May throw std::bad_alloc.
   bool Insert(Accessor& accessor, const void* key) {
     accessor.release();
-    Stripe& stripe = StripeOf(key);
+    const uint64_t hash = Hash(key);
+    Stripe& stripe = StripeOf(hash);
     accessor.lock_ = std::unique_lock(stripe.mutex);
-    auto [it, created] = stripe.entries.try_emplace(key);
-    Hold(accessor, stripe, key, it->second);
+    size_t i = stripe.Probe(key, hash);
+    const bool created = !stripe.slots[i].key;
+    if (created) {
+      stripe.GrowIfHalfFull();  // may throw, before anything changed
+      i = stripe.Probe(key, hash);
+      stripe.slots[i].key = key;
+      ++stripe.count;
+      entries_.fetch_add(1, std::memory_order_relaxed);
+    }
+    Hold(accessor, stripe, key, stripe.slots[i].value);
     return created;
   }
 
   // Erases the entry the accessor holds and ends the accessor.
   void Erase(Accessor& accessor) {
-    if (accessor.stripe_) accessor.stripe_->entries.erase(accessor.key_);
+    if (accessor.stripe_) Unlink(*accessor.stripe_, accessor.key_);
     accessor.release();
   }
 
   // Erases key if present; returns whether it was.
   bool Erase(const void* key) {
-    Stripe& stripe = StripeOf(key);
+    const uint64_t hash = Hash(key);
+    Stripe& stripe = StripeOf(hash);
     std::unique_lock lock(stripe.mutex);
-    return stripe.entries.erase(key) != 0;
+    return Unlink(stripe, key);
   }
+
+  // Whether the map may hold entries: false only when it held none at some
+  // moment during the call. A caller that has synchronised with every writer
+  // (through a lock they released after writing) reads the exact answer.
+  bool MayHoldEntries() const { return entries_.load(std::memory_order_relaxed) != 0; }
 
   // Number of entries; only a snapshot while other threads write.
   size_t Size() const {
     size_t total = 0;
     for (const Stripe& stripe : stripes_) {
       std::shared_lock lock(stripe.mutex);
-      total += stripe.entries.size();
+      total += stripe.count;
     }
     return total;
   }
@@ -147,21 +209,25 @@ class ConcurrentPointerMap {
   void Clear() {
     for (Stripe& stripe : stripes_) {
       std::unique_lock lock(stripe.mutex);
-      stripe.entries.clear();
+      for (Slot& slot : stripe.slots) slot = Slot();
+      entries_.fetch_sub(stripe.count, std::memory_order_relaxed);
+      stripe.count = 0;
     }
   }
 
  private:
-  static size_t StripeIndex(const void* key) {
-    // Pointers are aligned, so the low bits carry little; mix before picking.
+  // Pointers are aligned, so the low bits carry little; mix before picking. The
+  // low bits of the mix pick the bucket, the high ones the stripe.
+  static uint64_t Hash(const void* key) {
     uint64_t bits = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(key));
     bits ^= bits >> 33;
     bits *= 0xff51afd7ed558ccdULL;
     bits ^= bits >> 33;
-    return static_cast<size_t>(bits % kStripes);
+    return bits;
   }
-  Stripe& StripeOf(const void* key) { return stripes_[StripeIndex(key)]; }
-  const Stripe& StripeOf(const void* key) const { return stripes_[StripeIndex(key)]; }
+  static size_t StripeIndex(uint64_t hash) { return static_cast<size_t>((hash >> 40) % kStripes); }
+  Stripe& StripeOf(uint64_t hash) { return stripes_[StripeIndex(hash)]; }
+  const Stripe& StripeOf(uint64_t hash) const { return stripes_[StripeIndex(hash)]; }
 
   static void Hold(Accessor& accessor, Stripe& stripe, const void* key, Value& value) {
     accessor.stripe_ = &stripe;
@@ -169,7 +235,17 @@ class ConcurrentPointerMap {
     accessor.value_ = &value;
   }
 
+  // Removes key from the stripe, whose lock the caller holds exclusively.
+  bool Unlink(Stripe& stripe, const void* key) {
+    const size_t i = stripe.Probe(key, Hash(key));
+    if (!stripe.slots[i].key) return false;
+    stripe.RemoveAt(i);
+    entries_.fetch_sub(1, std::memory_order_relaxed);
+    return true;
+  }
+
   std::array<Stripe, kStripes> stripes_;
+  std::atomic<size_t> entries_{0};  // all stripes together
 };
 
 }  // namespace lmx

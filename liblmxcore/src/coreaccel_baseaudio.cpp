@@ -56,9 +56,10 @@ Status BaseAudio::CopyData(const AudioInfo* src_info, AudioData* src, const Audi
   LMX_CHECK(src_info && src && dst_info && dst, LMX_STATUS_HANDLE_INVALID);
   const int32_t dataSize = src->dataSize;
   LMX_CHECK(dataSize >= 0, LMX_STATUS_PARAM_UNSUPPORTED);
-  const int64_t writeBytes = static_cast<int64_t>(dataSize) * SampleBytes(dst_info->format);
+  // An overflowing product refuses the copy instead of comparing a wrapped value.
+  const int64_t writeBytes = CheckedMul(dataSize, SampleBytes(dst_info->format)).value_or(INT64_MAX);
   const int32_t storedFormat = dst->format ? dst->format : dst_info->format;
-  const int64_t capacityBytes = static_cast<int64_t>(dst_info->bufferSize) * SampleBytes(storedFormat);
+  const int64_t capacityBytes = CheckedMul(dst_info->bufferSize, SampleBytes(storedFormat)).value_or(-1);
   LMX_CHECK(writeBytes <= capacityBytes, LMX_STATUS_PARAM_UNSUPPORTED);
 
   dst->dataSize = dataSize;

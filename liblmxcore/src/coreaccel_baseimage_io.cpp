@@ -67,10 +67,13 @@ Status CopyPlanesWithMode(const PlaneInfo& planes, int32_t count, const ImageDat
             LMX_STATUS_PARAM_UNSUPPORTED);
   for (int32_t c = 0; c < count; ++c) {
     if (!src.planes[c] || !dst.planes[c]) continue;
-    // The plane query keeps sizes below 32768 and pixels at most 8 bytes: rows fit 32 bits.
+    // The plane query lets negative sizes through (an image described so, on
+    // adopted planes): rows are walked only when width, height and row bytes are
+    // sizes.
     const auto width = static_cast<int32_t>(planes.plane[c].width);
     const auto height = static_cast<int32_t>(planes.plane[c].height);
     const auto bpp = static_cast<int32_t>(planes.plane[c].bytesPerPixel);
+    LMX_CHECK(width >= 0 && height >= 0 && IsSize32(CheckedMul(width, bpp)), LMX_STATUS_HANDLE_INVALID);
     const uint8_t* srcRow = src.planes[c];
     int32_t srcPitch = src.pitches[c];
     if (flip && height > 0) {
@@ -92,9 +95,9 @@ Status CopyAllPlanes(const ImageInfo& info, int32_t key, const ImageData& src, c
 
 Status CheckCallerData(const ImageData* data) {
   LMX_CHECK(data, LMX_STATUS_HANDLE_INVALID);
-  LMX_CHECK(data->format, LMX_STATUS_PARAM_UNSUPPORTED);
+  LMX_CHECK(data->format, LMX_STATUS_HANDLE_INVALID);
   LMX_CHECK(data->planes[0], LMX_STATUS_HANDLE_INVALID);
-  LMX_CHECK(data->pitches[0], LMX_STATUS_PARAM_UNSUPPORTED);
+  LMX_CHECK(data->pitches[0], LMX_STATUS_HANDLE_INVALID);
   return LMX_STATUS_NO_ERROR;
 }
 

@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <cstdio>
-#include <limits>
 
 #include "kernels/pixel_format_table.h"
 #include "kernels/pixel_kernels.h"
@@ -32,26 +31,22 @@ bool SamePlanes(const Image::ImageData& a, const Image::ImageData& b) {
 
 bool IsRightAngle(int32_t degrees) { return degrees == 0 || degrees == 90 || degrees == 180 || degrees == 270; }
 
-// Row bytes of a plane, or -1 when they do not fit the kernels' 32-bit counts.
-int32_t RowBytes(const LMXImageService::PlaneInfo::Plane& plane) {
-  const uint64_t bytes = static_cast<uint64_t>(plane.width) * plane.bytesPerPixel;
-  return bytes > static_cast<uint64_t>(std::numeric_limits<int32_t>::max()) ? -1 : static_cast<int32_t>(bytes);
+// The plane query's sizes are unsigned copies of signed fields: a negative width
+// or height arrives as a huge value, and any product of them is checked.
+Checked RowBytes(const LMXImageService::PlaneInfo::Plane& plane) {
+  return CheckedMul(plane.width, plane.bytesPerPixel);
 }
 
-bool FitsInt32(uint32_t value) { return value <= static_cast<uint32_t>(std::numeric_limits<int32_t>::max()); }
-
 // Whether every plane of the description fits the signed 32-bit sizes an image's
-// buffers are allocated with (rows times row bytes, in 64 bits; a negative width
-// or height wraps to a huge one). A description that fails describes buffers no
+// buffers are allocated with. A description that fails describes buffers no
 // image can hold, so nothing here may walk its rows.
 bool PlanesFitInt32(const Image::ImageInfo& info) {
   LMXImageService::PlaneInfo layout;
   const int num_planes = ComputePlaneLayout(info.width, info.height, info.format, &layout);
   for (int c = 0; c < num_planes; ++c) {
     const auto& plane = layout.plane[c];
-    const uint64_t limit = static_cast<uint64_t>(std::numeric_limits<int32_t>::max());
-    const uint64_t row = static_cast<uint64_t>(plane.width) * plane.bytesPerPixel;  // below 2^35
-    if (row > limit || plane.height > limit || (row != 0 && plane.height > limit / row)) return false;
+    if (!IsSize32(RowBytes(plane)) || !IsSize32(plane.height) || !IsSize32(CheckedMul(RowBytes(plane), plane.height)))
+      return false;
   }
   return true;
 }
@@ -61,10 +56,10 @@ Status CopyPlanes(const Image::ImageInfo* src_info, const Image::ImageData* src,
   const int num_planes = ComputePlaneLayout(src_info->width, src_info->height, src_info->format, &layout);
   LMX_CHECK(num_planes > 0, LMX_STATUS_PARAM_UNSUPPORTED);
   for (int c = 0; c < num_planes; ++c) {
-    const int32_t row_bytes = RowBytes(layout.plane[c]);
-    LMX_CHECK(row_bytes > 0 && FitsInt32(layout.plane[c].height), LMX_STATUS_PARAM_UNSUPPORTED);
-    const Status sts = CopyPlane(src->planes[c], src->pitches[c], dst->planes[c], dst->pitches[c], row_bytes,
-                                 static_cast<int32_t>(layout.plane[c].height));
+    const Checked row_bytes = RowBytes(layout.plane[c]);
+    LMX_CHECK(IsSize32(row_bytes) && *row_bytes > 0 && IsSize32(layout.plane[c].height), LMX_STATUS_PARAM_UNSUPPORTED);
+    const Status sts = CopyPlane(src->planes[c], src->pitches[c], dst->planes[c], dst->pitches[c],
+                                 static_cast<int32_t>(*row_bytes), static_cast<int32_t>(layout.plane[c].height));
     if (sts < 0) return sts;
   }
   return LMX_STATUS_NO_ERROR;
@@ -81,7 +76,7 @@ Status RotatePlanes(const Image::ImageInfo* src_info, const Image::ImageData* sr
   LMX_CHECK(num_planes > 0, LMX_STATUS_PARAM_UNSUPPORTED);
   for (int c = 0; c < num_planes; ++c) {
     const LMXImageService::PlaneInfo::Plane& plane = layout.plane[c];
-    LMX_CHECK(FitsInt32(plane.width) && FitsInt32(plane.height), LMX_STATUS_PARAM_UNSUPPORTED);
+    LMX_CHECK(IsSize32(plane.width) && IsSize32(plane.height), LMX_STATUS_PARAM_UNSUPPORTED);
     const Status sts = RotatePlane(src->planes[c], src->pitches[c], dst->planes[c], dst->pitches[c],
                                    static_cast<int32_t>(plane.width), static_cast<int32_t>(plane.height),
                                    static_cast<int32_t>(plane.bytesPerPixel), degrees);

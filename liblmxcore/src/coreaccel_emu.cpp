@@ -2,7 +2,6 @@
 #include "coreaccel_emu.h"
 
 #include <cstring>
-#include <limits>
 #include <new>
 #include <sstream>
 
@@ -63,24 +62,25 @@ Status ImageSysMem::AllocateImage(ImageInfo* info, ImageData* data, LMXCustomIma
       continue;
     }
     // Widths and heights arrive as unsigned copies of signed fields: read them back
-    // as signed so a negative dimension fails instead of wrapping.
-    const int64_t width = static_cast<int32_t>(plane.width);
-    const int64_t height = static_cast<int32_t>(plane.height);
-    const int64_t pitch = (width * plane.bytesPerPixel + kRowAlignment - 1) / kRowAlignment * kRowAlignment;
-    const int64_t size = pitch * height;
-    const bool fits = width >= 0 && height >= 0 && pitch <= std::numeric_limits<int32_t>::max() &&
-                      size <= std::numeric_limits<int32_t>::max();
+    // as signed so a negative dimension fails instead of wrapping. Pitch and size
+    // must fit the signed 32-bit sizes of the description; anything else fails
+    // like an allocation that returned nothing.
+    const int32_t height = static_cast<int32_t>(plane.height);
+    const Checked pitch = CheckedAlignUp(CheckedMul(static_cast<int32_t>(plane.width), plane.bytesPerPixel),
+                                         kRowAlignment);
+    const Checked size = CheckedMul(pitch, height);
+    const bool fits = height >= 0 && IsSize32(pitch) && IsSize32(size);
     uint8_t* block = nullptr;
     if (fits) {
-      const size_t alignment = size < kPageAlignedFrom ? 64 : 4096;
-      block = static_cast<uint8_t*>(platform::AlignedAlloc(static_cast<size_t>(size), alignment));
+      const size_t alignment = *size < kPageAlignedFrom ? 64 : 4096;
+      block = static_cast<uint8_t*>(platform::AlignedAlloc(static_cast<size_t>(*size), alignment));
     }
-    data->pitches[c] = fits ? static_cast<int32_t>(pitch) : 0;
+    data->pitches[c] = fits ? static_cast<int32_t>(*pitch) : 0;
     data->planes[c] = block;
     LMX_CHECK(data->planes[c], LMX_STATUS_ALLOC_FAILED);
     // A block replaced here belongs to a detached plane's holder now (DetachPlane).
     blocks_[c] = block;
-    LogAllocated(size, info->format, __FILE__, __LINE__, LMX_FUNCSIG);
+    LogAllocated(*size, info->format, __FILE__, __LINE__, LMX_FUNCSIG);
   }
   return LMX_STATUS_NO_ERROR;
 }

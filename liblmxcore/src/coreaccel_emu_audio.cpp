@@ -41,10 +41,9 @@ Status AudioSysMem::Create(const AudioInfo& info, int32_t format, const AudioDat
 Status AudioSysMem::AllocateBuffer(AudioInfo* info, AudioData* data) {
   LMX_CHECK(info && data, LMX_STATUS_HANDLE_INVALID);
   *data = AudioData{};
-  const int64_t bytes = static_cast<int64_t>(info->bufferSize) * SampleBytes(info->format);
+  const Checked bytes = CheckedMul(info->bufferSize, SampleBytes(info->format));
   uint8_t* alloc_buffer = nullptr;
-  if (bytes >= 0 && bytes <= INT32_MAX)
-    alloc_buffer = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(std::max<int64_t>(bytes, 1))));
+  if (IsSize32(bytes)) alloc_buffer = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(std::max<int64_t>(*bytes, 1))));
   LMX_CHECK(alloc_buffer, LMX_STATUS_ALLOC_FAILED);
   std::free(block_);
   block_ = alloc_buffer;

@@ -13,9 +13,9 @@
 #include <list>
 #include <memory>
 #include <mutex>
-#include <vector>
 
 #include "concurrent_map.h"
+#include "node_pool.h"
 #include "corescheduler_pool.h"
 #include "lmx/platform/event.h"
 #include "lmximpl.h"
@@ -28,19 +28,54 @@ namespace lmx {
 struct SchedulerState {
   using Callback = LMXSchedulerService::Callback;
 
-  // One outstanding RequestInputs call with pending inputs.
+  // One outstanding RequestInputs call with pending inputs; a member of `requests`.
   struct Request {
     uint32_t count = 0;            // inputs still pending
     Callback* callback = nullptr;  // null once handed over
-    std::list<Request>::iterator position;  // own place in `requests`
+    Request* prev = nullptr;
+    Request* next = nullptr;
   };
+
+  // The outstanding requests in registration order (doubly linked through the
+  // records, which come from `requestPool`).
+  class RequestList {
+   public:
+    void PushBack(Request* request);
+    void Erase(Request* request);
+    size_t size() const { return count_; }
+
+   private:
+    Request* head_ = nullptr;
+    Request* tail_ = nullptr;
+    size_t count_ = 0;
+  };
+
+  // One entry of a pending output's waiter list: a request waiting for it.
+  struct Waiter {
+    Request* request;
+    Waiter* next;
+  };
+  // A pending output's waiters in the order they registered.
+  struct WaiterList {
+    Waiter* head = nullptr;
+    Waiter* tail = nullptr;
+  };
+
+  SchedulerState() = default;
+  SchedulerState(const SchedulerState&) = delete;
+  SchedulerState& operator=(const SchedulerState&) = delete;
 
   // Serialises registration of requests against completion of outputs; recursive
   // because inline callbacks run under it and may register or complete in turn.
   std::recursive_mutex requestLock;
-  std::list<Request> requests;  // guarded by requestLock; owns the records
+  // Records and waiter entries are recycled, so registering and completing
+  // allocate nothing once the pools have grown; guarded by requestLock.
+  NodePool<Request> requestPool;
+  NodePool<Waiter> waiterPool;
+  RequestList requests;  // guarded by requestLock
   // Pending outputs and the requests waiting for each (non-owning, in order).
-  ConcurrentPointerMap<std::vector<Request*>> pendingOutputs;
+  // Waiter lists are read and changed only under requestLock.
+  ConcurrentPointerMap<WaiterList> pendingOutputs;
   // The error each failed output was last completed with.
   ConcurrentPointerMap<Norvik::Lumetra::Status> failedOutputs;
   // Number of scheduler objects of the session that use this state.

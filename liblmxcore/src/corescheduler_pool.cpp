@@ -3,6 +3,10 @@
 
 #include <new>
 
+#if defined(__x86_64__) || defined(_M_X64) || defined(__i386__)
+#include <immintrin.h>
+#endif
+
 #include "corescheduler_text.h"
 #include "lmx/platform/registry.h"
 #include "lmxutils.h"
@@ -12,29 +16,83 @@ namespace lmx {
 using namespace Norvik::Lumetra;
 
 namespace {
+constexpr size_t kInitialCapacity = 1024;
+// Lock attempts before blocking on a busy queue.
+constexpr int kLockSpins = 64;
+
+// Tells the processor that this is a spin-wait loop.
+inline void CpuRelax() {
+#if defined(__x86_64__) || defined(_M_X64) || defined(__i386__)
+  _mm_pause();
+#endif
+}
+}  // namespace
+
+TaskQueue::TaskQueue() : ring(kInitialCapacity) {}
+
+std::unique_lock<std::mutex> TaskQueue::Lock() {
+  for (int attempt = 0; attempt < kLockSpins; ++attempt) {
+    if (mutex.try_lock()) return std::unique_lock<std::mutex>(mutex, std::adopt_lock);
+    CpuRelax();
+  }
+  return std::unique_lock<std::mutex>(mutex);
+}
+
+bool TaskQueue::Push(const Item& item) {
+  if (tail - head == ring.size()) {
+    // Full: move the items, in order, to the front of a ring twice the size.
+    std::vector<Item> wider(ring.size() * 2);
+    for (size_t i = head; i != tail; ++i) wider[i - head] = ring[i & (ring.size() - 1)];
+    tail -= head;
+    head = 0;
+    ring.swap(wider);
+  }
+  ring[tail++ & (ring.size() - 1)] = item;
+  if (sleepers <= signalled) return false;
+  ++signalled;
+  return true;
+}
+
+TaskQueue::Item TaskQueue::Pop() { return ring[head++ & (ring.size() - 1)]; }
+
+void TaskQueue::Sleep(std::unique_lock<std::mutex>& lock) {
+  ++sleepers;
+  condition.wait(lock);
+  --sleepers;
+  // Spurious wake-ups may take a signal meant for another sleeper; that sleeper
+  // then stays asleep while this worker, awake, drains the queue.
+  if (signalled > 0) --signalled;
+}
+
+namespace {
 
 // Runs one task inside a level-5000 trace that names it; the text is built in the
-// caller's fixed buffer.
+// caller's fixed buffer, and only when the level is on.
 void RunNamedTask(LMXSchedulerService::Callback* task, Status sts, char* text, size_t size) {
+  LoggingService* logger = lmsdk::LogUtil::GetLogger();
+  if (!logger->IsLevelEnabled(LOG_LEVEL_TRACE)) {
+    task->Run(sts);
+    return;
+  }
   const wchar_t* name = task->QueryName();
   if (name) {
     FormatTaskText(text, size, "", name, " (Async execution)");
   } else {
     FormatTaskText(text, size, "Unknown Async task", nullptr, "");
   }
-  LoggingService* logger = lmsdk::LogUtil::GetLogger();
-  const bool traced = text[0] != '\0' && logger->IsLevelEnabled(LOG_LEVEL_TRACE);
+  const bool traced = text[0] != '\0';
   if (traced) logger->TraceEnter(LOG_LEVEL_TRACE, text);
   task->Run(sts);
   if (traced) logger->TraceLeave(LOG_LEVEL_TRACE, text);
 }
 
 void Push(TaskQueue& queue, LMXSchedulerService::Callback* task, Status sts) {
+  bool wake;
   {
-    std::lock_guard lock(queue.mutex);
-    queue.items.emplace_back(task, sts);
+    std::unique_lock lock = queue.Lock();
+    wake = queue.Push({task, sts});
   }
-  queue.condition.notify_one();
+  if (wake) queue.condition.notify_one();
 }
 
 // The dedicated worker. It owns one reference to the queue, so it may outlive
@@ -45,22 +103,16 @@ uint32_t SingleWorker(void* argument) {
   TaskQueue& queue = **owned;
   for (;;) {
     TaskQueue::Item item;
-    bool stop;
     {
-      std::unique_lock lock(queue.mutex);
-      queue.condition.wait(lock, [&] { return !queue.items.empty(); });
-      item = queue.items.front();
-      queue.items.pop_front();
+      std::unique_lock lock = queue.Lock();
+      while (queue.Empty()) queue.Sleep(lock);
+      item = queue.Pop();
     }
     if (item.first) {
       char text[260];
       RunNamedTask(item.first, item.second, text, sizeof text);
     }
-    {
-      std::lock_guard lock(queue.mutex);
-      stop = queue.stop;
-    }
-    if (stop) return 0;
+    if (queue.stop.load(std::memory_order_acquire)) return 0;
   }
 }
 
@@ -71,11 +123,10 @@ void PoolWorker(std::shared_ptr<TaskQueue> shared) {
   for (;;) {
     TaskQueue::Item item;
     {
-      std::unique_lock lock(queue.mutex);
-      queue.condition.wait(lock, [&] { return !queue.items.empty() || queue.stop; });
-      if (queue.items.empty()) return;
-      item = queue.items.front();
-      queue.items.pop_front();
+      std::unique_lock lock = queue.Lock();
+      while (queue.Empty() && !queue.stop) queue.Sleep(lock);
+      if (queue.Empty()) return;
+      item = queue.Pop();
     }
     char text[512];
     RunNamedTask(item.first, item.second, text, sizeof text);
@@ -122,7 +173,7 @@ STDThreadPool::STDThreadPool(int32_t count) : threadCount(count), queue(std::mak
 
 STDThreadPool::~STDThreadPool() {
   {
-    std::lock_guard lock(queue->mutex);
+    std::unique_lock lock = queue->Lock();
     queue->stop = true;
   }
   queue->condition.notify_all();

@@ -10,9 +10,9 @@
 // Neither takes references on tasks.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -34,12 +34,38 @@ class TaskScheduler {
 
 // The queue, its lock and the stop flag, shared by a pool and its workers so that
 // a worker that outlives the pool's destructor never touches freed memory.
+//
+// The FIFO is a ring that doubles when full and never shrinks, so queuing a task
+// allocates nothing once the ring has grown to the backlog's peak. Workers count
+// themselves asleep, and a push signals the condition only when a sleeper has not
+// already been signalled. The lock, the condition and the guarded fields sit on
+// separate cache lines.
 struct TaskQueue {
   using Item = std::pair<LMXSchedulerService::Callback*, Norvik::Lumetra::Status>;
-  std::mutex mutex;
-  std::condition_variable condition;
-  std::deque<Item> items;  // guarded by mutex
-  bool stop = false;       // guarded by mutex
+
+  TaskQueue();
+  // Locks the mutex, briefly retrying before blocking: the sections it guards
+  // are a few instructions long.
+  std::unique_lock<std::mutex> Lock();
+  // Appends the item; returns whether a sleeping worker must be woken (after
+  // the lock is released). Requires: the lock is held. May throw std::bad_alloc.
+  bool Push(const Item& item);
+  // Removes the front item. Requires: the lock is held and the queue is not empty.
+  Item Pop();
+  // Waits on the condition, counted as a sleeper. Requires: the lock is held.
+  void Sleep(std::unique_lock<std::mutex>& lock);
+  bool Empty() const { return head == tail; }
+
+  alignas(64) std::mutex mutex;
+  alignas(64) std::condition_variable condition;
+  // Guarded by mutex.
+  alignas(64) std::vector<Item> ring;  // capacity is a power of two
+  size_t head = 0;                     // next to pop; positions grow without bound
+  size_t tail = 0;                     // next free
+  uint32_t sleepers = 0;               // workers waiting on the condition
+  uint32_t signalled = 0;              // sleepers signalled but not yet awake
+  // Written under mutex; the single worker reads it after each task without it.
+  std::atomic<bool> stop{false};
 };
 
 class PThreadScheduler final : public TaskScheduler {

@@ -2,6 +2,7 @@
 // points and task submission, all on the session master's state.
 #include <cwchar>
 #include <new>
+#include <vector>
 
 #include "corescheduler.h"
 #include "corescheduler_log.h"
@@ -10,25 +11,81 @@
 namespace lmx {
 
 using namespace Norvik::Lumetra;
-using Request = lmx::SchedulerState::Request;
-using WaiterMap = lmx::ConcurrentPointerMap<std::vector<Request*>>;
+using Request = SchedulerState::Request;
+using Waiter = SchedulerState::Waiter;
+using WaiterMap = lmx::ConcurrentPointerMap<SchedulerState::WaiterList>;
 using FailureMap = lmx::ConcurrentPointerMap<Status>;
+
+namespace {
+
+// The callbacks one completion hands over, in order; a short list stays on the
+// stack.
+class ReadyList {
+ public:
+  void Add(LMXSchedulerService::Callback* callback) {
+    if (count_ < kInline) {
+      inline_[count_++] = callback;
+    } else {
+      overflow_.push_back(callback);
+    }
+  }
+  template <class Visit>
+  void ForEach(Visit visit) const {
+    for (size_t i = 0; i < count_; ++i) visit(inline_[i]);
+    for (LMXSchedulerService::Callback* callback : overflow_) visit(callback);
+  }
+
+ private:
+  static constexpr size_t kInline = 32;
+  LMXSchedulerService::Callback* inline_[kInline];
+  size_t count_ = 0;
+  std::vector<LMXSchedulerService::Callback*> overflow_;
+};
+
+// The recorded error of the first non-null input that has one, else NO_ERROR.
+Status FirstFailure(const FailureMap& failed, int32_t n, void** inputs) {
+  if (!failed.MayHoldEntries()) return LMX_STATUS_NO_ERROR;
+  for (int32_t i = 0; i < n; ++i) {
+    if (!inputs[i]) continue;
+    FailureMap::ConstAccessor record;
+    if (failed.Find(record, inputs[i])) return record.value();
+  }
+  return LMX_STATUS_NO_ERROR;
+}
+
+}  // namespace
+
+void SchedulerState::RequestList::PushBack(Request* request) {
+  request->prev = tail_;
+  request->next = nullptr;
+  (tail_ ? tail_->next : head_) = request;
+  tail_ = request;
+  ++count_;
+}
+
+void SchedulerState::RequestList::Erase(Request* request) {
+  (request->prev ? request->prev->next : head_) = request->next;
+  (request->next ? request->next->prev : tail_) = request->prev;
+  --count_;
+}
 
 Status Scheduler::SubmitTask(Callback* task, Status sts) {
   LMX_CHECK(task, LMX_STATUS_HANDLE_INVALID);
   const wchar_t* name = task->QueryName();
-  // The trace text lives in a fixed buffer; it is built in full either way so
-  // that the inline rule does not depend on the log level.
-  char text[260] = "SubmitTask";
   const bool inlineTask = name && std::wcsncmp(name, L"(inline)", 8) == 0;
-  if (inlineTask) {
-    lmx::FormatTaskText(text, sizeof text, "", name, "");
-  } else if (name) {
-    lmx::FormatTaskText(text, sizeof text, "SubmitTask ", name, "");
-  }
+  // The trace text lives in a fixed buffer and is built only when the trace
+  // level is on; it is never empty, so the level alone decides.
   LoggingService* logger = lmsdk::LogUtil::GetLogger();
-  const bool traced = text[0] != '\0' && logger->IsLevelEnabled(LOG_LEVEL_TRACE);
-  if (traced) logger->TraceEnter(LOG_LEVEL_TRACE, text);
+  const bool traced = logger->IsLevelEnabled(LOG_LEVEL_TRACE);
+  char text[260] = "SubmitTask";
+  if (traced) {
+    if (inlineTask) {
+      lmx::FormatTaskText(text, sizeof text, "", name, "");
+    } else if (name) {
+      lmx::FormatTaskText(text, sizeof text, "SubmitTask ", name, "");
+    }
+    logger->TraceEnter(LOG_LEVEL_TRACE, text);
+  }
 
   Status result = LMX_STATUS_NO_ERROR;
   if (inlineTask) {
@@ -51,18 +108,11 @@ Status Scheduler::RequestInputs(int32_t n, void** inputs, Callback* cb) try {
   LMX_CHECK(n >= 0, LMX_STATUS_PARAM_UNSUPPORTED);
   if (n == 0) return SubmitTask(cb, LMX_STATUS_NO_ERROR);
   LMX_CHECK(inputs, LMX_STATUS_HANDLE_INVALID);
-  lmx::SchedulerState& s = *state;
+  SchedulerState& s = *state;
 
   // A consumer of a failed output is called at once with its error; nothing is
   // registered. This pass relies on the map's own locks.
-  for (int32_t i = 0; i < n; ++i) {
-    if (!inputs[i]) continue;
-    Status failure;
-    {
-      FailureMap::ConstAccessor record;
-      if (!s.failedOutputs.Find(record, inputs[i])) continue;
-      failure = record.value();
-    }
+  if (Status failure = FirstFailure(s.failedOutputs, n, inputs); failure != LMX_STATUS_NO_ERROR) {
     SubmitTask(cb, failure);
     return LMX_STATUS_NO_ERROR;
   }
@@ -77,22 +127,21 @@ Status Scheduler::RequestInputs(int32_t n, void** inputs, Callback* cb) try {
     // recorded before its completion takes requestLock, so it is seen here; without
     // this second look the input would be neither failed nor pending and the
     // consumer would run with success.
-    for (int32_t i = 0; i < n && lateFailure == LMX_STATUS_NO_ERROR; ++i) {
-      FailureMap::ConstAccessor record;
-      if (inputs[i] && s.failedOutputs.Find(record, inputs[i])) lateFailure = record.value();
-    }
+    lateFailure = FirstFailure(s.failedOutputs, n, inputs);
     for (int32_t i = 0; i < n && lateFailure == LMX_STATUS_NO_ERROR; ++i) {
       if (!inputs[i]) continue;
       WaiterMap::Accessor waiters;
       if (!s.pendingOutputs.Find(waiters, inputs[i])) continue;
+      Waiter* waiter = s.waiterPool.Acquire(Waiter{nullptr, nullptr});
       if (!request) {
-        s.requests.push_back(Request{1, cb, {}});
-        request = &s.requests.back();
-        request->position = std::prev(s.requests.end());
-      } else {
-        ++request->count;
+        request = s.requestPool.Acquire(Request{0, cb});
+        s.requests.PushBack(request);
       }
-      waiters.value().push_back(request);
+      ++request->count;
+      waiter->request = request;
+      SchedulerState::WaiterList& list = waiters.value();
+      (list.tail ? list.tail->next : list.head) = waiter;
+      list.tail = waiter;
     }
   }
   if (!request) SubmitTask(cb, lateFailure);
@@ -105,11 +154,13 @@ Status Scheduler::MarkOutputs(int32_t n, void** outputs, Status sts) try {
   LMX_CHECK(outputs, LMX_STATUS_HANDLE_INVALID);
   LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "MarkOutputs");
   LMX_CHECK(n >= 0, LMX_STATUS_PARAM_UNSUPPORTED);
-  if (sts != LMX_STATUS_EXEC_INPROGRESS && sts != LMX_STATUS_NO_ERROR) {
-    LMX_SCHED_LOG(LOG_LEVEL_VERBOSE, L"MarkOutputs with sts=" << sts);
-  }
-  for (int32_t i = 0; i < n; ++i) {
-    if (outputs[i]) LMX_SCHED_LOG(LOG_LEVEL_VERBOSE, L"output=" << PointerText(outputs[i]) << L", status=" << sts);
+  if (lmsdk::LogUtil::GetLogger()->IsLevelEnabled(LOG_LEVEL_VERBOSE)) {
+    if (sts != LMX_STATUS_EXEC_INPROGRESS && sts != LMX_STATUS_NO_ERROR) {
+      LMX_SCHED_LOG(LOG_LEVEL_VERBOSE, L"MarkOutputs with sts=" << sts);
+    }
+    for (int32_t i = 0; i < n; ++i) {
+      if (outputs[i]) LMX_SCHED_LOG(LOG_LEVEL_VERBOSE, L"output=" << PointerText(outputs[i]) << L", status=" << sts);
+    }
   }
   if (sts == LMX_STATUS_EXEC_INPROGRESS) return MarkInProgress(n, outputs);
   return CompleteOutputs(n, outputs, sts);
@@ -118,14 +169,16 @@ Status Scheduler::MarkOutputs(int32_t n, void** outputs, Status sts) try {
 }
 
 Status Scheduler::MarkInProgress(int32_t n, void** outputs) {
-  lmx::SchedulerState& s = *state;
+  SchedulerState& s = *state;
   // Without requestLock: an existing entry keeps its waiters.
   for (int32_t i = 0; i < n; ++i) {
     if (!outputs[i]) continue;
     WaiterMap::Accessor waiters;
     s.pendingOutputs.Insert(waiters, outputs[i]);
   }
-  // Producing the output again forgets its last failure.
+  // Producing the output again forgets its last failure (nothing to forget when
+  // no output has failed).
+  if (!s.failedOutputs.MayHoldEntries()) return LMX_STATUS_NO_ERROR;
   for (int32_t i = 0; i < n; ++i) {
     if (outputs[i]) s.failedOutputs.Erase(outputs[i]);
   }
@@ -133,7 +186,7 @@ Status Scheduler::MarkInProgress(int32_t n, void** outputs) {
 }
 
 Status Scheduler::CompleteOutputs(int32_t n, void** outputs, Status sts) {
-  lmx::SchedulerState& s = *state;
+  SchedulerState& s = *state;
   if (sts < 0) {
     for (int32_t i = 0; i < n; ++i) {
       if (!outputs[i]) continue;
@@ -144,27 +197,32 @@ Status Scheduler::CompleteOutputs(int32_t n, void** outputs, Status sts) {
   }
 
   std::lock_guard lock(s.requestLock);
-  std::vector<Callback*> ready;
+  ReadyList ready;
   for (int32_t i = 0; i < n; ++i) {
     if (!outputs[i]) continue;
     WaiterMap::Accessor waiters;
     if (!s.pendingOutputs.Find(waiters, outputs[i])) continue;
-    for (Request* request : waiters.value()) {
+    for (Waiter* waiter = waiters.value().head; waiter;) {
+      Request* request = waiter->request;
       // An error reaches the consumer at once, and only once, even while other
       // inputs are still pending.
       if (sts < 0 && request->callback) {
-        ready.push_back(request->callback);
+        ready.Add(request->callback);
         request->callback = nullptr;
       }
       if (--request->count == 0) {
-        if (request->callback) ready.push_back(request->callback);
-        s.requests.erase(request->position);
+        if (request->callback) ready.Add(request->callback);
+        s.requests.Erase(request);
+        s.requestPool.Release(request);
       }
+      Waiter* next = waiter->next;
+      s.waiterPool.Release(waiter);
+      waiter = next;
     }
     s.pendingOutputs.Erase(waiters);
   }
   // Handed over while requestLock is held, so inline tasks run under it.
-  for (Callback* callback : ready) SubmitTask(callback, sts);
+  ready.ForEach([&](Callback* callback) { SubmitTask(callback, sts); });
   return LMX_STATUS_NO_ERROR;
 }
 

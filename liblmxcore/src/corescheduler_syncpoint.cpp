@@ -66,14 +66,16 @@ Status Scheduler::SyncPoint::SynchronizeExINT(int32_t n1, LMXSyncPoint** sps, in
   auto syncPointAt = [&](int32_t i) { return sps ? From(sps[i]) : nullptr; };
   auto eventAt = [&](int32_t j) { return events ? events[j] : nullptr; };
 
-  for (int32_t i = 0; i < n1; ++i) {
+  // The counts are checked before either array is read. The operating system's
+  // limit on objects in one wait counts the null entries too; a negative count
+  // describes no array at all and is refused the same way.
+  const bool countsFit = !LMX_FAILED_ON(n1 >= 0 && n2 >= 0) &&
+                         CheckedAdd(n1, n2).value_or(INT64_MAX) <= platform::kMaximumWaitObjects;
+  for (int32_t i = 0; countsFit && i < n1; ++i) {
     if (sps && sps[i]) LMX_SCHED_LOG(LOG_LEVEL_VERBOSE, L"sps[i] = " << PointerText(sps[i]));
   }
   LMX_SCHED_LOG(LOG_LEVEL_VERBOSE, L"timeout = " << timeout);
-
-  // The operating system's limit on objects in one wait counts the null entries
-  // too. Computed in 64 bits so that huge counts cannot wrap.
-  if (static_cast<int64_t>(n1) + n2 > static_cast<int64_t>(platform::kMaximumWaitObjects)) {
+  if (!countsFit) {
     LMX_SCHED_LOG(LOG_LEVEL_ERROR, L"Function " << L"Scheduler::SyncPoint::SynchronizeExINT"
                                                 << L" returned LMX_STATUS_PARAM_UNSUPPORTED = "
                                                 << StatusText(LMX_STATUS_PARAM_UNSUPPORTED));

@@ -231,7 +231,7 @@ TEST_F(AudioConverterTest, FailuresLogAndReturnTheirStatus) {
   // A source without channels is refused before any division by them.
   auto* empty = MakeAudio(LMXAudio::AUDIO_FORMAT_PCM, 8000, 0, Noise(10, 4));
   EXPECT_EQ(converter_->ConvertAudio(empty, MakeInfo(0, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1), dst),
-            LMX_STATUS_PARAM_UNSUPPORTED);
+            LMX_STATUS_HANDLE_INVALID);
   EXPECT_TRUE(capture->Contains("failed on src_info.nchannels > 0 && dst_info.nchannels > 0"));
   for (auto* object : {src, odd, empty}) object->Release();
 }

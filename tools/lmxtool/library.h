@@ -20,48 +20,15 @@
 #include "lmxaudio.h"
 #include "lmxscheduler.h"
 #include "lmxsession.h"
-#include "module_host.h"
+#include "host_ref.h"
 #include "host_session.h"
+#include "module_host.h"
 
 namespace lmxtool {
 
 using Norvik::Lumetra::Status;
 
-// Holds one reference to a library object and releases it on scope exit.
-template <class T>
-class Ref {
- public:
-  Ref() = default;
-  explicit Ref(T* object) : object_(object) {}
-  ~Ref() { Reset(); }
-  Ref(const Ref&) = delete;
-  Ref& operator=(const Ref&) = delete;
-  Ref(Ref&& other) noexcept : object_(other.object_) { other.object_ = nullptr; }
-  Ref& operator=(Ref&& other) noexcept {
-    if (this != &other) {
-      Reset();
-      object_ = other.object_;
-      other.object_ = nullptr;
-    }
-    return *this;
-  }
-
-  T* Get() const { return object_; }
-  T* operator->() const { return object_; }
-  explicit operator bool() const { return object_ != nullptr; }
-  // For factory calls that write a new object: the old one is released first.
-  T** Out() {
-    Reset();
-    return &object_;
-  }
-  void Reset() {
-    if (object_) object_->Release();
-    object_ = nullptr;
-  }
-
- private:
-  T* object_ = nullptr;
-};
+using lmxhost::Ref;
 
 // The text of a status as the library spells it ("LMX_STATUS_... (...)").
 std::string StatusText(Status sts);

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <numeric>
 
+#include "lmxchecked.h"
+
 namespace {
 
 constexpr uint32_t kStateMagic = 0x52504F4Cu;
@@ -51,8 +53,12 @@ size_t BankTaps(const Ratio& ratio, int32_t length) {
   return static_cast<size_t>(ratio.phases) * static_cast<size_t>(length);
 }
 
-size_t StateSize(const Ratio& ratio, int32_t length) {
-  return sizeof(ResamplerState) + 2 * kBankAlignment + BankTaps(ratio, length) * (sizeof(double) + sizeof(float));
+// The header, two alignment gaps and both banks. The limits keep it near 1.5 MiB;
+// it is checked all the same, since it becomes the caller's 32-bit size.
+Norvik::Lumetra::Checked StateSize(const Ratio& ratio, int32_t length) {
+  using Norvik::Lumetra::CheckedAdd, Norvik::Lumetra::CheckedMul;
+  constexpr int64_t kFixedBytes = sizeof(ResamplerState) + 2 * kBankAlignment;
+  return CheckedAdd(kFixedBytes, CheckedMul(CheckedMul(ratio.phases, length), sizeof(double) + sizeof(float)));
 }
 
 uint8_t* AlignUp(uint8_t* address) {
@@ -119,7 +125,9 @@ VkpStatus vkpsResamplePolyphaseFixedGetSize_16s(int32_t inRate, int32_t outRate,
   Ratio ratio{};
   VkpStatus sts = CheckParameters(inRate, outRate, length, &ratio);
   if (sts != kVkpOk) return sts;
-  *stateSize = static_cast<int32_t>(StateSize(ratio, length));
+  const Norvik::Lumetra::Checked size = StateSize(ratio, length);
+  if (!Norvik::Lumetra::IsSize32(size)) return kVkpTooManyPhases;
+  *stateSize = static_cast<int32_t>(*size);
   *filterLen = length;
   *filterNum = ratio.phases;
   return kVkpOk;

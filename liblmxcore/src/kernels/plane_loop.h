@@ -5,9 +5,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 
 #include "kernels/pixel_kernels.h"
+#include "lmxchecked.h"
 
 namespace lmx::detail {
 
@@ -22,7 +22,7 @@ inline T* Row(T* base, int32_t pitch, int32_t r) {
 inline Status CheckPlane(const void* src, const void* dst, int32_t width, int32_t height, int32_t max_bpp) {
   if (!src || !dst) return LMX_STATUS_HANDLE_INVALID;
   if (width < 1 || height < 1) return LMX_STATUS_PARAM_UNSUPPORTED;
-  if (static_cast<int64_t>(width) * max_bpp > std::numeric_limits<int>::max()) return LMX_STATUS_PARAM_UNSUPPORTED;
+  if (!IsSize32(CheckedMul(width, max_bpp))) return LMX_STATUS_PARAM_UNSUPPORTED;
   return LMX_STATUS_NO_ERROR;
 }
 

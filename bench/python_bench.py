@@ -1,0 +1,91 @@
+#!/usr/bin/env python3
+"""The Python binding beside OpenCV's, in one run.
+
+Cases, on a 1920x1080 YUY2 frame, single thread (cv2.setNumThreads(1)):
+  bgra_view   lmxcore: a write block on YUY2 (the BGRA buffer goes stale), then a read
+              block in BGRA: the conversion lands in the library's buffer, which the
+              block's array is (no copy)
+  bgra_copy   lmxcore: the same, but img.to_numpy(BGRA): converted, then copied out
+  cv2         cv2.cvtColor(frame, cv2.COLOR_YUV2BGRA_YUY2): a new array each call
+  with_block  enter + exit of a reused img.read(YUY2) block on a valid format
+  with_full   `with img.read(Format.YUY2) as a: pass`, the access object made each time
+
+Repetitions interleave the cases; the fastest repetition of each counts, in CPU time
+(everything runs on the calling thread, so time lost to other processes is left out).
+Usage: PYTHONPATH=build/bench/python python3 bench/python_bench.py [--repetitions N]
+       [--iterations N] [--smoke]
+"""
+import argparse
+import time
+import timeit
+
+import cv2
+import numpy as np
+
+import lmxcore
+from lmxcore import Format
+
+W, H = 1920, 1080
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--repetitions", type=int, default=7)
+    parser.add_argument("--iterations", type=int, default=50, help="per repetition, for the frame cases")
+    parser.add_argument("--smoke", action="store_true", help="one short pass, to check the script runs")
+    args = parser.parse_args()
+    if args.smoke:
+        args.repetitions, args.iterations = 1, 2
+
+    cv2.setNumThreads(1)
+    frame = np.random.default_rng(7).integers(16, 236, (H, W, 2), dtype=np.uint8)
+    image = lmxcore.Allocator().image(W, H, Format.YUY2)
+    with image.write(Format.YUY2) as planes:
+        planes[...] = frame
+
+    def bgra_view():
+        with image.write(Format.YUY2):
+            pass
+        with image.read(Format.BGRA) as bgra:
+            return bgra
+
+    def bgra_copy():
+        with image.write(Format.YUY2):
+            pass
+        return image.to_numpy(Format.BGRA)
+
+    block = image.read(Format.YUY2)
+    enter, leave = block.__enter__, block.__exit__
+
+    def with_block():
+        enter()
+        leave(None, None, None)
+
+    def with_full():
+        with image.read(Format.YUY2):
+            pass
+
+    frame_iterations = args.iterations
+    block_iterations = args.iterations * 2000
+    cases = {
+        "bgra_view": (bgra_view, frame_iterations),
+        "bgra_copy": (bgra_copy, frame_iterations),
+        "cv2": (lambda: cv2.cvtColor(frame, cv2.COLOR_YUV2BGRA_YUY2), frame_iterations),
+        "with_block": (with_block, block_iterations),
+        "with_full": (with_full, block_iterations),
+    }
+    best = {name: float("inf") for name in cases}
+    for _ in range(args.repetitions):
+        for name, (case, iterations) in cases.items():
+            timer = timeit.Timer(case, timer=time.process_time)  # CPU time: preemption does not count
+            best[name] = min(best[name], timer.timeit(number=iterations) / iterations)
+
+    for name, seconds in best.items():
+        print(f"{name:<11} {seconds * 1e6:10.2f} us")
+    print(f"bgra_view / cv2  {best['bgra_view'] / best['cv2']:.2f}")
+    print(f"bgra_copy / cv2  {best['bgra_copy'] / best['cv2']:.2f}")
+    print(f"with_block       {best['with_block'] * 1e6:.2f} us (target < 2 us)")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,39 @@
+// image.h: the Python Allocator, Image and Audio objects.
+#pragma once
+
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+
+#include "library.h"
+
+namespace lmxpy {
+
+namespace py = pybind11;
+using Norvik::Lumetra::Image;
+using LMXAudioObject = Norvik::Lumetra::Speech::Audio;
+
+struct PyAllocator {
+  Ref<LMXAllocator> allocator;
+};
+
+// An image object. `adopted` keeps the arrays whose memory the image uses alive; it
+// is declared first so that it outlives the image's last reference.
+struct PyImage {
+  py::object adopted;
+  Ref<Image> image;
+  Image::ImageInfo info{};
+};
+
+struct PyAudio {
+  Ref<LMXAudioObject> audio;
+};
+
+// Samples of an int16 or float32 array as a new audio object (copied).
+PyAudio CreateAudio(LMXAllocator* allocator, const py::array& samples, int rate, int channels);
+// The samples of an audio object in `format` (0: as held), shaped (frames, channels).
+py::array AudioToNumpy(LMXAudioObject* audio, int32_t format);
+
+// Bindings of the image and allocator side, the access contexts and metadata.
+void RegisterImages(py::module_& module);
+
+}  // namespace lmxpy
