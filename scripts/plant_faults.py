@@ -202,6 +202,58 @@ def build_and_test(log, ctest_timeout):
     return ("caught" if rc != 0 else "MISSED"), failed_tests(log)
 
 
+BEFORE_CMAKE = """
+# Added by plant_faults.py --before: the unit tests of another revision, same library.
+file(GLOB LMX_BEFORE_SOURCES ${PROJECT_SOURCE_DIR}/tests_before/unit/*.cpp
+     ${PROJECT_SOURCE_DIR}/tests_before/unit/${LMX_TEST_PLATFORM}/*.cpp
+     ${PROJECT_SOURCE_DIR}/tests_before/support/${LMX_TEST_PLATFORM}/*.cpp)
+add_executable(lmxcore_tests_before ${LMX_BEFORE_SOURCES})
+target_include_directories(lmxcore_tests_before PRIVATE ${PROJECT_SOURCE_DIR}/tests_before)
+target_link_libraries(lmxcore_tests_before PRIVATE lmxcore_internal ${LMX_GTEST_LIBS} ${LMX_GTEST_MAIN} lmx_options)
+target_compile_definitions(lmxcore_tests_before PRIVATE
+  LMX_FAKE_LOGGING_MODULE="$<TARGET_FILE:lmxlog_fake_good>"
+  LMX_FAKE_LOGGING_MODULE_BAD_SIGNATURE="$<TARGET_FILE:lmxlog_fake_bad_signature>")
+if(TARGET log_module_child)
+  target_compile_definitions(lmxcore_tests_before PRIVATE LMX_LOG_MODULE_CHILD="$<TARGET_FILE:log_module_child>")
+endif()
+"""
+
+SUITES = {"after": ["lmxcore_tests", "host_tests"], "before": ["lmxcore_tests_before", "host_tests"]}
+
+
+def run_binary(name, log, timeout):
+    """Failed test names of one gtest binary (a crash or time-out counts as a failure of the binary)."""
+    path = ROOT_SRC / "build" / "default" / "bin" / name
+    try:
+        proc = subprocess.run([str(path), "--gtest_brief=1"], cwd=path.parent, capture_output=True, text=True,
+                              timeout=timeout, errors="replace")
+    except subprocess.TimeoutExpired:
+        return {name + " (timed out)"}
+    with open(log, "a") as out:
+        out.write(proc.stdout[-20000:] + proc.stderr[-5000:])
+    failed = set()
+    for line in proc.stdout.splitlines():
+        if line.startswith("[  FAILED  ]"):
+            token = line.split("]", 1)[1].split()[0].rstrip(",") if line.split("]", 1)[1].split() else ""
+            if "." in token:
+                failed.add(token)
+    if proc.returncode != 0 and not failed:
+        failed = {f"{name} (exit {proc.returncode})"}
+    return failed
+
+
+def build_and_run_suites(log, timeout, baseline):
+    targets = ["lmxcore_tests", "lmxcore_tests_before", "host_tests", "liblmxcore"]
+    if run(["cmake", "--build", "--preset", "default", "--target", *targets], 1800, log) != 0:
+        return {k: ("build error", []) for k in SUITES}
+    results = {}
+    failures = {b: run_binary(b, log, timeout) - baseline.get(b, set()) for b in {x for v in SUITES.values() for x in v}}
+    for suite, binaries in SUITES.items():
+        names = sorted(n for b in binaries for n in failures[b])
+        results[suite] = ("caught" if names else "MISSED", names)
+    return results, failures
+
+
 def main():
     global ROOT_SRC
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
@@ -212,6 +264,9 @@ def main():
     parser.add_argument("--timeout", type=int, default=60, help="per-test timeout in seconds")
     parser.add_argument("--with-headers", action="store_true", help="also the faults in widely included headers")
     parser.add_argument("--rev", help="plant into this committed revision instead of the working tree")
+    parser.add_argument("--before", metavar="REV",
+                        help="also build the unit tests of REV as lmxcore_tests_before against the same library and "
+                             "run both suites per fault (one build for both; ctest is not used)")
     parser.add_argument("--list", action="store_true", help="list the faults and stop")
     args = parser.parse_args()
     os.environ.setdefault("CCACHE_BASEDIR", str(ROOT.parent))
@@ -245,6 +300,13 @@ def main():
         else:
             files = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=ROOT, check=True,
                                    capture_output=True, text=True).stdout.split("\n")
+        # Files of an earlier copy that the tree no longer has go (the build and tests_before stay).
+        keep = set(filter(None, files))
+        if ROOT_SRC.is_dir():
+            for p in list(ROOT_SRC.rglob("*")):
+                rel = p.relative_to(ROOT_SRC)
+                if p.is_file() and rel.parts[0] not in ("build", "tests_before") and str(rel) not in keep:
+                    p.unlink()
         for name in filter(None, files):
             src, dst = origin / name, ROOT_SRC / name
             if not src.is_file():
@@ -253,6 +315,23 @@ def main():
                 continue  # unchanged: keep its time stamp, so the build stays incremental
             dst.parent.mkdir(parents=True, exist_ok=True)
             shutil.copy2(src, dst)
+    if args.before:
+        archive = subprocess.run(["git", "archive", args.before, "tests"], cwd=ROOT, check=True,
+                                 capture_output=True).stdout
+        tmp = work / "before_tmp"
+        shutil.rmtree(tmp, ignore_errors=True)
+        tmp.mkdir()
+        subprocess.run(["tar", "-x", "-C", str(tmp)], input=archive, check=True)
+        for p in (tmp / "tests").rglob("*"):
+            if p.is_file():
+                dst = ROOT_SRC / "tests_before" / p.relative_to(tmp / "tests")
+                if not (dst.is_file() and dst.read_bytes() == p.read_bytes()):
+                    dst.parent.mkdir(parents=True, exist_ok=True)
+                    shutil.copy2(p, dst)
+        cml = ROOT_SRC / "tests" / "CMakeLists.txt"
+        if "lmxcore_tests_before" not in cml.read_text():
+            cml.write_text(cml.read_text() + BEFORE_CMAKE)
+        return run_both(args, work, faults)
     out = Path(args.out) if args.out else work / "results.md"
     log = str(work / "last.log")
 
@@ -311,6 +390,70 @@ def main():
             f.write(f"| {fid} | {rel} | {desc} | {result} | {shown} |\n")
     print(f"{caught} of {len(rows)} caught; table in {out}")
     return 0
+
+
+def run_both(args, work, faults):
+    out = Path(args.out) if args.out else work / "results.md"
+    log = str(work / "last.log")
+    planted = {}
+
+    def restore(*_):
+        for path, text in planted.items():
+            path.write_text(text)
+        planted.clear()
+
+    def on_signal(signum, _frame):
+        restore()
+        sys.exit(128 + signum)
+
+    signal.signal(signal.SIGINT, on_signal)
+    signal.signal(signal.SIGTERM, on_signal)
+    run(["cmake", "--preset", "default"], 600, log)
+    Path(log).write_text("")
+    first = build_and_run_suites(log, args.timeout, {})
+    if isinstance(first, dict):
+        print(f"the unplanted tree does not build; see {log}")
+        return 1
+    _, baseline = first
+    print("baseline failures (ignored):", {k: sorted(v) for k, v in baseline.items() if v}, flush=True)
+    rows = []
+    try:
+        for fid, hint, search, replacement, desc in faults:
+            start = time.time()
+            path = locate(hint, search)
+            if path is None:
+                rows.append((fid, hint, desc, {k: ("not found", []) for k in SUITES}))
+                print(f"{fid}: not found", flush=True)
+                continue
+            text = path.read_text()
+            planted[path] = text
+            path.write_text(text.replace(search, replacement, 1))
+            Path(log).write_text("")
+            try:
+                got = build_and_run_suites(log, args.timeout, baseline)
+            finally:
+                restore()
+            results = got if isinstance(got, dict) else got[0]
+            rows.append((fid, str(path.relative_to(ROOT_SRC)), desc, results))
+            print(f"{fid}: before {results['before'][0]}, after {results['after'][0]} ({time.time() - start:.0f} s)",
+                  flush=True)
+            write_both(out, rows)
+    finally:
+        restore()
+    write_both(out, rows)
+    return 0
+
+
+def write_both(out, rows):
+    def shown(names):
+        return ", ".join(names[:2]) + (f" (+{len(names) - 2})" if len(names) > 2 else "")
+    with open(out, "w") as f:
+        for suite in ("before", "after"):
+            caught = sum(1 for r in rows if r[3][suite][0] == "caught")
+            f.write(f"- {suite}: {caught} of {len(rows)} caught\n")
+        f.write("\n| id | file | fault | before | after | failing tests after |\n|---|---|---|---|---|---|\n")
+        for fid, rel, desc, res in rows:
+            f.write(f"| {fid} | {rel} | {desc} | {res['before'][0]} | {res['after'][0]} | {shown(res['after'][1])} |\n")
 
 
 ROOT_SRC = ROOT
