@@ -18,6 +18,8 @@
 #include "lmxallocator.h"
 #include "module_factories.h"
 
+using lmx::CreateAllocator;
+
 using namespace Norvik::Lumetra;
 
 namespace {

@@ -13,12 +13,12 @@
 #include <string>
 #include <vector>
 
-#include "kernels/cpu_features.h"
+#include "cpu_features.h"
 #include "kernels/pixel_kernels.h"
 
 namespace {
 
-namespace k = lmx::kernels;
+namespace k = lmx;
 
 struct Frame {
   int width, height;

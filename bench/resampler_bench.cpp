@@ -31,29 +31,37 @@
 
 #include "audio_converter.h"
 #include "coreaccel_baseaudio.h"
+#include "cpu_features.h"
 #include "dsp/audio_kernels.h"
 #include "dsp/resampler.h"
 #include "lmxallocator.h"
 #include "module_factories.h"
+
+using lmx::BaseAudio;
+using lmx::AudioConverter;
+using lmx::CreateAllocator;
+using lmx::CreateAudioConverter;
 
 namespace {
 
 constexpr int32_t kHalf = 32;
 constexpr int32_t kBlock = 4096;
 // The resampler's fast path (single precision, fused multiply-add).
-constexpr uint32_t kFast = lmx::dsp::kCpuAvx2 | lmx::dsp::kCpuFma;
-constexpr uint32_t kFast512 = kFast | lmx::dsp::kCpuAvx512;
+constexpr uint32_t kFast = lmx::kCpuHasAVX2 | lmx::kCpuHasFMA;
+constexpr uint32_t kFast512 = kFast | lmx::kCpuHasAVX512BW;
 
 void BM_Resample(benchmark::State& state, int32_t inRate, int32_t outRate, uint32_t features) {
-  if ((lmx::dsp::DetectedCpuFeatures() & features) != features) {
+  if ((lmx::DetectedCpuFeatures() & features) != features) {
     state.SkipWithError("feature not available");
     return;
   }
   int32_t size = 0, len = 0, num = 0;
   vkpsResamplePolyphaseFixedGetSize_16s(inRate, outRate, 2 * kHalf, &size, &len, &num, vkpAlgHintAccurate);
   std::vector<uint8_t> bank(size);
-  vkpsResamplePolyphaseFixedInit_16s(inRate, outRate, 2 * kHalf, 0.95f, 9.0f, bank.data(), vkpAlgHintAccurate);
-  lmx::dsp::ResamplerUseKernels(bank.data(), lmx::dsp::AudioKernelsFor(features));
+  {
+    lmx::ScopedCpuFeatureMask mask(features);  // the set-up picks the variant
+    vkpsResamplePolyphaseFixedInit_16s(inRate, outRate, 2 * kHalf, 0.95f, 9.0f, bank.data(), vkpAlgHintAccurate);
+  }
 
   std::mt19937 rng(1);
   std::vector<int16_t> in(kBlock + 2 * kHalf);
@@ -69,12 +77,12 @@ void BM_Resample(benchmark::State& state, int32_t inRate, int32_t outRate, uint3
 }
 
 void BM_MixToMono(benchmark::State& state, uint32_t features) {
-  if ((lmx::dsp::DetectedCpuFeatures() & features) != features) {
+  if ((lmx::DetectedCpuFeatures() & features) != features) {
     state.SkipWithError("feature not available");
     return;
   }
   const int32_t channels = static_cast<int32_t>(state.range(0));
-  const auto kernels = lmx::dsp::AudioKernelsFor(features);
+  const auto kernels = lmx::SelectAudioKernels(features);
   std::vector<int16_t> in(static_cast<size_t>(kBlock) * channels, 123), out(kBlock);
   for (auto _ : state) {
     kernels.mixToMono(in.data(), channels, out.data(), kBlock);
@@ -174,8 +182,8 @@ class OursBare final : public StreamResampler {
     int32_t size = 0, len = 0, num = 0;
     vkpsResamplePolyphaseFixedGetSize_16s(inRate, outRate, 2 * kHalf, &size, &len, &num, vkpAlgHintAccurate);
     bank.resize(static_cast<size_t>(size));
+    lmx::ScopedCpuFeatureMask mask(features);  // the set-up picks the variant
     vkpsResamplePolyphaseFixedInit_16s(inRate, outRate, 2 * kHalf, 0.95f, 9.0f, bank.data(), vkpAlgHintAccurate);
-    lmx::dsp::ResamplerUseKernels(bank.data(), lmx::dsp::AudioKernelsFor(features));
   }
   // The input goes between kHalf silent samples on each side.
   void Prepare(const std::vector<int16_t>& in, int16_t*) override {
@@ -367,7 +375,7 @@ class SampleRate final : public StreamResampler {
 using Factory = std::function<std::unique_ptr<StreamResampler>(int32_t inRate, int32_t outRate)>;
 
 void BM_Stream(benchmark::State& state, int32_t inRate, int32_t outRate, uint32_t features, const Factory& make) {
-  if ((lmx::dsp::DetectedCpuFeatures() & features) != features) {
+  if ((lmx::DetectedCpuFeatures() & features) != features) {
     state.SkipWithError("feature not available");
     return;
   }
@@ -524,4 +532,4 @@ BENCHMARK_CAPTURE(BM_Resample, 16000_48000_C, 16000, 48000, 0u);
 BENCHMARK_CAPTURE(BM_Resample, 16000_48000_AVX2_FMA, 16000, 48000, kFast);
 BENCHMARK_CAPTURE(BM_Resample, 16000_48000_AVX512, 16000, 48000, kFast512);
 BENCHMARK_CAPTURE(BM_MixToMono, C, 0u)->Arg(2)->Arg(3)->Arg(6);
-BENCHMARK_CAPTURE(BM_MixToMono, AVX2, lmx::dsp::kCpuAvx2)->Arg(2)->Arg(3)->Arg(6);
+BENCHMARK_CAPTURE(BM_MixToMono, AVX2, lmx::kCpuHasAVX2)->Arg(2)->Arg(3)->Arg(6);

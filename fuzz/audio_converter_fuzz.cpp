@@ -26,6 +26,9 @@
 #include "lmxallocator.h"
 #include "fuzz_support.h"
 
+using lmx::BaseAudio;
+using lmx::AudioConverter;
+
 using namespace Norvik::Lumetra;
 
 namespace {

@@ -20,7 +20,7 @@
 #include "fuzz_support.h"
 
 using namespace Norvik::Lumetra;
-using lmx::kernels::ComputePlaneLayout;
+using lmx::ComputePlaneLayout;
 
 namespace {
 
@@ -94,11 +94,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   static constexpr float kScales[] = {1.0f, 0.125f, 4.0f, 0.3f, 0.0f, -1.0f, 1e-30f, 1e-40f, 1e30f};
   const int scaleChoice = input.ConsumeIntegralInRange(0, 11);
-  lmx::kernels::FixedDepthScale depth =
-      scaleChoice >= 11 ? lmx::kernels::FixedDepthScale()
-      : scaleChoice == 10 ? lmx::kernels::FixedDepthScale(std::nanf(""))
-      : scaleChoice == 9 ? lmx::kernels::FixedDepthScale(std::numeric_limits<float>::infinity())
-                          : lmx::kernels::FixedDepthScale(kScales[scaleChoice]);
+  lmx::FixedDepthScale depth =
+      scaleChoice >= 11 ? lmx::FixedDepthScale()
+      : scaleChoice == 10 ? lmx::FixedDepthScale(std::nanf(""))
+      : scaleChoice == 9 ? lmx::FixedDepthScale(std::numeric_limits<float>::infinity())
+                          : lmx::FixedDepthScale(kScales[scaleChoice]);
 
   Buffer src, dst;
   Allocate(input, src_info, valid, &src);
@@ -110,7 +110,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
 
   Image::PixelFormat interm{};
-  const Status sts = lmx::kernels::ConvertImageBuffer(&src_info, &src.data, &dst_info, &dst.data, depth, &interm);
+  const Status sts = lmx::ConvertImageBuffer(&src_info, &src.data, &dst_info, &dst.data, depth, &interm);
   // Impossible sizes are refused, unless there is nothing to touch: the same
   // buffer on both sides, or a format without planes (both sides then hold none).
   const bool planeless = ComputePlaneLayout(0, 0, src_info.format, nullptr) == 0;

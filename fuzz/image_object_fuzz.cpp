@@ -25,6 +25,8 @@
 #include "module_factories.h"
 #include "fuzz_support.h"
 
+using lmx::CreateAllocator;
+
 using namespace Norvik::Lumetra;
 
 namespace {

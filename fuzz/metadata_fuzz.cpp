@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "core_metadata.h"
-#include "host/test_session.h"
+#include "host_session.h"
 #include "fuzz_support.h"
 
 using namespace Norvik::Lumetra;
@@ -72,7 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   // Objects live until the end of the run, after the store, so that the store's
   // last releases reach live objects; they count what they received.
   std::vector<std::unique_ptr<TinySerializable>> objects;
-  lmxtest::TestSession session;
+  lmxhost::HostSession session;
   Service::ImplDesc desc{};
   desc.code = kCode;
   session.AddImpl(desc, [&] {

@@ -29,6 +29,12 @@
 #include "lmxlogging.h"
 #include "lmxstatus.h"
 
+// The source file that log lines name; a file that logs on behalf of another
+// defines it before its first include.
+#ifndef LMX_LOG_SOURCE_FILE
+#define LMX_LOG_SOURCE_FILE __FILE__
+#endif
+
 #if defined(_MSC_VER)
 #define LMX_FUNCSIG __FUNCSIG__
 #else
@@ -134,7 +140,7 @@ class TraceScope {
 }  // namespace lmx::detail
 
 #define LMX_FAILED_ON(cond) \
-  ::lmx::detail::FailedOn(static_cast<bool>(cond), #cond, __FILE__, __LINE__, LMX_FUNCSIG)
+  ::lmx::detail::FailedOn(static_cast<bool>(cond), #cond, LMX_LOG_SOURCE_FILE, __LINE__, LMX_FUNCSIG)
 
 #define LMX_CHECK(cond, ret)          \
   do {                                \
@@ -142,7 +148,7 @@ class TraceScope {
   } while (0)
 
 #define LMX_CALL_FAILED(sts, call) \
-  ::lmx::detail::CallFailed(((sts) = (call)), #call, __FILE__, __LINE__, LMX_FUNCSIG)
+  ::lmx::detail::CallFailed(((sts) = (call)), #call, LMX_LOG_SOURCE_FILE, __LINE__, LMX_FUNCSIG)
 
 #define LMX_CHECK_CALL(call)                                              \
   do {                                                                    \

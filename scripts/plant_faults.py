@@ -243,7 +243,7 @@ def run_binary(name, log, timeout):
 
 
 def build_and_run_suites(log, timeout, baseline):
-    targets = ["lmxcore_tests", "lmxcore_tests_before", "host_tests", "liblmxcore"]
+    targets = ["lmxcore_tests", "host_tests", "liblmxcore"] + (["lmxcore_tests_before"] if "before" in SUITES else [])
     if run(["cmake", "--build", "--preset", "default", "--target", *targets], 1800, log) != 0:
         return {k: ("build error", []) for k in SUITES}
     results = {}
@@ -267,6 +267,8 @@ def main():
     parser.add_argument("--before", metavar="REV",
                         help="also build the unit tests of REV as lmxcore_tests_before against the same library and "
                              "run both suites per fault (one build for both; ctest is not used)")
+    parser.add_argument("--binaries", action="store_true",
+                        help="run the gtest programs (lmxcore_tests, host_tests) instead of ctest: much faster")
     parser.add_argument("--list", action="store_true", help="list the faults and stop")
     args = parser.parse_args()
     os.environ.setdefault("CCACHE_BASEDIR", str(ROOT.parent))
@@ -331,6 +333,9 @@ def main():
         cml = ROOT_SRC / "tests" / "CMakeLists.txt"
         if "lmxcore_tests_before" not in cml.read_text():
             cml.write_text(cml.read_text() + BEFORE_CMAKE)
+        return run_both(args, work, faults)
+    if args.binaries:
+        SUITES.pop("before")
         return run_both(args, work, faults)
     out = Path(args.out) if args.out else work / "results.md"
     log = str(work / "last.log")
@@ -408,7 +413,8 @@ def run_both(args, work, faults):
 
     signal.signal(signal.SIGINT, on_signal)
     signal.signal(signal.SIGTERM, on_signal)
-    run(["cmake", "--preset", "default"], 600, log)
+    if not (ROOT_SRC / "build" / "default" / "CMakeCache.txt").exists() or args.before:
+        run(["cmake", "--preset", "default"], 600, log)
     Path(log).write_text("")
     first = build_and_run_suites(log, args.timeout, {})
     if isinstance(first, dict):
@@ -435,7 +441,7 @@ def run_both(args, work, faults):
                 restore()
             results = got if isinstance(got, dict) else got[0]
             rows.append((fid, str(path.relative_to(ROOT_SRC)), desc, results))
-            print(f"{fid}: before {results['before'][0]}, after {results['after'][0]} ({time.time() - start:.0f} s)",
+            print(f"{fid}: " + ", ".join(f"{k} {v[0]}" for k, v in results.items()) + f" ({time.time() - start:.0f} s)",
                   flush=True)
             write_both(out, rows)
     finally:
@@ -448,12 +454,18 @@ def write_both(out, rows):
     def shown(names):
         return ", ".join(names[:2]) + (f" (+{len(names) - 2})" if len(names) > 2 else "")
     with open(out, "w") as f:
-        for suite in ("before", "after"):
+        for suite in [k for k in ("before", "after") if k in SUITES]:
             caught = sum(1 for r in rows if r[3][suite][0] == "caught")
             f.write(f"- {suite}: {caught} of {len(rows)} caught\n")
-        f.write("\n| id | file | fault | before | after | failing tests after |\n|---|---|---|---|---|---|\n")
-        for fid, rel, desc, res in rows:
-            f.write(f"| {fid} | {rel} | {desc} | {res['before'][0]} | {res['after'][0]} | {shown(res['after'][1])} |\n")
+        if "before" in SUITES:
+            f.write("\n| id | file | fault | before | after | failing tests after |\n|---|---|---|---|---|---|\n")
+            for fid, rel, desc, res in rows:
+                f.write(f"| {fid} | {rel} | {desc} | {res['before'][0]} | {res['after'][0]} | "
+                        f"{shown(res['after'][1])} |\n")
+        else:
+            f.write("\n| id | file | fault | result | failing tests |\n|---|---|---|---|---|\n")
+            for fid, rel, desc, res in rows:
+                f.write(f"| {fid} | {rel} | {desc} | {res['after'][0]} | {shown(res['after'][1])} |\n")
 
 
 ROOT_SRC = ROOT

@@ -13,6 +13,8 @@
 #include "lmxutils.h"
 #include "module_factories.h"
 
+namespace lmx {
+
 using namespace Norvik::Lumetra;
 
 namespace {
@@ -72,7 +74,7 @@ Status AudioConverter::MixChannels(const int16_t* src, const LMXAudio::AudioInfo
   if (frames == 0) return LMX_STATUS_NO_ERROR;
   LMX_CHECK(frames > 0 && src_info.nchannels > 0, LMX_STATUS_PARAM_UNSUPPORTED);
   LMX_CHECK(src && dst, LMX_STATUS_HANDLE_INVALID);
-  lmx::dsp::AudioKernels().mixToMono(src, src_info.nchannels, dst, frames);
+  lmx::ActiveAudioKernels().mixToMono(src, src_info.nchannels, dst, frames);
   return LMX_STATUS_NO_ERROR;
 }
 
@@ -205,3 +207,5 @@ Status CreateAudioConverter(Session* session, LMXSchedulerService*, Service::Acc
   if (result) *result = converter;
   return converter ? LMX_STATUS_NO_ERROR : LMX_STATUS_ALLOC_FAILED;
 }
+
+}  // namespace lmx

@@ -21,6 +21,8 @@
 #include "lmxaudio.h"
 #include "lmximpl.h"
 
+namespace lmx {
+
 class AudioConverter final : public Norvik::Lumetra::BaseImpl<LMXAudioConversion> {
  public:
   explicit AudioConverter(Norvik::Lumetra::Base* allocator);
@@ -48,3 +50,5 @@ class AudioConverter final : public Norvik::Lumetra::BaseImpl<LMXAudioConversion
   uint8_t* state = nullptr;
   LMXAudio::AudioInfo monoInfo{0, LMXAudio::AUDIO_FORMAT_PCM, 0, 1, 0, {0, 0, 0}};
 };
+
+}  // namespace lmx

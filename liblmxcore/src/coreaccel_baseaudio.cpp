@@ -7,6 +7,8 @@
 #include "dsp/audio_kernels.h"
 #include "lmxutils.h"
 
+namespace lmx {
+
 using namespace Norvik::Lumetra;
 
 Status BaseAudio::AcquireAccess(Access, AudioFormat, int32_t, AudioData*) { return LMX_STATUS_FEATURE_UNSUPPORTED; }
@@ -62,7 +64,7 @@ Status BaseAudio::CopyData(const AudioInfo* src_info, AudioData* src, const Audi
   dst->dataSize = dataSize;
   // The primitives reject null buffers when there is something to copy.
   const bool buffers = dataSize == 0 || (src->dataPtr && dst->dataPtr);
-  const auto& kernels = lmx::dsp::AudioKernels();
+  const auto& kernels = lmx::ActiveAudioKernels();
   if (src_info->format == dst_info->format) {
     if (src->dataPtr == dst->dataPtr) return LMX_STATUS_NO_ERROR;
     if (!buffers) return LMX_STATUS_ALLOC_FAILED;
@@ -83,3 +85,5 @@ Status BaseAudio::CopyData(const AudioInfo* src_info, AudioData* src, const Audi
   }
   return LMX_STATUS_PARAM_UNSUPPORTED;
 }
+
+}  // namespace lmx

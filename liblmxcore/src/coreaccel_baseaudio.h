@@ -17,6 +17,8 @@
 #include "lmxaudio.h"
 #include "lmximpl.h"
 
+namespace lmx {
+
 class BaseAudio : public Norvik::Lumetra::BaseImpl2<LMXAudio, LMXAudioService> {
  public:
   using AudioInfo = LMXAudio::AudioInfo;
@@ -98,3 +100,5 @@ class AudioSysMem final : public BaseAudio {
  private:
   uint8_t* block_ = nullptr;
 };
+
+}  // namespace lmx

@@ -18,7 +18,7 @@ int32_t QueryPlaneInfo(const ImageInfo* info, int32_t /*options*/, PlaneInfo* pl
   if (!info) return 0;
   LMX_CHECK(info->width && info->height, 0);
   LMX_CHECK(info->width < 32768 && info->height < 32768, 0);
-  return kernels::ComputePlaneLayout(info->width, info->height, info->format, planes);
+  return ComputePlaneLayout(info->width, info->height, info->format, planes);
 }
 
 Status BaseImage::QueryInfo(ImageInfo* info) {

@@ -25,7 +25,6 @@ using PlaneInfo = LMXImageService::PlaneInfo;
 // Static wide name of an exact pixel-format code ("YUY2", "DEPTH(CONF)", ...);
 // "Unknown" for any other value, rotated codes included. One table serves the
 // names, the plane layout and the conversions (kernels/pixel_format_table.h).
-using kernels::PixelFormatName;
 
 // Plane count (0..2 for built-in formats) of a description, filling planes (may be
 // null). A zero dimension or one of 32768 and more is logged and answers 0; an

@@ -13,7 +13,7 @@ using namespace Norvik::Lumetra;
 namespace {
 
 // The routing's view of where this image keeps its depth scale (its metadata).
-class ImageDepthScale final : public kernels::DepthScaleSource {
+class ImageDepthScale final : public DepthScaleSource {
  public:
   explicit ImageDepthScale(BaseImage& image) : image_(image) {}
   Status GetDepthScale(float* scale) override { return image_.GetDepthScale(scale); }
@@ -23,7 +23,7 @@ class ImageDepthScale final : public kernels::DepthScaleSource {
 };
 
 // The host's memory provider of this image, if it converts.
-class ProviderHandOff final : public kernels::ConversionHandOff {
+class ProviderHandOff final : public ConversionHandOff {
  public:
   explicit ProviderHandOff(LMXCustomImageFormat* custom) : custom_(custom) {}
   Status Offer(ImageInfo* src_info, ImageData* src, ImageInfo* dst_info, ImageData* dst,
@@ -46,7 +46,7 @@ Status BaseImage::CopySystemBuffer(ImageInfo* src_info, ImageData* src, ImageInf
   if (Base* provider = GetMemoryProvider()) custom = provider->QueryInstance<LMXCustomImageFormat>();
   ProviderHandOff handOff(custom);
   ImageDepthScale depth(*this);
-  return kernels::ConvertImageBuffer(src_info, src, dst_info, dst, depth, interm, custom ? &handOff : nullptr);
+  return ConvertImageBuffer(src_info, src, dst_info, dst, depth, interm, custom ? &handOff : nullptr);
 }
 
 }  // namespace lmx

@@ -29,23 +29,23 @@ Status CopyPlaneInMode(int32_t mode, int32_t format, const uint8_t* src, int32_t
                        int32_t dstPitch, int32_t width, int32_t height, int32_t bpp) {
   switch (mode) {
     case kModePlain:
-      return kernels::CopyPlane(src, srcPitch, dst, dstPitch, width * bpp, height);
+      return CopyPlane(src, srcPitch, dst, dstPitch, width * bpp, height);
     case kModeMirror:
       // YUY2 keeps its pixel pairs; the 8-byte side data mirrors whole pixels.
-      if (format == Image::PIXEL_FORMAT_YUY2) return kernels::MirrorYUY2Plane(src, srcPitch, dst, dstPitch, width, height);
+      if (format == Image::PIXEL_FORMAT_YUY2) return MirrorYUY2Plane(src, srcPitch, dst, dstPitch, width, height);
       if (format == Image::PIXEL_FORMAT_ATTACHED_8BPP)
-        return kernels::MirrorPlane(src, srcPitch, dst, dstPitch, width, height, 8, kernels::kMirrorLeftRight);
+        return MirrorPlane(src, srcPitch, dst, dstPitch, width, height, 8, kMirrorLeftRight);
       LMX_CHECK(bpp >= 1 && bpp <= 4, LMX_STATUS_PARAM_UNSUPPORTED);
-      return kernels::MirrorPlane(src, srcPitch, dst, dstPitch, width, height, bpp, kernels::kMirrorLeftRight);
+      return MirrorPlane(src, srcPitch, dst, dstPitch, width, height, bpp, kMirrorLeftRight);
     case kModeSwapRedBlue: {
       // Only three- and four-channel colour have red and blue to swap.
       const int32_t colour = format & ~0x200;
       LMX_CHECK(colour == Image::PIXEL_FORMAT_BGR || colour == Image::PIXEL_FORMAT_BGRA, LMX_STATUS_PARAM_UNSUPPORTED);
-      return kernels::ReorderChannels(src, srcPitch, dst, dstPitch, width, height, bpp);
+      return ReorderChannels(src, srcPitch, dst, dstPitch, width, height, bpp);
     }
     case kModeMirrorAxis2:
       // Rows treated as single-byte pixels, mirrored top to bottom.
-      return kernels::MirrorPlane(src, srcPitch, dst, dstPitch, width * bpp, height, 1, kernels::kMirrorTopBottom);
+      return MirrorPlane(src, srcPitch, dst, dstPitch, width * bpp, height, 1, kMirrorTopBottom);
     default:
       return LMX_STATUS_PARAM_UNSUPPORTED;
   }

@@ -10,7 +10,7 @@
 #include "kernels/pixel_kernels.h"
 #include "lmxutils.h"
 
-namespace lmx::kernels {
+namespace lmx {
 namespace {
 
 using namespace Norvik::Lumetra;
@@ -308,4 +308,4 @@ Status ConvertImageBuffer(const Image::ImageInfo* src_info, const Image::ImageDa
   return RotatePlanes(src_info, src, dst_info, dst);
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx

@@ -28,7 +28,7 @@
 #include "lmximage.h"
 #include "lmxstatus.h"
 
-namespace lmx::kernels {
+namespace lmx {
 
 using Norvik::Lumetra::Status;
 
@@ -96,4 +96,4 @@ Status ConvertImageBuffer(const Norvik::Lumetra::Image::ImageInfo* src_info,
                           const Norvik::Lumetra::Image::ImageData* dst, DepthScaleSource& depth,
                           Norvik::Lumetra::Image::PixelFormat* interm, ConversionHandOff* handOff = nullptr);
 
-}  // namespace lmx::kernels
+}  // namespace lmx

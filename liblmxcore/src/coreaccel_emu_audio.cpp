@@ -6,6 +6,8 @@
 #include "coreaccel_baseaudio.h"
 #include "lmxutils.h"
 
+namespace lmx {
+
 using namespace Norvik::Lumetra;
 
 AudioSysMem::AudioSysMem(const AudioInfo& source, int32_t format, uint32_t flags) {
@@ -69,3 +71,5 @@ Status AudioSysMem::ReleaseNativeAccess(AudioData* data) {
   LMX_CHECK(dataSize >= 0 && dataSize <= info.bufferSize, LMX_STATUS_PARAM_UNSUPPORTED);
   return LMX_STATUS_NO_ERROR;
 }
+
+}  // namespace lmx

@@ -16,9 +16,9 @@
 // Concurrency: any thread may acquire and release. `lock` (recursive) guards
 // `buffers` and `access_list` and is held during a conversion. m_bWriteFinished is
 // read without the lock while waiting and again under it; it is written only
-// under the lock. The reference count is atomic (full ordering).
+// under the lock. The reference count is atomic (full ordering; lmx::RefCount).
 //
-// The member definitions are in coreaccel_manager.cpp, which instantiates the
+// The member definitions are in coreaccel_multibuffer.cpp, which instantiates the
 // template for images and for audio.
 #pragma once
 
@@ -32,7 +32,6 @@
 #include "coreaccel_baseaudio.h"
 #include "coreaccel_baseimage.h"
 #include "lmxsession.h"
-#include "release_hooks.h"
 
 // What the session hands an image or audio object under 0x852193AF: told of each
 // successful acquisition (1 image, 2 depth-like image, 3 audio) once the object's
@@ -176,11 +175,13 @@ class MultiBuffer : public MultiBufferFace<BASE, MultiBuffer<BASE, INFO, DATA>>,
 
   // Base, Reference, LMXReleaseService.
   void* QueryInstance(InterfaceId iid) override;
-  void Release() override;
-  uint32_t AddRef() override { return refCount.fetch_add(1) + 1; }
+  void Release() override { refs.Release(this); }
+  uint32_t AddRef() override { return refs.AddRef(); }
   void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }
-  Status SetReleaseHandler(ReleaseHandler handler, void* context) override;
-  Status AddDependent(Base* dependent) override { return hooks.AddDependent(dependent); }
+  Status SetReleaseHandler(ReleaseHandler handler, void* context) override {
+    return refs.SetReleaseHandler(handler, context);
+  }
+  Status AddDependent(Base* dependent) override { return refs.AddDependent(dependent); }
 
   // Image and audio entry points (rotation from metadata 0x61516733 applies to images only).
   Status AcquireAccess(Access access, Format format, int32_t options, DATA* data) override;
@@ -212,7 +213,7 @@ class MultiBuffer : public MultiBufferFace<BASE, MultiBuffer<BASE, INFO, DATA>>,
   Status GetAttachableBuffer(Access access, int32_t format, DATA* data);
 
   // Observations for tests and diagnostics.
-  uint32_t RefCount() const { return refCount.load(); }
+  uint32_t RefCount() const { return refs.Count(); }
   size_t BufferCount();
   bool IsBufferValid(int32_t key);
 
@@ -222,7 +223,7 @@ class MultiBuffer : public MultiBufferFace<BASE, MultiBuffer<BASE, INFO, DATA>>,
   Status Init(INFO* info, DATA* data, int32_t options);
   void DropBuffers();
 
-  std::atomic<uint32_t> refCount{1};
+  lmx::RefCount refs;  // the count, the release handler and the dependents
   LMXImageService::InvalidateCallback invalidateCallback = nullptr;
   void* invalidateArgument = nullptr;
   std::vector<Base*> attached;
@@ -232,7 +233,6 @@ class MultiBuffer : public MultiBufferFace<BASE, MultiBuffer<BASE, INFO, DATA>>,
   std::atomic<bool> m_bWriteFinished{true};
   std::atomic<bool> notify{false};
   LMXAccessObserver* observer = nullptr;
-  lmx::ReleaseHooks hooks;
 };
 
 using ImageObject = MultiBuffer<BaseImage, ImageInfo, ImageData>;

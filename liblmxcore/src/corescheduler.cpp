@@ -7,8 +7,9 @@
 #include "module_factories.h"
 #include "signal_processing_setup.h"
 
+namespace lmx {
+
 using namespace Norvik::Lumetra;
-using lmx::sched::PointerText;
 
 namespace {
 // The scheduler's own descriptor values, which key its slot in the session.
@@ -100,3 +101,5 @@ Status Scheduler::SetOption(int32_t value) {
 }
 
 int32_t Scheduler::QueryOption() { return option; }
+
+}  // namespace lmx

@@ -50,8 +50,6 @@ struct SchedulerState {
   std::unique_ptr<TaskScheduler> task_scheduler;
 };
 
-}  // namespace lmx
-
 class Scheduler final
     : public Norvik::Lumetra::LMXAddRefImpl<Norvik::Lumetra::LMXBaseImpl2<LMXScheduler, LMXSchedulerService>> {
  public:
@@ -131,5 +129,7 @@ class Scheduler::SyncPoint final
   lmx::platform::EventHandle event;
   std::atomic<Status> status{Norvik::Lumetra::LMX_STATUS_EXEC_INPROGRESS};
   std::list<void*> outputs;
-  std::atomic<int32_t> refCount{1};
+  RefCount refs;
 };
+
+}  // namespace lmx

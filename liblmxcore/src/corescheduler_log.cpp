@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-namespace lmx::sched {
+namespace lmx {
 
 using namespace Norvik::Lumetra;
 
@@ -20,4 +20,4 @@ std::wstring StatusText(Status sts) {
   return std::wstring(text, text + std::char_traits<char>::length(text));
 }
 
-}  // namespace lmx::sched
+}  // namespace lmx

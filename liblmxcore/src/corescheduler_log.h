@@ -11,14 +11,14 @@
 
 #include "lmxutils.h"
 
-namespace lmx::sched {
+namespace lmx {
 
 // A pointer as "%p" writes it.
 std::wstring PointerText(const void* pointer);
 // The text of a status as a wide string (unknown values included).
 std::wstring StatusText(Norvik::Lumetra::Status sts);
 
-}  // namespace lmx::sched
+}  // namespace lmx
 
 #define LMX_SCHED_LOG(level, pieces)                                                        \
   do {                                                                                      \

@@ -18,9 +18,9 @@ namespace {
 void RunNamedTask(LMXSchedulerService::Callback* task, Status sts, char* text, size_t size) {
   const wchar_t* name = task->QueryName();
   if (name) {
-    sched::FormatTaskText(text, size, "", name, " (Async execution)");
+    FormatTaskText(text, size, "", name, " (Async execution)");
   } else {
-    sched::FormatTaskText(text, size, "Unknown Async task", nullptr, "");
+    FormatTaskText(text, size, "Unknown Async task", nullptr, "");
   }
   LoggingService* logger = lmsdk::LogUtil::GetLogger();
   const bool traced = text[0] != '\0' && logger->IsLevelEnabled(LOG_LEVEL_TRACE);

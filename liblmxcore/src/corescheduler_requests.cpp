@@ -7,8 +7,9 @@
 #include "corescheduler_log.h"
 #include "corescheduler_text.h"
 
+namespace lmx {
+
 using namespace Norvik::Lumetra;
-using lmx::sched::PointerText;
 using Request = lmx::SchedulerState::Request;
 using WaiterMap = lmx::ConcurrentPointerMap<std::vector<Request*>>;
 using FailureMap = lmx::ConcurrentPointerMap<Status>;
@@ -21,9 +22,9 @@ Status Scheduler::SubmitTask(Callback* task, Status sts) {
   char text[260] = "SubmitTask";
   const bool inlineTask = name && std::wcsncmp(name, L"(inline)", 8) == 0;
   if (inlineTask) {
-    lmx::sched::FormatTaskText(text, sizeof text, "", name, "");
+    lmx::FormatTaskText(text, sizeof text, "", name, "");
   } else if (name) {
-    lmx::sched::FormatTaskText(text, sizeof text, "SubmitTask ", name, "");
+    lmx::FormatTaskText(text, sizeof text, "SubmitTask ", name, "");
   }
   LoggingService* logger = lmsdk::LogUtil::GetLogger();
   const bool traced = text[0] != '\0' && logger->IsLevelEnabled(LOG_LEVEL_TRACE);
@@ -181,3 +182,5 @@ Status Scheduler::CreateSyncPoint(int32_t n, void** outputs, LMXSyncPoint** sp) 
   LMX_CHECK(*sp, LMX_STATUS_ALLOC_FAILED);
   return LMX_STATUS_NO_ERROR;
 }
+
+}  // namespace lmx

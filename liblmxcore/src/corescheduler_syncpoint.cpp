@@ -4,10 +4,9 @@
 #include "corescheduler.h"
 #include "corescheduler_log.h"
 
+namespace lmx {
+
 using namespace Norvik::Lumetra;
-using lmx::sched::PointerText;
-using lmx::sched::StatusText;
-namespace platform = lmx::platform;
 
 Scheduler::SyncPoint::SyncPoint(Scheduler* owner, int32_t n, void** list)
     : scheduler(owner), masterState(owner->State()), event(platform::CreateManualResetEvent()) {
@@ -39,14 +38,9 @@ Scheduler::SyncPoint* Scheduler::SyncPoint::From(LMXSyncPoint* face) {
   return static_cast<SyncPoint*>(static_cast<LMXSyncPoint*>(face->QueryInstance(LMXSyncPoint::kIid2)));
 }
 
-uint32_t Scheduler::SyncPoint::AddRef() { return static_cast<uint32_t>(refCount.fetch_add(1) + 1); }
+uint32_t Scheduler::SyncPoint::AddRef() { return refs.AddRef(); }
 
-void Scheduler::SyncPoint::Release() {
-  if (refCount.fetch_sub(1) != 1) return;
-  void* memory = static_cast<LMXSyncPoint*>(this);
-  Destroy(0);
-  ::operator delete(memory);
-}
+void Scheduler::SyncPoint::Release() { refs.Release(this); }
 
 Status Scheduler::SyncPoint::Synchronize(int32_t timeout) {
   LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "Synchronize");
@@ -171,3 +165,5 @@ Status Scheduler::SyncPoint::QueryOutputStatus(void* output) {
   }
   return status.load();
 }
+
+}  // namespace lmx

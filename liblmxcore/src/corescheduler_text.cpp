@@ -1,7 +1,7 @@
 // Task names for traces, built without allocating.
 #include "corescheduler_text.h"
 
-namespace lmx::sched {
+namespace lmx {
 
 char* FormatTaskText(char* buffer, size_t size, const char* prefix, const wchar_t* name, const char* suffix) {
   if (size == 0) return buffer;
@@ -16,4 +16,4 @@ char* FormatTaskText(char* buffer, size_t size, const char* prefix, const wchar_
   return buffer;
 }
 
-}  // namespace lmx::sched
+}  // namespace lmx

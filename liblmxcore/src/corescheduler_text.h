@@ -3,10 +3,10 @@
 
 #include <cstddef>
 
-namespace lmx::sched {
+namespace lmx {
 
 // Writes prefix, then the wide name narrowed (characters outside ASCII become
 // '?'), then suffix into buffer, truncating at size - 1 characters. Returns buffer.
 char* FormatTaskText(char* buffer, size_t size, const char* prefix, const wchar_t* name, const char* suffix);
 
-}  // namespace lmx::sched
+}  // namespace lmx

@@ -3,7 +3,11 @@
 #include "module_factories.h"
 
 using namespace Norvik::Lumetra;
+using Norvik::Lumetra::Service::DLLExportTable;
 using Norvik::Lumetra::Service::SessionService;
+using lmx::CreateAllocator;
+using lmx::CreateAudioConverter;
+using lmx::CreateScheduler;
 
 namespace {
 

@@ -9,8 +9,13 @@
 namespace lmx {
 
 void InitSignalProcessing() {
-  kernels::InitRowKernels();
-  dsp::AudioKernels();
+  ActiveRowKernels();
+  ActiveAudioKernels();
+}
+
+void RefreshSignalProcessing() {
+  RefreshRowKernels();
+  RefreshAudioKernels();
 }
 
 }  // namespace lmx

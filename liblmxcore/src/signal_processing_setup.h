@@ -8,4 +8,8 @@ namespace lmx {
 // from any thread and from every scheduler factory call.
 void InitSignalProcessing();
 
+// Chooses every kernel variant again from the current CpuFeatures() (the mask's
+// refill; see cpu_features.h).
+void RefreshSignalProcessing();
+
 }  // namespace lmx

@@ -5,6 +5,8 @@
 #include "image_test_support.h"
 #include "test_support.h"
 
+using lmx::CreateAllocator;
+
 using namespace Norvik::Lumetra;
 using lmxtest::NewAllocator;
 using lmxtest::Write;

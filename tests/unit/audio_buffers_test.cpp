@@ -10,6 +10,9 @@
 #include "lmxutils.h"
 #include "test_support.h"
 
+using lmx::BaseAudio;
+using lmx::AudioSysMem;
+
 using namespace Norvik::Lumetra;
 using lmxtest::MakeAudio;
 using lmxtest::MakeInfo;

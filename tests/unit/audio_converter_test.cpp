@@ -12,6 +12,11 @@
 #include "module_factories.h"
 #include "test_support.h"
 
+using lmx::AudioSysMem;
+using lmx::AudioConverter;
+using lmx::CreateAllocator;
+using lmx::CreateAudioConverter;
+
 using namespace Norvik::Lumetra;
 using lmxtest::FakeAllocator;
 using lmxtest::MakeAudio;

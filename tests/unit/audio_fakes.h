@@ -13,6 +13,8 @@
 #include "coreaccel_baseaudio.h"
 #include "lmxallocator.h"
 
+using lmx::BaseAudio;
+
 namespace lmxtest {
 
 inline constexpr uint8_t kSentinel = 0x5A;

@@ -8,16 +8,17 @@
 #include <random>
 #include <vector>
 
+#include "cpu_features.h"
 #include "dsp/audio_kernels.h"
 
-using namespace lmx::dsp;
+using namespace lmx;
 
 namespace {
 
 class AudioKernelsTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (!(DetectedCpuFeatures() & kCpuAvx2)) GTEST_SKIP() << "no AVX2 on this processor";
+    if (!(DetectedCpuFeatures() & kCpuHasAVX2)) GTEST_SKIP() << "no AVX2 on this processor";
   }
   std::vector<int16_t> RandomPcm(size_t n) {
     std::uniform_int_distribution<int> dist(-32768, 32767);
@@ -31,7 +32,7 @@ class AudioKernelsTest : public ::testing::Test {
 }  // namespace
 
 TEST(AudioKernelsKnownAnswers, MixingTruncatesTowardZero) {
-  for (const AudioKernelTable& k : {AudioKernelsFor(0), AudioKernels()}) {
+  for (const AudioKernelTable& k : {SelectAudioKernels(0), ActiveAudioKernels()}) {
     std::vector<int16_t> stereo = {-3, -4, -1, 0, 32767, 32767, -32768, -32768, 3, 4};
     std::vector<int16_t> out(5);
     k.mixToMono(stereo.data(), 2, out.data(), 5);
@@ -44,7 +45,7 @@ TEST(AudioKernelsKnownAnswers, MixingTruncatesTowardZero) {
 }
 
 TEST_F(AudioKernelsTest, MixToMonoMatchesScalarForEveryLayout) {
-  const AudioKernelTable simd = AudioKernelsFor(kCpuAvx2);
+  const AudioKernelTable simd = SelectAudioKernels(kCpuHasAVX2);
   for (int32_t channels : {1, 2, 3, 4, 5, 6, 7, 8, 11, 16, 33}) {
     for (int32_t frames : {0, 1, 7, 8, 9, 15, 16, 17, 31, 100, 1001}) {
       // Extremes first so every block sees saturating sums.
@@ -61,7 +62,7 @@ TEST_F(AudioKernelsTest, MixToMonoMatchesScalarForEveryLayout) {
 }
 
 TEST_F(AudioKernelsTest, SampleConversionsMatchScalar) {
-  const AudioKernelTable simd = AudioKernelsFor(kCpuAvx2);
+  const AudioKernelTable simd = SelectAudioKernels(kCpuHasAVX2);
   std::uniform_real_distribution<float> dist(-1.5f, 1.5f);
   for (int32_t n : {0, 1, 15, 16, 17, 33, 1000}) {
     std::vector<float> in(n);

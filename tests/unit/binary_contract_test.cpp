@@ -16,6 +16,8 @@
 #include "scheduler_test_support.h"
 
 using namespace Norvik::Lumetra;
+using lmx::CreateAllocator;
+using lmx::CreateAudioConverter;
 using lmxtest::CallSlot;
 
 namespace {
@@ -47,7 +49,7 @@ struct Objects {
   void* image = nullptr;
   void* audio = nullptr;
   LMXAudioConversion* converter = nullptr;
-  lmxtest::TestSession session;
+  lmxhost::HostSession session;
   lmxtest::SchedulerRef scheduler{&session};
   LMXSyncPoint* sp = nullptr;
   LoggingService* logger = new lmsdk::LoggerDebugView;

@@ -12,7 +12,7 @@
 
 namespace {
 
-using namespace lmx::kernels;
+using namespace lmx;
 using namespace Norvik::Lumetra;
 using lmxtest::GuardedPlane;
 

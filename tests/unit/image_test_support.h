@@ -8,6 +8,8 @@
 #include "lmxallocator.h"
 #include "module_factories.h"
 
+using lmx::CreateAllocator;
+
 namespace lmxtest {
 
 inline lmx::ImageObject* NewImage(int32_t width, int32_t height, int32_t format,

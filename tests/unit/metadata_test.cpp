@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "core_metadata.h"
-#include "host/test_session.h"
+#include "host_session.h"
 #include "test_support.h"
 
 using namespace Norvik::Lumetra;
@@ -186,7 +186,7 @@ TEST(Metadata, NegativeSerialisedSizesAreRefused) {
   EXPECT_EQ(store->QueryBufferSize(3), 0);
 
   // A stored header claiming a negative length cannot be rebuilt.
-  lmxtest::TestSession session;
+  lmxhost::HostSession session;
   Metadata* withSession = nullptr;
   ASSERT_EQ(lmx::CreateMetadata(&session, &withSession), LMX_STATUS_NO_ERROR);
   std::vector<uint8_t> header(640, 0);
@@ -228,7 +228,7 @@ std::vector<uint8_t> SerialisedState(const char* code, std::vector<uint8_t> data
 // descriptor, in order, until one takes the state; counted ones stay live.
 TEST(Metadata, CreateSerializableRebuildsThroughTheSession) {
   lmxtest::ScopedCapture capture;
-  lmxtest::TestSession session;
+  lmxhost::HostSession session;
   Serializable other(false, {}, 0);
   Serializable refusing(false, {}, 0);
   refusing.refuse = true;
@@ -261,7 +261,7 @@ TEST(Metadata, CreateSerializableRebuildsThroughTheSession) {
   EXPECT_EQ(accepting.refs, 2);
 
   // After 1024 candidates that fail to create, the search gives up.
-  lmxtest::TestSession crowded;
+  lmxhost::HostSession crowded;
   for (int32_t merit = 0; merit < 1100; ++merit)
     crowded.AddImpl(Desc("DDDD", merit), [] { return static_cast<Base*>(nullptr); });
   ASSERT_EQ(lmx::CreateMetadata(&crowded, &store), LMX_STATUS_NO_ERROR);

@@ -10,13 +10,13 @@
 #include <string>
 #include <vector>
 
-#include "kernels/cpu_features.h"
+#include "cpu_features.h"
 #include "kernels/pixel_kernels.h"
 #include "support/planes.h"
 
 namespace {
 
-using namespace lmx::kernels;
+using namespace lmx;
 using lmxtest::GuardedPlane;
 using Bytes = std::vector<uint8_t>;
 

@@ -24,7 +24,7 @@ class RequestsTest : public ::testing::Test {
     return scheduler->State()->requests.size();
   }
 
-  TestSession session;
+  HostSession session;
   SchedulerRef scheduler{&session};
   LMXSchedulerService* service = scheduler.service();
   int a = 0, b = 0;

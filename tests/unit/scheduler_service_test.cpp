@@ -5,11 +5,14 @@
 #include "scheduler_test_support.h"
 #include "test_support.h"
 
+using lmx::Scheduler;
+using lmx::CreateScheduler;
+
 using namespace Norvik::Lumetra;
 using namespace lmxtest;
 
 TEST(SchedulerService, FactoryAndIdentities) {
-  TestSession session;
+  HostSession session;
   SchedulerRef scheduler(&session);
   ASSERT_EQ(scheduler.status(), LMX_STATUS_NO_ERROR);
   Scheduler* s = scheduler.get();
@@ -32,7 +35,7 @@ TEST(SchedulerService, SessionsWithoutServiceGetPrivateMasters) {
   ScopedCapture capture;
   SchedulerRef orphan(nullptr);
   EXPECT_EQ(orphan.status(), LMX_STATUS_NO_ERROR);
-  TestSession bare{TestSession::WithoutService{}};
+  HostSession bare{HostSession::WithoutService{}};
   SchedulerRef first(&bare), second(&bare);
   EXPECT_TRUE(first->IsMaster());
   EXPECT_TRUE(second->IsMaster()) << "nobody can find a private master";
@@ -42,7 +45,7 @@ TEST(SchedulerService, SessionsWithoutServiceGetPrivateMasters) {
 }
 
 TEST(SchedulerService, SchedulersOfOneSessionShareTheMaster) {
-  TestSession session;
+  HostSession session;
   SchedulerRef first(&session);
   SchedulerRef second(&session);
   EXPECT_EQ(second->Master(), first.get());
@@ -68,7 +71,7 @@ TEST(SchedulerService, SchedulersOfOneSessionShareTheMaster) {
 }
 
 TEST(SchedulerService, DestructionOrderAndANewMaster) {
-  TestSession session;
+  HostSession session;
   void** slot = session.Slot(SchedulerDescriptor());
   auto master = std::make_unique<SchedulerRef>(&session);
   auto follower = std::make_unique<SchedulerRef>(&session);

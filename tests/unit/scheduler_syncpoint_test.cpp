@@ -41,7 +41,7 @@ class SyncPointTest : public ::testing::Test {
     }
   }
 
-  TestSession session;
+  HostSession session;
   SchedulerRef scheduler{&session};
   std::vector<LMXSyncPoint*> created;
 };

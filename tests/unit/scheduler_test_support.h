@@ -10,9 +10,13 @@
 #include <thread>
 
 #include "corescheduler.h"
-#include "host/test_session.h"
+#include "host_session.h"
 #include "module_factories.h"
 #include "test_support.h"
+
+using lmx::Scheduler;
+using lmx::CreateScheduler;
+using lmxhost::HostSession;
 
 namespace lmxtest {
 

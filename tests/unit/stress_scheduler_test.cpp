@@ -14,6 +14,9 @@
 
 #include "scheduler_test_support.h"
 
+using lmx::Scheduler;
+using lmx::CreateScheduler;
+
 using namespace Norvik::Lumetra;
 using namespace lmxtest;
 
@@ -49,7 +52,7 @@ void ExpectConsumerStatus(const Node& node, const std::vector<std::unique_ptr<No
 TEST(StressScheduler, PipelineRunsEveryCallbackOnceWithTheRightStatus) {
   constexpr int kSources = 600, kMiddle = 300, kSinks = 300;
   constexpr Status kErrors[] = {LMX_STATUS_DEVICE_FAILED, LMX_STATUS_PARAM_UNSUPPORTED, LMX_STATUS_EXEC_ABORTED};
-  TestSession session;
+  HostSession session;
   SchedulerRef scheduler(&session);
   ASSERT_EQ(scheduler.status(), LMX_STATUS_NO_ERROR);
   LMXSchedulerService* service = scheduler.service();

@@ -17,12 +17,6 @@ std::string StatusText(Status sts) {
   return text;
 }
 
-void* HostSession::QueryInstance(InterfaceId iid) {
-  if (iid == 0) return static_cast<Session*>(this);
-  if (iid == LMXAllocator::kIid && allocator_) return allocator_;
-  return sessionService_.QueryInstance(iid);
-}
-
 std::filesystem::path DefaultModulePath() {
   const std::filesystem::path name = lmx::platform::SharedLibraryFileName("liblmxcore");
   const std::filesystem::path here = lmx::platform::ExecutablePath().parent_path();

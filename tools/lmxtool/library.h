@@ -1,9 +1,9 @@
 // library.h: liblmxcore as lmxtool hosts it.
 //
 // The module is loaded at run time and reached only through its export table and
-// public interfaces, as any host would. Library owns the module, a session (with a
-// session service, and answering the allocator interface so that the audio
-// converter can create its output objects) and the objects the table's factories
+// public interfaces, as any host would. Library owns the module, a host session
+// (answering the allocator interface so that the audio converter can create its
+// output objects) and the objects the table's factories
 // create; everything is released before the module is unloaded.
 //
 // Example:
@@ -21,7 +21,7 @@
 #include "lmxscheduler.h"
 #include "lmxsession.h"
 #include "module_host.h"
-#include "test_session.h"
+#include "host_session.h"
 
 namespace lmxtool {
 
@@ -66,27 +66,6 @@ class Ref {
 // The text of a status as the library spells it ("LMX_STATUS_... (...)").
 std::string StatusText(Status sts);
 
-// The host session: answers 0 (itself), the session service ("SES2") and, once set,
-// the allocator interface.
-class HostSession final : public Norvik::Lumetra::Session {
- public:
-  void* QueryInstance(Norvik::Lumetra::InterfaceId iid) override;
-  void Release() override {}  // owned by Library
-  // The tool offers the library no implementations to rebuild serialised objects with.
-  Status QueryImpl(const Norvik::Lumetra::Service::ImplDesc*, int32_t, Norvik::Lumetra::Service::ImplDesc*) override {
-    return Norvik::Lumetra::LMX_STATUS_ITEM_UNAVAILABLE;
-  }
-  Status CreateImpl(const Norvik::Lumetra::Service::ImplDesc*, Norvik::Lumetra::InterfaceId,
-                    Norvik::Lumetra::Base**) override {
-    return Norvik::Lumetra::LMX_STATUS_ITEM_UNAVAILABLE;
-  }
-  void SetAllocator(LMXAllocator* allocator) { allocator_ = allocator; }
-
- private:
-  lmxtest::TestSession sessionService_;
-  LMXAllocator* allocator_ = nullptr;
-};
-
 class Library {
  public:
   Library() = default;
@@ -114,7 +93,7 @@ class Library {
 
   std::filesystem::path path_;
   lmxhost::Module module_;  // declared first: unloaded after the objects below
-  HostSession session_;
+  lmxhost::HostSession session_;  // answers the allocator once it exists
   Ref<LMXAllocator> allocator_;
   Ref<LMXScheduler> scheduler_;
 };

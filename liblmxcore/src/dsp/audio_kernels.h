@@ -4,8 +4,8 @@
 // AVX2 body (`_AVX2`) that gives bit-identical results, except the resampler's
 // polyphase block (below), whose fast body is single precision and stays within
 // one output step of the double reference; tests compare the variants on random
-// input. The production entry points pick the variant once, from the CPU features
-// detected at first use (AudioKernels()).
+// input. The production entry points use the active table (ActiveAudioKernels()),
+// chosen from the CPU features like the pixel rows' (cpu_features.h).
 //
 // Sample conversion:
 //   float -> PCM: x * 32768, rounded to nearest with halves to even (the current
@@ -43,15 +43,7 @@
 
 #include <cstdint>
 
-namespace lmx::dsp {
-
-// CPU feature bits.
-inline constexpr uint32_t kCpuAvx2 = 1u << 0;
-inline constexpr uint32_t kCpuFma = 1u << 1;  // fused multiply-add (with AVX2: the resampler's fast path)
-inline constexpr uint32_t kCpuAvx512 = 1u << 2;  // AVX-512 F, BW and VL together
-
-// Features of this processor (and its operating system), detected once.
-uint32_t DetectedCpuFeatures();
+namespace lmx {
 
 using FloatToPcm16Fn = void (*)(const float* src, int16_t* dst, int32_t count);
 using Pcm16ToFloatFn = void (*)(const int16_t* src, float* dst, int32_t count);
@@ -84,11 +76,14 @@ struct AudioKernelTable {
   PolyphaseBlockFn polyphaseBlock;  // the resampler's fast path; null: use innerProduct
 };
 
-// The table for a feature set: starts from the scalar bodies and upgrades each
-// entry the features allow. Tests and benchmarks use it to force a variant.
-AudioKernelTable AudioKernelsFor(uint32_t features);
-// The table for this processor, built once.
-const AudioKernelTable& AudioKernels();
+// The table for a feature set (kCpuHas* bits): starts from the scalar bodies and
+// upgrades each entry the features allow (AVX2; the polyphase block with AVX2 and
+// FMA, or AVX-512 and FMA). Pure.
+AudioKernelTable SelectAudioKernels(uint32_t features);
+// The active table, chosen from CpuFeatures() on first use.
+const AudioKernelTable& ActiveAudioKernels();
+// Chooses the active table again from the current CpuFeatures() (the mask's refill).
+void RefreshAudioKernels();
 
 // Scalar references. Requirements: count/frames >= 0, channels >= 1, non-overlapping
 // buffers of the stated lengths (frames * channels samples in, frames out).
@@ -98,7 +93,7 @@ void MixToMono_C(const int16_t* src, int32_t channels, int16_t* dst, int32_t fra
 double InnerProduct_C(const double* taps, const int16_t* x, int32_t count);
 
 // AVX2 bodies: whole blocks inside, remainders through the scalar body. Only call
-// them when DetectedCpuFeatures() has kCpuAvx2 (and kCpuFma for the polyphase block).
+// them when CpuFeatures() has kCpuHasAVX2 (and kCpuHasFMA for the polyphase block).
 void FloatToPcm16_AVX2(const float* src, int16_t* dst, int32_t count);
 void Pcm16ToFloat_AVX2(const int16_t* src, float* dst, int32_t count);
 void MixToMono_AVX2(const int16_t* src, int32_t channels, int16_t* dst, int32_t frames);
@@ -107,8 +102,8 @@ void PolyphaseBlock_AVX2(const FloatPolyphaseBank& bank, const float* x, int64_t
 
 // AVX-512 body of the polyphase block: more outputs share each load; outputs
 // identical to the AVX2 body's except for up-sampling by 2, 3 or 4 (see above).
-// Only call it when DetectedCpuFeatures() has kCpuAvx512 as well.
+// Only call it when CpuFeatures() has kCpuHasAVX512BW as well.
 void PolyphaseBlock_AVX512(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
                            float gain, int16_t* out);
 
-}  // namespace lmx::dsp
+}  // namespace lmx

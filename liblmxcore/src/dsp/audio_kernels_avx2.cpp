@@ -1,7 +1,7 @@
 // AVX2 bodies of the audio primitives. Each runs whole blocks with vector code and
 // hands the remainder to the scalar reference, so results are identical to it.
-// The functions carry the target attribute themselves, so no other code in the
-// library is compiled for AVX2.
+// This file is compiled with -mavx2 (CMakeLists.txt); the table calls into it only
+// on processors that have AVX2.
 #include "dsp/audio_kernels.h"
 
 #if defined(__x86_64__) || defined(_M_X64)
@@ -10,12 +10,10 @@
 
 #include <cstring>
 
-#define LMX_AVX2 __attribute__((target("avx2")))
-
-namespace lmx::dsp {
+namespace lmx {
 
 // Blocks of 16 samples (two registers of 8 floats -> one register of 16 int16).
-LMX_AVX2 void FloatToPcm16_AVX2(const float* src, int16_t* dst, int32_t count) {
+void FloatToPcm16_AVX2(const float* src, int16_t* dst, int32_t count) {
   const __m256 scale = _mm256_set1_ps(32768.0f);
   const __m256 lo = _mm256_set1_ps(-32768.0f);
   const __m256 hi = _mm256_set1_ps(32767.0f);
@@ -35,7 +33,7 @@ LMX_AVX2 void FloatToPcm16_AVX2(const float* src, int16_t* dst, int32_t count) {
 }
 
 // Blocks of 8 samples.
-LMX_AVX2 void Pcm16ToFloat_AVX2(const int16_t* src, float* dst, int32_t count) {
+void Pcm16ToFloat_AVX2(const int16_t* src, float* dst, int32_t count) {
   const __m256 scale = _mm256_set1_ps(1.0f / 32768.0f);
   int32_t i = 0;
   for (; i + 8 <= count; i += 8) {
@@ -49,7 +47,7 @@ LMX_AVX2 void Pcm16ToFloat_AVX2(const int16_t* src, float* dst, int32_t count) {
 namespace {
 
 // Stereo: blocks of 16 frames. madd with ones gives the 32-bit pair sums exactly.
-LMX_AVX2 int32_t MixStereo_AVX2(const int16_t* src, int16_t* dst, int32_t frames) {
+int32_t MixStereo_AVX2(const int16_t* src, int16_t* dst, int32_t frames) {
   const __m256i ones = _mm256_set1_epi16(1);
   int32_t f = 0;
   for (; f + 16 <= frames; f += 16) {
@@ -65,13 +63,13 @@ LMX_AVX2 int32_t MixStereo_AVX2(const int16_t* src, int16_t* dst, int32_t frames
 }
 
 // Keeps the low 16 bits of each 32-bit lane, sign-extended (the scalar cast).
-LMX_AVX2 inline __m128i Low16(__m128i v) { return _mm_srai_epi32(_mm_slli_epi32(v, 16), 16); }
+inline __m128i Low16(__m128i v) { return _mm_srai_epi32(_mm_slli_epi32(v, 16), 16); }
 
 // N channels: blocks of 8 frames gathered per channel. A gather reads 4 bytes per
 // sample, 2 beyond the sample itself, so a block runs only when at least one more
 // frame follows it. Division through double is exact for these ranges: a quotient
 // that is not an integer lies at least 1/N from one, far above the rounding error.
-LMX_AVX2 int32_t MixMany_AVX2(const int16_t* src, int32_t channels, int16_t* dst, int32_t frames) {
+int32_t MixMany_AVX2(const int16_t* src, int32_t channels, int16_t* dst, int32_t frames) {
   const __m256i frameOffsets = _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7),
                                                   _mm256_set1_epi32(channels * 2));
   const __m256i step = _mm256_set1_epi32(2);
@@ -98,7 +96,7 @@ constexpr int32_t kMaxGatherChannels = 65536;
 
 }  // namespace
 
-LMX_AVX2 void MixToMono_AVX2(const int16_t* src, int32_t channels, int16_t* dst, int32_t frames) {
+void MixToMono_AVX2(const int16_t* src, int32_t channels, int16_t* dst, int32_t frames) {
   int32_t done = 0;
   if (channels == 2) {
     done = MixStereo_AVX2(src, dst, frames);
@@ -108,6 +106,6 @@ LMX_AVX2 void MixToMono_AVX2(const int16_t* src, int32_t channels, int16_t* dst,
   MixToMono_C(src + static_cast<int64_t>(done) * channels, channels, dst + done, frames - done);
 }
 
-}  // namespace lmx::dsp
+}  // namespace lmx
 
 #endif  // x86-64

@@ -2,9 +2,10 @@
 #include <cmath>
 #include <cstring>
 
+#include "cpu_features.h"
 #include "dsp/audio_kernels.h"
 
-namespace lmx::dsp {
+namespace lmx {
 
 namespace {
 
@@ -48,15 +49,15 @@ double InnerProduct_C(const double* taps, const int16_t* x, int32_t count) {
   return (t0 + t2) + (t1 + t3);
 }
 
-AudioKernelTable AudioKernelsFor(uint32_t features) {
+AudioKernelTable SelectAudioKernels(uint32_t features) {
   AudioKernelTable table{FloatToPcm16_C, Pcm16ToFloat_C, MixToMono_C, InnerProduct_C, nullptr};
 #if defined(__x86_64__) || defined(_M_X64)
-  if (features & kCpuAvx2) {
+  if (features & kCpuHasAVX2) {
     table.floatToPcm16 = FloatToPcm16_AVX2;
     table.pcm16ToFloat = Pcm16ToFloat_AVX2;
     table.mixToMono = MixToMono_AVX2;
-    if (features & kCpuFma) table.polyphaseBlock = PolyphaseBlock_AVX2;
-    if ((features & kCpuFma) && (features & kCpuAvx512)) table.polyphaseBlock = PolyphaseBlock_AVX512;
+    if (features & kCpuHasFMA) table.polyphaseBlock = PolyphaseBlock_AVX2;
+    if ((features & kCpuHasFMA) && (features & kCpuHasAVX512BW)) table.polyphaseBlock = PolyphaseBlock_AVX512;
   }
 #else
   (void)features;
@@ -64,26 +65,12 @@ AudioKernelTable AudioKernelsFor(uint32_t features) {
   return table;
 }
 
-const AudioKernelTable& AudioKernels() {
-  static const AudioKernelTable table = AudioKernelsFor(DetectedCpuFeatures());
-  return table;
-}
+namespace {
+ActiveKernelTable<AudioKernelTable, SelectAudioKernels> g_active;
+}  // namespace
 
-uint32_t DetectedCpuFeatures() {
-#if (defined(__x86_64__) || defined(_M_X64)) && (defined(__GNUC__) || defined(__clang__))
-  static const uint32_t features = [] {
-    __builtin_cpu_init();
-    uint32_t found = 0;
-    if (__builtin_cpu_supports("avx2")) found |= kCpuAvx2;
-    if (__builtin_cpu_supports("fma")) found |= kCpuFma;
-    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl"))
-      found |= kCpuAvx512;
-    return found;
-  }();
-  return features;
-#else
-  return 0;
-#endif
-}
+const AudioKernelTable& ActiveAudioKernels() { return g_active.Get(); }
 
-}  // namespace lmx::dsp
+void RefreshAudioKernels() { g_active.Refresh(); }
+
+}  // namespace lmx

@@ -7,13 +7,13 @@
 
 #include "dsp/polyphase_body.h"
 
-namespace lmx::dsp {
+namespace lmx {
 
 void PolyphaseBlock_AVX2(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
                          float gain, int16_t* out) {
   RunPolyphaseBlock<false>(bank, x, position, count, gain, out);
 }
 
-}  // namespace lmx::dsp
+}  // namespace lmx
 
 #endif  // x86-64

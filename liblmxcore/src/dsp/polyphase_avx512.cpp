@@ -14,7 +14,7 @@
 
 #include "dsp/polyphase_body.h"
 
-namespace lmx::dsp {
+namespace lmx {
 namespace {
 
 #define LMX_INLINE inline __attribute__((always_inline))
@@ -108,6 +108,6 @@ void PolyphaseBlock_AVX512(const FloatPolyphaseBank& bank, const float* x, int64
   RunPolyphaseBlock<true>(bank, x, position, count, gain, out);
 }
 
-}  // namespace lmx::dsp
+}  // namespace lmx
 
 #endif  // x86-64

@@ -21,7 +21,7 @@
 
 #include "dsp/audio_kernels.h"
 
-namespace lmx::dsp {
+namespace lmx {
 namespace {
 
 constexpr int kGroup = 8;
@@ -210,4 +210,4 @@ void RunPolyphaseBlock(const FloatPolyphaseBank& bank, const float* x, int64_t p
 }
 
 }  // namespace
-}  // namespace lmx::dsp
+}  // namespace lmx

@@ -26,9 +26,9 @@ struct ResamplerState {
   int32_t taps;    // filter length
   int32_t phases;  // L = outRate / g
   int32_t step;    // M = inRate / g: input advance per output, in 1/L samples
-  lmx::dsp::InnerProductFn innerProduct;
-  lmx::dsp::PolyphaseBlockFn polyphaseBlock;  // null: the double path
-  lmx::dsp::Pcm16ToFloatFn pcm16ToFloat;
+  lmx::InnerProductFn innerProduct;
+  lmx::PolyphaseBlockFn polyphaseBlock;  // null: the double path
+  lmx::Pcm16ToFloatFn pcm16ToFloat;
 };
 
 struct Ratio {
@@ -66,7 +66,7 @@ float* FloatBank(uint8_t* state, size_t bankTaps) {
   return reinterpret_cast<float*>(AlignUp(reinterpret_cast<uint8_t*>(Bank(state) + bankTaps)));
 }
 
-void UseKernels(ResamplerState* header, const lmx::dsp::AudioKernelTable& kernels) {
+void UseKernels(ResamplerState* header, const lmx::AudioKernelTable& kernels) {
   header->innerProduct = kernels.innerProduct;
   header->polyphaseBlock = kernels.polyphaseBlock;
   header->pcm16ToFloat = kernels.pcm16ToFloat;
@@ -144,7 +144,7 @@ VkpStatus vkpsResamplePolyphaseFixedInit_16s(int32_t inRate, int32_t outRate, in
   for (size_t i = 0; i < bankTaps; ++i) floatBank[i] = static_cast<float>(bank[i]);
 
   ResamplerState header{kStateMagic, length, ratio.phases, ratio.step, nullptr, nullptr, nullptr};
-  UseKernels(&header, lmx::dsp::AudioKernels());
+  UseKernels(&header, lmx::ActiveAudioKernels());
   std::memcpy(state, &header, sizeof(header));
   return kVkpOk;
 }
@@ -184,7 +184,7 @@ VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16
   if (header->polyphaseBlock) {
     // Fast path: spans of the input in float (s * 2^-15, exact; the gain is scaled
     // back by 2^15, also exact), each holding the windows of a run of outputs.
-    const lmx::dsp::FloatPolyphaseBank floatBank{FloatBank(state, BankTaps({header->phases, header->step}, taps)),
+    const lmx::FloatPolyphaseBank floatBank{FloatBank(state, BankTaps({header->phases, header->step}, taps)),
                                                  taps, header->phases, header->step};
     const float gain = norm * 32768.0f;
     alignas(32) float span[kFloatSpan];
@@ -202,7 +202,7 @@ VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16
     }
   } else {
     const double* bank = Bank(state);
-    const lmx::dsp::InnerProductFn innerProduct = header->innerProduct;
+    const lmx::InnerProductFn innerProduct = header->innerProduct;
     const double gain = norm;
     for (; position < endPosition; position += step) {
       const int64_t n = position / phases;
@@ -216,14 +216,3 @@ VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16
   *outLen = produced;
   return kVkpOk;
 }
-
-namespace lmx::dsp {
-
-VkpStatus ResamplerUseKernels(uint8_t* state, const AudioKernelTable& kernels) {
-  ResamplerState* header = Checked(state);
-  if (!header) return kVkpBadState;
-  UseKernels(header, kernels);
-  return kVkpOk;
-}
-
-}  // namespace lmx::dsp

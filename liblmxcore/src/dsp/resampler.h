@@ -22,8 +22,8 @@
 // Run. Output times are kept exactly as an integer sample index and a phase; the
 // `time` value passed in and out is their double form, from which the phase is
 // recovered by rounding, so feeding a stream in different block sizes produces
-// the same output samples. The variant chosen at set-up from the CPU features
-// computes each output:
+// the same output samples. The variant chosen at set-up from the active audio
+// table (so a ScopedCpuFeatureMask around the set-up forces one) computes each output:
 //  - reference (scalar, and any CPU without AVX2 + FMA): the inner product in
 //    double precision times norm, rounded to nearest with halves away from zero,
 //    saturated to -32768..32767;
@@ -80,9 +80,3 @@ VkpStatus vkpsResamplePolyphaseFixedInit_16s(int32_t inRate, int32_t outRate, in
 // the number produced.
 VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16_t* out, float norm, double* time,
                                          int32_t* outLen, uint8_t* state);
-
-namespace lmx::dsp {
-// Replaces the variant of a set-up state (tests and benchmarks): the fast path when
-// the table has a polyphase block, the double reference otherwise.
-VkpStatus ResamplerUseKernels(uint8_t* state, const AudioKernelTable& kernels);
-}  // namespace lmx::dsp

@@ -3,7 +3,7 @@
 #include "kernels/pixel_kernels.h"
 #include "kernels/plane_loop.h"
 
-namespace lmx::kernels {
+namespace lmx {
 
 using namespace detail;
 
@@ -47,4 +47,4 @@ Status FloatToDepth(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t
   return RunRows(src, src_pitch, dst, dst_pitch, width, height, 4, ActiveRowKernels().float_to_depth, factor);
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx

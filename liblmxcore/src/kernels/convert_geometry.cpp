@@ -3,7 +3,7 @@
 #include "kernels/pixel_kernels.h"
 #include "kernels/plane_loop.h"
 
-namespace lmx::kernels {
+namespace lmx {
 
 using namespace detail;
 
@@ -96,4 +96,4 @@ Status RotatePlane(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t 
   }
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx

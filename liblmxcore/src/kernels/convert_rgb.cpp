@@ -3,7 +3,7 @@
 #include "kernels/pixel_kernels.h"
 #include "kernels/plane_loop.h"
 
-namespace lmx::kernels {
+namespace lmx {
 
 using namespace detail;
 
@@ -69,4 +69,4 @@ Status Y8ToBGR(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_
   return RunRows(src, src_pitch, dst, dst_pitch, width, height, 3, ActiveRowKernels().y8_to_bgr);
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx

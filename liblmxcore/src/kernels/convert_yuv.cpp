@@ -3,7 +3,7 @@
 #include "kernels/pixel_kernels.h"
 #include "kernels/plane_loop.h"
 
-namespace lmx::kernels {
+namespace lmx {
 
 using namespace detail;
 
@@ -123,4 +123,4 @@ Status RGBToYUY2(const uint8_t* src, int32_t src_pitch, uint8_t* dst_yuy2, int32
   return RunRows(src, src_pitch, dst_yuy2, dst_pitch, width, height, 3, ActiveRowKernels().rgb_to_yuy2);
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx

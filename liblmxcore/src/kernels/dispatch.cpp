@@ -1,13 +1,11 @@
 // The dispatch table of the row functions and its one-time set-up.
 #include "kernels/dispatch.h"
 
-#include <mutex>
-
-#include "kernels/cpu_features.h"
+#include "cpu_features.h"
 #include "kernels/row.h"
 #include "kernels/row_simd.h"
 
-namespace lmx::kernels {
+namespace lmx {
 namespace {
 
 // NV12ToYUY2Row_C has the two-input shape of TwoRowsFn with the luma row first.
@@ -15,8 +13,7 @@ void NV12ToYUY2Rows(const uint8_t* y, const uint8_t* uv, uint8_t* dst, int width
   NV12ToYUY2Row_C(y, uv, dst, width);
 }
 
-RowKernels g_active;
-std::once_flag g_once;
+ActiveKernelTable<RowKernels, SelectRowKernels> g_active;
 
 }  // namespace
 
@@ -158,23 +155,13 @@ RowKernels SelectRowKernels(uint32_t cpu_features) {
   return k;
 }
 
-void InitRowKernels() {
-  std::call_once(g_once, [] { g_active = SelectRowKernels(CpuFeatures()); });
-}
+void RefreshRowKernels() { g_active.Refresh(); }
 
-void RefreshRowKernels() {
-  InitRowKernels();
-  g_active = SelectRowKernels(CpuFeatures());
-}
-
-const RowKernels& ActiveRowKernels() {
-  InitRowKernels();
-  return g_active;
-}
+const RowKernels& ActiveRowKernels() { return g_active.Get(); }
 
 namespace {
 // Fill the table at load so the first conversion does not pay for detection.
-const bool g_initialised_at_load = (InitRowKernels(), true);
+const bool g_initialised_at_load = (ActiveRowKernels(), true);
 }  // namespace
 
-}  // namespace lmx::kernels
+}  // namespace lmx

@@ -3,8 +3,8 @@
 // One entry per conversion. SelectRowKernels() builds a table for a set of CPU
 // features: every entry starts as the scalar `_C` row and is upgraded in order of
 // capability (SSSE3, then AVX2, then AVX-512; the last match wins); see row_simd.h.
-// The active table is filled by InitRowKernels(), which runs at load and on
-// first use and is idempotent; ScopedCpuFeatureMask (cpu_features.h) refills it.
+// The active table is filled at load and on first use; ScopedCpuFeatureMask
+// (cpu_features.h) refills it.
 //
 // A plane driver reads the table once per call, never per row:
 //   const RowKernels& k = ActiveRowKernels();
@@ -15,7 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace lmx::kernels {
+namespace lmx {
 
 using RowFn = void (*)(const uint8_t* src, uint8_t* dst, int width);
 using RowAlphaFn = void (*)(const uint8_t* src, uint8_t* dst, int width, uint8_t alpha);
@@ -75,13 +75,10 @@ struct RowKernels {
 // The table for a feature set (kCpu* bits of cpu_features.h). Pure.
 RowKernels SelectRowKernels(uint32_t cpu_features);
 
-// Fills the active table from CpuFeatures() once; later calls do nothing.
-void InitRowKernels();
-
 // Refills the active table from the current CpuFeatures() (used by the mask).
 void RefreshRowKernels();
 
-// The active table; runs InitRowKernels() on first use.
+// The active table, filled from CpuFeatures() on first use.
 const RowKernels& ActiveRowKernels();
 
-}  // namespace lmx::kernels
+}  // namespace lmx

@@ -1,7 +1,7 @@
 // The table of built-in pixel formats and the plane layout derived from it.
 #include "kernels/pixel_format_table.h"
 
-namespace lmx::kernels {
+namespace lmx {
 namespace {
 
 using Norvik::Lumetra::Image;
@@ -69,4 +69,4 @@ int ComputePlaneLayout(int32_t width, int32_t height, int32_t format_key, LMXIma
   return row->planes;
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx

@@ -9,7 +9,7 @@
 
 #include "lmximage.h"
 
-namespace lmx::kernels {
+namespace lmx {
 
 struct PixelFormatTraits {
   int32_t code;
@@ -36,4 +36,4 @@ const wchar_t* ConversionFormatName(int32_t code);
 // is halved. Size limits are the caller's to check (this function does not log).
 int ComputePlaneLayout(int32_t width, int32_t height, int32_t format_key, LMXImageService::PlaneInfo* planes);
 
-}  // namespace lmx::kernels
+}  // namespace lmx

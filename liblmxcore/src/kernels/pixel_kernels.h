@@ -24,7 +24,7 @@
 
 #include "lmxstatus.h"
 
-namespace lmx::kernels {
+namespace lmx {
 
 using Norvik::Lumetra::Status;
 
@@ -157,4 +157,4 @@ Status MirrorYUY2Plane(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int3
 Status RotatePlane(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
                    int32_t height, int32_t bpp, int32_t degrees);
 
-}  // namespace lmx::kernels
+}  // namespace lmx

@@ -9,7 +9,7 @@
 
 #include "kernels/pixel_kernels.h"
 
-namespace lmx::kernels::detail {
+namespace lmx::detail {
 
 using namespace Norvik::Lumetra;
 
@@ -43,4 +43,4 @@ inline Status RunRows(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32
   return LMX_STATUS_NO_ERROR;
 }
 
-}  // namespace lmx::kernels::detail
+}  // namespace lmx::detail

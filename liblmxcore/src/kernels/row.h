@@ -16,7 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace lmx::kernels {
+namespace lmx {
 
 // --- Packed 4:2:2 luma-chroma (YUY2: Y0 U Y1 V per pixel pair) ---------------
 
@@ -118,4 +118,4 @@ void RotatePlane90_C(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrd
 void RotatePlane270_C(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
                       int height, int bpp);
 
-}  // namespace lmx::kernels
+}  // namespace lmx

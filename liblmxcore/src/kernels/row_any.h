@@ -19,7 +19,7 @@
 #include <cstdint>
 #include <cstring>
 
-namespace lmx::kernels {
+namespace lmx {
 namespace {
 
 // One source, one destination; kSrcBpp and kDstBpp are bytes per pixel.
@@ -85,4 +85,4 @@ void AnyYUY2Decode(const uint8_t* src, uint8_t* dst, int width, Extra... extra) 
 }
 
 }  // namespace
-}  // namespace lmx::kernels
+}  // namespace lmx

@@ -10,7 +10,7 @@
 #include "kernels/row_any.h"
 #include "kernels/row_simd.h"
 
-namespace lmx::kernels {
+namespace lmx {
 namespace {
 
 inline __m256i Load(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
@@ -431,4 +431,4 @@ void RGBToY8Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
   AnyRow<GreyRow<3, true>, 32, 3, 1>(src, dst, width);
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx

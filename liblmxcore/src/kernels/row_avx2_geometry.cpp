@@ -12,7 +12,7 @@
 #include "kernels/row_simd.h"
 #include "kernels/transpose_any.h"
 
-namespace lmx::kernels {
+namespace lmx {
 namespace {
 
 inline __m256i Load(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
@@ -301,4 +301,4 @@ void RotatePlane270_AVX2(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, 
   }
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx

@@ -9,7 +9,7 @@
 #include "kernels/row_any.h"
 #include "kernels/row_simd.h"
 
-namespace lmx::kernels {
+namespace lmx {
 namespace {
 
 inline __m512i Load(const void* p) { return _mm512_loadu_si512(p); }
@@ -62,4 +62,4 @@ void MirrorRow8_Any_AVX512(const uint8_t* src, uint8_t* dst, int width) {
   AnyMirror<MirrorRows<8>, 16, 8>(src, dst, width);
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx

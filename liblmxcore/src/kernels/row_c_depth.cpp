@@ -6,7 +6,7 @@
 
 #include "kernels/row.h"
 
-namespace lmx::kernels {
+namespace lmx {
 namespace {
 
 inline uint16_t Load16(const uint8_t* p) {
@@ -74,4 +74,4 @@ void FloatToDepthRow_C(const uint8_t* src_f32, uint8_t* dst_u16, int width, floa
   }
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx

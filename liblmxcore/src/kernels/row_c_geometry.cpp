@@ -4,7 +4,7 @@
 
 #include "kernels/row.h"
 
-namespace lmx::kernels {
+namespace lmx {
 namespace {
 
 template <int kBpp>
@@ -86,4 +86,4 @@ void RotatePlane270_C(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptr
   RotatePlane(src, src_pitch, dst, dst_pitch, width, height, bpp, false);
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx

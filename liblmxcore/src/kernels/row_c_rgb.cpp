@@ -1,7 +1,7 @@
 // Scalar rows of the channel reorders and of grey conversions.
 #include "kernels/row.h"
 
-namespace lmx::kernels {
+namespace lmx {
 
 void BGRAToRGBARow_C(const uint8_t* src, uint8_t* dst, int width) {
   for (int x = 0; x < width; ++x, src += 4, dst += 4) {
@@ -91,4 +91,4 @@ void Y8ToBGRRow_C(const uint8_t* src_y, uint8_t* dst_bgr, int width) {
   for (int x = 0; x < width; ++x, dst_bgr += 3) dst_bgr[0] = dst_bgr[1] = dst_bgr[2] = src_y[x];
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx

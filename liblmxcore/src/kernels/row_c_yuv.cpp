@@ -3,7 +3,7 @@
 #include "kernels/row.h"
 #include "kernels/ycc_math.h"
 
-namespace lmx::kernels {
+namespace lmx {
 namespace {
 
 // Channel positions of a colour layout: red and blue byte, bytes per pixel.
@@ -110,4 +110,4 @@ void RGBToYUY2Row_C(const uint8_t* src_rgb, uint8_t* dst_yuy2, int width) {
   EncodeRow<kRGB>(src_rgb, dst_yuy2, width);
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx

@@ -11,7 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace lmx::kernels {
+namespace lmx {
 
 // --- SSSE3 (row_ssse3.cpp) -------------------------------------------------------
 
@@ -125,4 +125,4 @@ void MirrorRow2_Any_AVX512(const uint8_t* src, uint8_t* dst, int width);
 void MirrorRow4_Any_AVX512(const uint8_t* src, uint8_t* dst, int width);
 void MirrorRow8_Any_AVX512(const uint8_t* src, uint8_t* dst, int width);
 
-}  // namespace lmx::kernels
+}  // namespace lmx

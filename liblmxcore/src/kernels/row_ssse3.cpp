@@ -10,7 +10,7 @@
 #include "kernels/row_any.h"
 #include "kernels/row_simd.h"
 
-namespace lmx::kernels {
+namespace lmx {
 namespace {
 
 inline __m128i Load(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
@@ -466,4 +466,4 @@ void RGBToY8Row_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
   AnyRow<GreyRow<3, true>, 16, 3, 1>(src, dst, width);
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx

@@ -11,7 +11,7 @@
 #include "kernels/row_simd.h"
 #include "kernels/transpose_any.h"
 
-namespace lmx::kernels {
+namespace lmx {
 namespace {
 
 inline __m128i Load(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
@@ -158,4 +158,4 @@ void RotatePlane270_SSSE3(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst,
   }
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx

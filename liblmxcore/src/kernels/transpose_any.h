@@ -22,7 +22,7 @@
 #include <cstdint>
 #include <cstring>
 
-namespace lmx::kernels {
+namespace lmx {
 namespace {
 
 // Pixels of source rows [y0, y1) and columns [x0, x1), one at a time.
@@ -105,4 +105,4 @@ void Rotate270ByTranspose(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst,
 }
 
 }  // namespace
-}  // namespace lmx::kernels
+}  // namespace lmx

@@ -25,7 +25,7 @@
 
 #include <cstdint>
 
-namespace lmx::kernels::ycc {
+namespace lmx::ycc {
 
 inline constexpr int32_t kLumaGain = 76284;
 inline constexpr int32_t kVToRed = 104595;
@@ -62,4 +62,4 @@ inline uint8_t EncodeV(int32_t r, int32_t g, int32_t b) {
   return static_cast<uint8_t>(((112 * r - 94 * g - 18 * b + (1 << (kShift - 1))) >> kShift) + 128);
 }
 
-}  // namespace lmx::kernels::ycc
+}  // namespace lmx::ycc

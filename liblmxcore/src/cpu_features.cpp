@@ -1,15 +1,15 @@
-// Processor feature detection and the mask that tests use to restrict it.
-#include "kernels/cpu_features.h"
+// Processor feature detection and the mask that tests and benchmarks use to restrict it.
+#include "cpu_features.h"
 
 #include <atomic>
 
-#include "kernels/dispatch.h"
+#include "signal_processing_setup.h"
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <cpuid.h>
 #endif
 
-namespace lmx::kernels {
+namespace lmx {
 namespace {
 
 #if defined(__x86_64__) || defined(__i386__)
@@ -54,6 +54,7 @@ uint32_t Detect() {
   const bool avx512f = (leaf7.ebx & (1u << 16)) != 0;
   const bool avx512bw = (leaf7.ebx & (1u << 30)) != 0;
   const bool avx512vl = (leaf7.ebx & (1u << 31)) != 0;
+  if ((features & kCpuHasAVX2) && (leaf1.ecx & (1u << 12))) features |= kCpuHasFMA;
   if ((features & kCpuHasAVX2) && avx512f && avx512bw && avx512vl && os_saves_zmm) features |= kCpuHasAVX512BW;
   if ((features & kCpuHasAVX512BW) && (leaf7.ecx & (1u << 11))) features |= kCpuHasAVX512VNNI;
   return features;
@@ -78,12 +79,12 @@ uint32_t CpuFeatures() { return DetectedCpuFeatures() & g_mask.load(std::memory_
 
 ScopedCpuFeatureMask::ScopedCpuFeatureMask(uint32_t allowed)
     : previous_(g_mask.exchange(allowed, std::memory_order_relaxed)) {
-  RefreshRowKernels();
+  RefreshSignalProcessing();
 }
 
 ScopedCpuFeatureMask::~ScopedCpuFeatureMask() {
   g_mask.store(previous_, std::memory_order_relaxed);
-  RefreshRowKernels();
+  RefreshSignalProcessing();
 }
 
-}  // namespace lmx::kernels
+}  // namespace lmx

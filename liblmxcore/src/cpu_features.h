@@ -1,15 +1,18 @@
-// cpu_features.h: which instruction sets the pixel kernels may use.
+// cpu_features.h: which instruction sets the pixel and audio kernels may use, and
+// the one way their tables of variants are chosen.
 //
 // DetectedCpuFeatures() asks the processor once; CpuFeatures() is that set
-// restricted by the current mask. The dispatch table (dispatch.h) is filled from
-// CpuFeatures(), so masking features and refilling the table forces the scalar
-// kernels or one instruction set, which tests and benchmarks use to compare the
-// variants with each other.
+// restricted by the current mask. Each family of kernels (pixel rows, dispatch.h;
+// audio primitives, dsp/audio_kernels.h) has a pure Select function from a feature
+// set to a table, and an ActiveKernelTable filled from CpuFeatures(). Masking
+// features refills every active table, which forces the scalar kernels or one
+// instruction set: tests and benchmarks use it to compare the variants.
 #pragma once
 
 #include <cstdint>
+#include <mutex>
 
-namespace lmx::kernels {
+namespace lmx {
 
 // Each bit means the processor has the instruction set and, for the AVX
 // families, that the operating system saves the wider registers on a context
@@ -22,6 +25,7 @@ enum CpuFeature : uint32_t {
   kCpuHasSSE41 = 1u << 3,
   kCpuHasAVX512BW = 1u << 4,  // AVX-512 F, BW and VL together
   kCpuHasAVX512VNNI = 1u << 5,  // AVX-512 VNNI (16-bit dot products into 32-bit sums), with the above
+  kCpuHasFMA = 1u << 6,  // fused multiply-add, with AVX2
   kCpuAllFeatures = ~0u,
 };
 
@@ -32,8 +36,8 @@ uint32_t DetectedCpuFeatures();
 // Detected features AND the current mask.
 uint32_t CpuFeatures();
 
-// Restricts CpuFeatures() to `allowed` for the scope and refills the dispatch
-// table on entry and exit. Requires: no conversion runs on another thread while
+// Restricts CpuFeatures() to `allowed` for the scope and refills every active
+// kernel table on entry and exit. Requires: no conversion runs on another thread while
 // a mask is installed or removed (tests and benchmarks only). Scopes nest.
 // Example: { ScopedCpuFeatureMask scalar(0); RunConversion(); }  // _C kernels only
 class ScopedCpuFeatureMask {
@@ -47,4 +51,24 @@ class ScopedCpuFeatureMask {
   uint32_t previous_;
 };
 
-}  // namespace lmx::kernels
+// The active table of one family of kernels: chosen by Select from CpuFeatures()
+// on first use (thread safe), chosen again by Refresh() when the mask changes.
+// Constant-initialised, so it may be used during the library's static set-up.
+template <class Table, Table (*Select)(uint32_t)>
+class ActiveKernelTable {
+ public:
+  const Table& Get() {
+    std::call_once(once_, [this] { table_ = Select(CpuFeatures()); });
+    return table_;
+  }
+  void Refresh() {
+    Get();
+    table_ = Select(CpuFeatures());
+  }
+
+ private:
+  std::once_flag once_;
+  Table table_{};
+};
+
+}  // namespace lmx

@@ -1,4 +1,4 @@
-// test_session.h: a minimal host session for tests.
+// host_session.h: a minimal host session.
 //
 // The session answers "SES2" with its session service, whose GetImplStorage keeps
 // one pointer-sized slot per implementation descriptor (compared byte for byte)
@@ -9,8 +9,11 @@
 // QueryImpl matches a pattern by its implementation code (0 matches every
 // one), in the order added; CreateImpl runs the maker of the descriptor's code.
 //
+// Once SetAllocator was called, the session also answers the allocator interface,
+// so that the audio converter can create its output objects through it.
+//
 // Example:
-//   lmxtest::TestSession session;
+//   lmxhost::HostSession session;
 //   Base* scheduler = nullptr;
 //   CreateScheduler(&session, nullptr, nullptr, nullptr, 0, &scheduler);
 #pragma once
@@ -23,25 +26,27 @@
 #include <string>
 #include <vector>
 
+#include "lmxallocator.h"
 #include "lmxsession.h"
 
-namespace lmxtest {
+namespace lmxhost {
 
-class TestSession final : public Norvik::Lumetra::Session {
+class HostSession final : public Norvik::Lumetra::Session {
  public:
   struct WithoutService {};
 
-  TestSession() = default;
-  explicit TestSession(WithoutService) : offersService_(false) {}
-  TestSession(const TestSession&) = delete;
-  TestSession& operator=(const TestSession&) = delete;
+  HostSession() = default;
+  explicit HostSession(WithoutService) : offersService_(false) {}
+  HostSession(const HostSession&) = delete;
+  HostSession& operator=(const HostSession&) = delete;
 
   void* QueryInstance(Norvik::Lumetra::InterfaceId iid) override {
     if (iid == 0) return static_cast<Norvik::Lumetra::Session*>(this);
     if (offersService_ && iid == Norvik::Lumetra::Service::SessionService::kIid) return &service_;
+    if (allocator_ && iid == LMXAllocator::kIid) return allocator_;
     return nullptr;
   }
-  void Release() override {}  // owned by the test
+  void Release() override {}  // owned by the host
 
   Norvik::Lumetra::Status QueryImpl(const Norvik::Lumetra::Service::ImplDesc* pattern, int32_t index,
                                     Norvik::Lumetra::Service::ImplDesc* desc) override {
@@ -71,6 +76,9 @@ class TestSession final : public Norvik::Lumetra::Session {
     impls_.push_back({desc, std::move(make)});
   }
   int queryImplCalls = 0;
+
+  // The allocator the session answers under LMXAllocator's identifier; null: none.
+  void SetAllocator(LMXAllocator* allocator) { allocator_ = allocator; }
 
   Norvik::Lumetra::Service::SessionService* Service() { return &service_; }
   // The slot for a descriptor, created empty on first use.
@@ -110,8 +118,9 @@ class TestSession final : public Norvik::Lumetra::Session {
   };
 
   bool offersService_ = true;
+  LMXAllocator* allocator_ = nullptr;
   SessionService service_;
   std::vector<Impl> impls_;
 };
 
-}  // namespace lmxtest
+}  // namespace lmxhost

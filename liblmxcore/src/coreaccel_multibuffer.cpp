@@ -1,0 +1,391 @@
+// The multi-format buffer behind every image and audio object: buffer set, access
+// rules, conversion hand-off, invalidation.
+//
+// It is part of the manager: its log lines name the manager's source, as they
+// always have.
+#define LMX_LOG_SOURCE_FILE "liblmxcore/src/coreaccel_manager.cpp"
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "coreaccel_emu.h"
+#include "coreaccel_multibuffer.h"
+#include "lmxutils.h"
+
+namespace lmx {
+
+using namespace Norvik::Lumetra;
+
+namespace {
+
+constexpr int32_t kStorageConversionOption = 0x10000;
+constexpr int kWriteWaitTries = 500;
+constexpr auto kWriteWaitStep = std::chrono::milliseconds(10);
+constexpr int kMaxIntermediatePasses = 3;
+constexpr uint32_t kMirrorPropertyId = 304;
+constexpr int32_t kMirroringMaxBytes = 8192;
+
+// Name of a key for the conversion line: the table's name, or the decimal key.
+std::wstring KeyName(int32_t key) {
+  const wchar_t* name = PixelFormatName(key);
+  if (std::wcscmp(name, L"Unknown") != 0) return name;
+  return std::to_wstring(key);
+}
+
+}  // namespace
+
+Status MultiBufferTraits<BaseImage>::CreateStorage(BaseImage& object, const ImageInfo& info, int32_t key,
+                                                   const ImageData* adopt, int32_t options, BaseImage** storage) {
+  return CreateImageSysMem(info, key, adopt, options, object.GetMemoryProvider(), storage);
+}
+
+Status MultiBufferTraits<BaseAudio>::CreateStorage(BaseAudio& /*object*/, const AudioInfo& info, int32_t key,
+                                                   const AudioData* adopt, int32_t options, BaseAudio** storage) {
+  AudioSysMem* sysmem = nullptr;
+  const Status sts = AudioSysMem::Create(info, key, adopt, static_cast<uint32_t>(options), &sysmem);
+  *storage = sysmem;
+  return sts;
+}
+
+template <class BASE, class INFO, class DATA>
+MultiBuffer<BASE, INFO, DATA>::MultiBuffer(Session* session, INFO* info, DATA* data, int32_t options, Status* sts) {
+  // A null session is allowed: no observer, no rebuilding of serialised objects.
+  if (session) observer = static_cast<LMXAccessObserver*>(session->QueryInstance(LMXAccessObserver::kIid));
+  SetSession(session);
+  const Status result = Init(info, data, options);
+  if (sts) *sts = result;
+}
+
+template <class BASE, class INFO, class DATA>
+MultiBuffer<BASE, INFO, DATA>::~MultiBuffer() {
+  DropBuffers();
+  for (Base* object : attached)
+    if (object) object->Release();
+  attached.clear();
+}
+
+template <class BASE, class INFO, class DATA>
+Status MultiBuffer<BASE, INFO, DATA>::Init(INFO* info, DATA* data, int32_t options) {
+  this->options = options;
+  if (!info) {
+    LMX_CHECK(!data, LMX_STATUS_PARAM_UNSUPPORTED);
+    return LMX_STATUS_NO_ERROR;  // an empty object, described later by ReInitImpl
+  }
+  return ReInitImpl(info, data, options);
+}
+
+template <class BASE, class INFO, class DATA>
+void MultiBuffer<BASE, INFO, DATA>::DropBuffers() {
+  for (auto& [key, native] : buffers)
+    if (native.buffer) native.buffer->Release();
+  buffers.clear();
+}
+
+template <class BASE, class INFO, class DATA>
+void* MultiBuffer<BASE, INFO, DATA>::QueryInstance(InterfaceId iid) {
+  if (void* face = BASE::QueryInstance(iid)) return face;
+  if (iid == LMXReleaseService::kIid) return static_cast<LMXReleaseService*>(this);
+  if (iid == Reference::kIid) return static_cast<Reference*>(this);
+  if (iid == Metadata::kIid) return static_cast<Metadata*>(this);  // not kIid2: that is a standalone store's
+  if (iid == LMXMetadataInternal::kIid) return static_cast<LMXMetadataInternal*>(this);
+  return nullptr;
+}
+
+template <class BASE, class INFO, class DATA>
+Status MultiBuffer<BASE, INFO, DATA>::AcquireAccess(Access access, Format format, int32_t options, DATA* data) {
+  if constexpr (!Traits::kHasRotation) {
+    return AcquireAccessMulti(access, nullptr, format, data);
+  } else {
+    int32_t angle = options & 0x1FF;
+    if (angle) {
+      // Each mirroring property (304) that is set turns the angle the other way.
+      const int32_t size = this->QueryBufferSize(kMetadataMirroring);
+      if (size > 0 && size <= kMirroringMaxBytes) {
+        std::vector<uint8_t> pairs(static_cast<size_t>(size));
+        if (this->QueryBuffer(kMetadataMirroring, pairs.data(), size) >= 0 && size >= 8) {
+          for (int32_t offset = 0; offset + 8 <= size; offset += 8) {
+            uint32_t id;
+            float value;
+            std::memcpy(&id, pairs.data() + offset, sizeof(id));
+            std::memcpy(&value, pairs.data() + offset + 4, sizeof(value));
+            if (id == kMirrorPropertyId && !(value == 0.0f)) angle = 360 - angle;
+          }
+        }
+      }
+    }
+    // Format 0 names the native format; a rotated view of it needs the format spelled
+    // out, or the key would carry a rotation of no format at all.
+    const int32_t plain = (format == 0 && angle != 0) ? this->info.format : static_cast<int32_t>(format);
+    const int32_t key = static_cast<int32_t>((static_cast<uint32_t>(angle) << kRotationShift) +
+                                             static_cast<uint32_t>(plain));
+    return AcquireAccessMulti(access, nullptr, key, data);
+  }
+}
+
+template <class BASE, class INFO, class DATA>
+Status MultiBuffer<BASE, INFO, DATA>::AcquireAccessMulti(Access access, void* accelerator, int32_t key, DATA* data) {
+  LMX_CHECK(data, LMX_STATUS_HANDLE_INVALID);
+  std::memset(data, 0, sizeof(*data));
+  Format interm = static_cast<Format>(0);
+  for (int passes = 0;;) {
+    Status sts;
+    do {
+      sts = InternalAcquireAccess(access, accelerator, key, data, true, &interm);
+    } while (sts == LMX_STATUS_EXEC_INPROGRESS);
+    if (sts >= 0 || interm == 0) return sts;
+    // The conversion named an intermediate format: convert into it, then try again
+    // from it alone (interm keeps its value and restricts the next source).
+    DATA local{};
+    if (InternalAcquireAccess(BASE::ACCESS_READ, accelerator, interm, &local, true, nullptr) < 0) return sts;
+    ReleaseAccess(&local);
+    if (++passes >= kMaxIntermediatePasses) return sts;
+  }
+}
+
+template <class BASE, class INFO, class DATA>
+Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void* /*accelerator*/, int32_t key,
+                                                            DATA* data, bool bAllocationAllowed,
+                                                            Format* interm) {
+  LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "MultiBuffer::InternalAcquireAccess");
+  LMX_CHECK(access == BASE::ACCESS_WRITE || access == BASE::ACCESS_READ || access == BASE::ACCESS_READ_WRITE,
+            LMX_STATUS_PARAM_UNSUPPORTED);
+  LMX_CHECK(data, LMX_STATUS_HANDLE_INVALID);
+  if (Traits::IsAttachable(key)) return GetAttachableBuffer(access, key, data);
+
+  if (bAllocationAllowed) {
+    for (int i = 0; i < kWriteWaitTries && !m_bWriteFinished; ++i) std::this_thread::sleep_for(kWriteWaitStep);
+  }
+  LMX_CHECK(m_bWriteFinished, LMX_STATUS_PARAM_UNSUPPORTED);
+
+  std::lock_guard guard(lock);
+  // A write may have begun between the wait and the lock: the caller retries.
+  if (LMX_FAILED_ON(m_bWriteFinished)) return LMX_STATUS_EXEC_INPROGRESS;
+  const int32_t writing = access & BASE::ACCESS_WRITE;
+  if (writing) LMX_CHECK(!access_list.size(), LMX_STATUS_PARAM_UNSUPPORTED);
+  // One record cannot hold two acquisitions: the first would be lost.
+  LMX_CHECK(access_list.find(data) == access_list.end(), LMX_STATUS_PARAM_UNSUPPORTED);
+
+  const int32_t sourceFormat = interm ? static_cast<int32_t>(*interm) : 0;
+  if (interm) *interm = static_cast<Format>(0);
+  const int32_t format = key ? key : this->info.format;
+
+  NativeBuffer* native = nullptr;
+  Status sts = LMX_STATUS_NO_ERROR;
+  if (LMX_CALL_FAILED(sts, GetBuffer(&this->info, format, 0, this->options, bAllocationAllowed, &native)))
+    return sts;
+
+  if ((access & BASE::ACCESS_READ) && !native->valid) {
+    LMX_CHECK(bAllocationAllowed, LMX_STATUS_ITEM_UNAVAILABLE);
+    const NativeBuffer* tried = nullptr;
+    bool converted = false;
+    for (auto& [sourceKey, source] : buffers) {
+      if (!source.valid || !source.buffer || &source == native) continue;
+      INFO srcInfo = Traits::Describe(source.buffer);
+      INFO dstInfo = Traits::Describe(native->buffer);
+      if (sourceFormat != 0 && sourceFormat != srcInfo.format) continue;
+      tried = &source;
+      DATA dst{};
+      DATA src{};
+      if (native->buffer->AcquireNativeAccess(BASE::ACCESS_WRITE, kStorageConversionOption, &dst) < 0) continue;
+      if (source.buffer->AcquireNativeAccess(BASE::ACCESS_READ, kStorageConversionOption, &src) < 0) {
+        native->buffer->ReleaseNativeAccess(&dst);
+        continue;
+      }
+      const Status copied = this->CopySystemBuffer(&srcInfo, &src, &dstInfo, &dst, interm);
+      source.buffer->ReleaseNativeAccess(&src);
+      native->buffer->ReleaseNativeAccess(&dst);
+      if (copied >= 0) {
+        native->valid = 1;
+        converted = true;
+        break;
+      }
+    }
+
+    const int32_t named = interm ? static_cast<int32_t>(*interm) : 0;
+    LoggingService* logger = lmsdk::LogUtil::GetLogger();
+    if (Traits::kLogsConversion && logger->IsLevelEnabled(LOG_LEVEL_DEBUG)) {  // images only
+      std::wostringstream line;
+      line << L"Format conversion [";
+      bool first = true;
+      for (const auto& [entryKey, entry] : buffers) {
+        if (!first) line << L",";
+        first = false;
+        line << KeyName(entryKey);
+        if (!entry.valid) line << L"(invalid)";
+        if (&entry == tried) line << L"(*)";
+      }
+      line << L"] -> " << KeyName(format);
+      if (!converted) line << L" conversion failed";
+      if (named) line << L" interm_format=" << KeyName(named);
+      const int32_t level = named ? LOG_LEVEL_DEBUG : (converted ? LOG_LEVEL_VERBOSE : LOG_LEVEL_ERROR);
+      logger->LogW(level, line.str().c_str(), LMX_LOG_SOURCE_FILE, __LINE__, LMX_FUNCSIG);
+    }
+    if (!converted) return LMX_STATUS_PARAM_UNSUPPORTED;
+  }
+
+  if (LMX_CALL_FAILED(sts, native->buffer->AcquireNativeAccess(access, 0, data))) return sts;
+  access_list[data] = native;
+  AddRef();
+  if (notify && observer) observer->OnAcquire(Traits::ObserverKind(this->info.format));
+  if (writing) m_bWriteFinished = false;
+  return LMX_STATUS_NO_ERROR;
+}
+
+template <class BASE, class INFO, class DATA>
+Status MultiBuffer<BASE, INFO, DATA>::GetBuffer(INFO* info, int32_t key, DATA* data, int32_t options,
+                                                bool bAllocationAllowed, NativeBuffer** native) {
+  std::lock_guard guard(lock);
+  if (auto it = buffers.find(key); it != buffers.end() && it->second.buffer) {
+    *native = &it->second;
+    return LMX_STATUS_NO_ERROR;
+  }
+  LMX_CHECK(bAllocationAllowed || buffers.size() == 1, LMX_STATUS_ITEM_UNAVAILABLE);
+  BASE* storage = nullptr;
+  const Status sts = Traits::CreateStorage(*this, *info, key, data, options, &storage);
+  if (sts < 0) {
+    if (storage) storage->Release();
+    return sts;
+  }
+  if (!storage) return LMX_STATUS_ALLOC_FAILED;
+  NativeBuffer& entry = buffers[key];
+  entry = {storage, key, data ? 1 : 0};
+  *native = &entry;
+  return LMX_STATUS_NO_ERROR;
+}
+
+template <class BASE, class INFO, class DATA>
+Status MultiBuffer<BASE, INFO, DATA>::GetAttachableBuffer(Access access, int32_t format, DATA* data) {
+  std::lock_guard guard(lock);
+  NativeBuffer* native = nullptr;
+  Status sts = LMX_STATUS_NO_ERROR;
+  if (LMX_CALL_FAILED(sts, GetBuffer(&this->info, format, 0, this->options, true, &native))) return sts;
+  if (LMX_CALL_FAILED(sts, native->buffer->AcquireNativeAccess(access, 0, data))) return sts;
+  if ((access & BASE::ACCESS_READ) && !native->valid && !(access & BASE::ACCESS_WRITE)) {
+    // Nothing was ever written into this side data: give the planes back.
+    if (LMX_CALL_FAILED(sts, native->buffer->ReleaseNativeAccess(data))) return sts;
+    std::memset(data, 0, sizeof(*data));
+    return LMX_STATUS_ITEM_UNAVAILABLE;
+  }
+  if (access & BASE::ACCESS_WRITE) native->valid = 1;
+  return LMX_STATUS_NO_ERROR;
+}
+
+template <class BASE, class INFO, class DATA>
+Status MultiBuffer<BASE, INFO, DATA>::ReleaseAccess(DATA* data) {
+  LMX_CHECK(data, LMX_STATUS_HANDLE_INVALID);
+  LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "MultiBuffer::ReleaseAccess");
+  Status sts = LMX_STATUS_NO_ERROR;
+  {
+    std::lock_guard guard(lock);
+    auto it = access_list.find(data);
+    // Side data is acquired without a record, so it has nothing to end. The record
+    // is looked for first: an image whose native format is attachable, acquired as
+    // format 0, went the normal way and holds a record, a reference and possibly
+    // the write; skipping it would leak all three and block every later write.
+    if (it == access_list.end() && Traits::IsAttachable(data->format)) return LMX_STATUS_NO_ERROR;
+    LMX_CHECK(it != access_list.end(), LMX_STATUS_HANDLE_INVALID);
+    NativeBuffer* native = it->second;
+    access_list.erase(it);
+    sts = native->buffer->ReleaseNativeAccess(data);
+    if (!m_bWriteFinished) {
+      for (auto& [key, entry] : buffers)
+        if (!Traits::IsAttachable(key)) entry.valid = 0;
+      native->valid = 1;
+      m_bWriteFinished = true;
+    }
+    std::memset(data, 0, sizeof(*data));
+  }
+  // Outside the lock: this may be the last reference, which destroys the lock too.
+  Release();
+  return sts;
+}
+
+template <class BASE, class INFO, class DATA>
+Status MultiBuffer<BASE, INFO, DATA>::AcquireNativeAccess(Access access, int32_t /*option*/, DATA* data) {
+  LMX_CHECK(data, LMX_STATUS_HANDLE_INVALID);
+  std::lock_guard guard(lock);
+  NativeBuffer* native = nullptr;
+  LMX_CHECK_CALL(GetBuffer(&this->info, this->info.format, 0, this->options, true, &native));
+  return native->buffer->AcquireNativeAccess(access, 0, data);
+}
+
+template <class BASE, class INFO, class DATA>
+Status MultiBuffer<BASE, INFO, DATA>::ReInitImpl(INFO* info, DATA* data, int32_t options) {
+  LMX_CHECK(info, LMX_STATUS_HANDLE_INVALID);
+  std::lock_guard guard(lock);
+  // Storage of the old description must never be converted with the new one.
+  LMX_CHECK(access_list.empty() && m_bWriteFinished, LMX_STATUS_PARAM_UNSUPPORTED);
+  const int32_t numberPlanes = Traits::CountPlanes(info);
+  LMX_CHECK(numberPlanes, LMX_STATUS_PARAM_UNSUPPORTED);
+  DropBuffers();
+  this->info = *info;
+  this->options = options;
+  if (data) {
+    NativeBuffer* native = nullptr;
+    LMX_CHECK_CALL(GetBuffer(&this->info, this->info.format, data, this->options, true, &native));
+  }
+  return LMX_STATUS_NO_ERROR;
+}
+
+template <class BASE, class INFO, class DATA>
+bool MultiBuffer<BASE, INFO, DATA>::TakeNotifyOption(int32_t options) {
+  if (options != kNotifyOption) return false;
+  notify = true;
+  return true;
+}
+
+template <class BASE, class INFO, class DATA>
+Status MultiBuffer<BASE, INFO, DATA>::KeepInvalidateCallback(LMXImageService::InvalidateCallback callback,
+                                                             void* argument) {
+  std::lock_guard guard(lock);
+  invalidateCallback = callback;
+  invalidateArgument = callback ? argument : nullptr;
+  return LMX_STATUS_NO_ERROR;
+}
+
+template <class BASE, class INFO, class DATA>
+Status MultiBuffer<BASE, INFO, DATA>::KeepAttachedObject(Base* object) {
+  LMX_CHECK(object, LMX_STATUS_HANDLE_INVALID);
+  std::lock_guard guard(lock);
+  attached.push_back(object);
+  return LMX_STATUS_NO_ERROR;
+}
+
+template <class BASE, class INFO, class DATA>
+Status MultiBuffer<BASE, INFO, DATA>::InvalidateData() {
+  std::lock_guard guard(lock);
+  LoggingService* logger = lmsdk::LogUtil::GetLogger();
+  if (!buffers.empty() && logger->IsLevelEnabled(LOG_LEVEL_VERBOSE)) {
+    std::wostringstream line;
+    line << L"Invalidating image " << static_cast<const void*>(this) << L" with " << buffers.size() << L" buffers";
+    logger->LogW(LOG_LEVEL_VERBOSE, line.str().c_str(), LMX_LOG_SOURCE_FILE, __LINE__, LMX_FUNCSIG);
+  }
+  for (auto& [key, entry] : buffers) entry.valid = 0;
+  if (auto callback = std::exchange(invalidateCallback, nullptr)) callback(std::exchange(invalidateArgument, nullptr));
+  std::vector<Base*> objects = std::move(attached);
+  attached.clear();
+  for (Base* object : objects)
+    if (object) object->Release();
+  return LMX_STATUS_NO_ERROR;
+}
+
+template <class BASE, class INFO, class DATA>
+size_t MultiBuffer<BASE, INFO, DATA>::BufferCount() {
+  std::lock_guard guard(lock);
+  return buffers.size();
+}
+
+template <class BASE, class INFO, class DATA>
+bool MultiBuffer<BASE, INFO, DATA>::IsBufferValid(int32_t key) {
+  std::lock_guard guard(lock);
+  auto it = buffers.find(key);
+  return it != buffers.end() && it->second.valid;
+}
+
+template class MultiBuffer<BaseImage, ImageInfo, ImageData>;
+template class MultiBuffer<BaseAudio, AudioInfo, AudioData>;
+
+}  // namespace lmx
