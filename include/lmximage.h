@@ -38,7 +38,8 @@ class Image : public Base {
     PIXEL_FORMAT_DEPTH_FLOAT = 0x20002,
     PIXEL_FORMAT_Y16 = 0x40000,
     PIXEL_FORMAT_Y8_RELATIVE = 0x80000,
-    // Attachable side-data formats (never made stale by a write).
+    // Side-data formats. The first three are attachable (never made stale by a
+    // write); ATTACHED_1BPP is not.
     PIXEL_FORMAT_ATTACHED_8BPP = 0x40000002,  // 8 bytes per pixel
     PIXEL_FORMAT_ATTACHED_2BPP = 0x40000003,  // 2 bytes per pixel
     PIXEL_FORMAT_DEPTH_CONFIDENCE = 0x40000004,

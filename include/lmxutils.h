@@ -5,7 +5,13 @@
 //   LMX_CHECK(cond, ret)         returns ret from the caller when cond fails (logged).
 //   LMX_CALL_FAILED(sts, call)   runs call into sts; true (and logged as
 //                                "Error <text> calling <call>") when sts is negative.
+//                                A component's own numeric status (int32_t, 0 for
+//                                success) fails when non-zero and is logged as
+//                                "\nError <number> calling <call>".
 //   LMX_CHECK_CALL(call)         returns the call's status when it is negative (logged).
+//   LMX_LOG(level, pieces)       logs a wide message built from stream pieces
+//                                (L"a = " << a), only when the level is enabled.
+//   LMX_LOG_IN(function, level, pieces)  the same under a fixed function signature.
 //   LMX_TRACE(name)              traces entry and every exit of the scope at 5000.
 //   LMX_TRACE_AT(level, name)    the same at another level (scheduler internals: 2500).
 //   AudioAccess                  scoped acquire/release of an audio object's samples.
@@ -23,6 +29,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <sstream>
 #include <string>
 
 #include "lmxaudio.h"
@@ -93,6 +100,7 @@ namespace lmx::detail {
 void LogFailedOn(const char* condition, const char* file, int line, const char* function);
 void LogCallFailed(Norvik::Lumetra::Status sts, const char* call, const char* file, int line,
                    const char* function);
+void LogCallFailed(int32_t code, const char* call, const char* file, int line, const char* function);
 
 inline bool ErrorEnabled() {
   return lmsdk::LogUtil::GetLogger()->IsLevelEnabled(Norvik::Lumetra::LOG_LEVEL_ERROR);
@@ -109,6 +117,12 @@ inline bool CallFailed(Norvik::Lumetra::Status sts, const char* call, const char
                        const char* function) {
   if (sts >= 0) return false;
   if (ErrorEnabled()) LogCallFailed(sts, call, file, line, function);
+  return true;
+}
+
+inline bool CallFailed(int32_t code, const char* call, const char* file, int line, const char* function) {
+  if (code == 0) return false;
+  if (ErrorEnabled()) LogCallFailed(code, call, file, line, function);
   return true;
 }
 
@@ -155,6 +169,17 @@ class TraceScope {
     ::Norvik::Lumetra::Status lmx_call_sts_ = ::Norvik::Lumetra::LMX_STATUS_NO_ERROR; \
     if (LMX_CALL_FAILED(lmx_call_sts_, call)) return lmx_call_sts_;        \
   } while (0)
+
+#define LMX_LOG_IN(function, level, pieces)                                                          \
+  do {                                                                                               \
+    ::Norvik::Lumetra::LoggingService* lmx_logger_ = ::lmsdk::LogUtil::GetLogger();                 \
+    if (lmx_logger_->IsLevelEnabled(level)) {                                                        \
+      std::wostringstream lmx_message_;                                                              \
+      lmx_message_ << pieces;                                                                        \
+      lmx_logger_->LogW((level), lmx_message_.str().c_str(), LMX_LOG_SOURCE_FILE, __LINE__, (function)); \
+    }                                                                                                \
+  } while (0)
+#define LMX_LOG(level, pieces) LMX_LOG_IN(LMX_FUNCSIG, level, pieces)
 
 #define LMX_TRACE_CONCAT2(a, b) a##b
 #define LMX_TRACE_CONCAT(a, b) LMX_TRACE_CONCAT2(a, b)

@@ -31,21 +31,7 @@ void FreeSamples(int16_t* samples) {
   if (samples) ::operator delete[](samples, kSampleAlignment);
 }
 
-// A failed resampler call: "\nError <number> calling <call>" at error level.
-bool ResamplerCallFailed(VkpStatus sts, const char* call, const char* file, int line, const char* function) {
-  if (sts == kVkpOk) return false;
-  LoggingService* logger = lmsdk::LogUtil::GetLogger();
-  if (logger->IsLevelEnabled(LOG_LEVEL_ERROR)) {
-    std::string message = "\nError " + std::to_string(sts) + " calling " + call;
-    logger->Log(LOG_LEVEL_ERROR, message.c_str(), file, line, function);
-  }
-  return true;
-}
-
 }  // namespace
-
-#define LMX_RESAMPLER_CALL_FAILED(sts, call) \
-  ResamplerCallFailed(((sts) = (call)), #call, __FILE__, __LINE__, LMX_FUNCSIG)
 
 AudioConverter::AudioConverter(Base* allocator) : allocator(allocator) {}
 
@@ -100,20 +86,25 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
   // rates as they were but no buffers).
   if (src_info.sampleRate != srcRate || dst_info.sampleRate != dstRate || !state || !inBuf || !outBuf) {
     FreeResampler();
-    history = 32;
+    // The call texts below are logged as written, so the filter's figures appear
+    // as literals; they are kConverterPresets' (checked here).
+    static_assert(kConverterPresets.rolloff == 0.95f && kConverterPresets.kaiserAlpha == 9.0f &&
+                  kConverterPresets.gain == 0.98f);
+    history = kConverterPresets.history;
     int32_t state_size = 0, filter_len = 0, filter_num = 0;
     VkpStatus vsts = kVkpOk;
-    if (LMX_RESAMPLER_CALL_FAILED(vsts, vkpsResamplePolyphaseFixedGetSize_16s(src_info.sampleRate, dst_info.sampleRate, 2*history, &state_size, &filter_len, &filter_num, vkpAlgHintAccurate)))
+    if (LMX_CALL_FAILED(vsts, vkpsResamplePolyphaseFixedGetSize_16s(src_info.sampleRate, dst_info.sampleRate, 2*history, &state_size, &filter_len, &filter_num, vkpAlgHintAccurate)))
       return LMX_STATUS_DEVICE_FAILED;
     state = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(state_size)));
     LMX_CHECK(state, LMX_STATUS_ALLOC_FAILED);
-    if (LMX_RESAMPLER_CALL_FAILED(vsts, vkpsResamplePolyphaseFixedInit_16s(src_info.sampleRate, dst_info.sampleRate, 2*history, 0.95f, 9.0f, state, vkpAlgHintAccurate)))
+    if (LMX_CALL_FAILED(vsts, vkpsResamplePolyphaseFixedInit_16s(src_info.sampleRate, dst_info.sampleRate, 2*history, 0.95f, 9.0f, state, vkpAlgHintAccurate)))
       return LMX_STATUS_DEVICE_FAILED;
     lastread = history;
-    bufLen = 4096;
+    bufLen = kConverterPresets.block;
     time = history;
-    inBuf = AllocateSamples(history + 4098);
-    const float outSamples = static_cast<float>(dst_info.sampleRate) * 4096.0f / static_cast<float>(src_info.sampleRate);
+    inBuf = AllocateSamples(history + bufLen + kConverterPresets.inputSpare);
+    const float outSamples =
+        static_cast<float>(dst_info.sampleRate) * static_cast<float>(bufLen) / static_cast<float>(src_info.sampleRate);
     outBuf = AllocateSamples(static_cast<int64_t>(outSamples) + 2);
     LMX_CHECK(inBuf && outBuf, LMX_STATUS_HANDLE_INVALID);
     std::memset(inBuf, 0, static_cast<size_t>(history) * sizeof(int16_t));  // the stream starts after silence
@@ -171,7 +162,7 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
 
     int32_t outLen = 0;
     VkpStatus vsts = kVkpOk;
-    if (LMX_RESAMPLER_CALL_FAILED(vsts, vkpsResamplePolyphaseFixed_16s(inBuf, lastread - history - (int)time, outBuf, 0.98f, &time, &outLen, state))) {
+    if (LMX_CALL_FAILED(vsts, vkpsResamplePolyphaseFixed_16s(inBuf, lastread - history - (int)time, outBuf, 0.98f, &time, &outLen, state))) {
       dst->ReleaseAccess(&dst_data);
       src->ReleaseAccess(&src_data);
       return LMX_STATUS_DEVICE_FAILED;

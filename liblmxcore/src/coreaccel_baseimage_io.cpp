@@ -19,7 +19,13 @@ constexpr int32_t kModeMirrorAxis2 = 16;
 
 // Side data copied before the content: the attachable formats, and the first of
 // them again at 90, 180 and 270 degrees.
-constexpr int32_t kSideDataKeys[] = {0x40000002, 0x40000003, 0x40000004, 0x4B400002, 0x56800002, 0x61C00002};
+constexpr int32_t kSideDataKeys[] = {Image::PIXEL_FORMAT_ATTACHED_8BPP,
+                                     Image::PIXEL_FORMAT_ATTACHED_2BPP,
+                                     Image::PIXEL_FORMAT_DEPTH_CONFIDENCE,
+                                     FormatKey(Image::PIXEL_FORMAT_ATTACHED_8BPP, 90),
+                                     FormatKey(Image::PIXEL_FORMAT_ATTACHED_8BPP, 180),
+                                     FormatKey(Image::PIXEL_FORMAT_ATTACHED_8BPP, 270)};
+static_assert(kSideDataKeys[3] == 0x4B400002 && kSideDataKeys[5] == 0x61C00002);
 
 // Copies one plane of width x height pixels of bpp bytes in a copy mode. The
 // source pointer names the first row to read and its pitch may be negative (a
@@ -39,8 +45,7 @@ Status CopyPlaneInMode(int32_t mode, int32_t format, const uint8_t* src, int32_t
       return MirrorPlane(src, srcPitch, dst, dstPitch, width, height, bpp, kMirrorLeftRight);
     case kModeSwapRedBlue: {
       // Only three- and four-channel colour have red and blue to swap.
-      const int32_t colour = format & ~0x200;
-      LMX_CHECK(colour == Image::PIXEL_FORMAT_BGR || colour == Image::PIXEL_FORMAT_BGRA, LMX_STATUS_PARAM_UNSUPPORTED);
+      LMX_CHECK(IsColour(format), LMX_STATUS_PARAM_UNSUPPORTED);
       return ReorderChannels(src, srcPitch, dst, dstPitch, width, height, bpp);
     }
     case kModeMirrorAxis2:

@@ -72,8 +72,8 @@ Status CopyPlanes(const Image::ImageInfo* src_info, const Image::ImageData* src,
 
 Status RotatePlanes(const Image::ImageInfo* src_info, const Image::ImageData* src, const Image::ImageInfo* dst_info,
                     const Image::ImageData* dst) {
-  const int32_t src_degrees = (src_info->format & kRotationMask) >> kRotationShift;
-  const int32_t dst_degrees = (dst_info->format & kRotationMask) >> kRotationShift;
+  const int32_t src_degrees = KeyDegrees(src_info->format);
+  const int32_t dst_degrees = KeyDegrees(dst_info->format);
   LMX_CHECK(IsRightAngle(src_degrees) && IsRightAngle(dst_degrees), LMX_STATUS_PARAM_UNSUPPORTED);
   const int32_t degrees = (dst_degrees - src_degrees + 360) % 360;
   LMXImageService::PlaneInfo layout;
@@ -90,153 +90,176 @@ Status RotatePlanes(const Image::ImageInfo* src_info, const Image::ImageData* sr
   return LMX_STATUS_NO_ERROR;
 }
 
-bool IsConvertibleSource(int32_t format) {
-  switch (format) {
-    case Image::PIXEL_FORMAT_YUY2:
-    case Image::PIXEL_FORMAT_NV12:
-    case Image::PIXEL_FORMAT_BGRA:
-    case Image::PIXEL_FORMAT_BGR:
-    case Image::PIXEL_FORMAT_RGB:
-    case Image::PIXEL_FORMAT_RGBA:
-    case Image::PIXEL_FORMAT_Y8:
-    case Image::PIXEL_FORMAT_Y8_RELATIVE:
-    case Image::PIXEL_FORMAT_Y16:
-    case Image::PIXEL_FORMAT_DEPTH:
-    case Image::PIXEL_FORMAT_DEPTH_NATIVE:
-    case Image::PIXEL_FORMAT_DEPTH_FLOAT:
-      return true;
-    default:
-      return false;
+// One conversion between two unrotated buffers of the same size: their planes,
+// the image's depth scale and where an intermediate format is named. The depth
+// rules are its members, so their failed calls are logged as "calling
+// GetDepthShift(&shift)" and "calling GetDepthScale(&scale)".
+struct Conversion {
+  const uint8_t* s0;
+  int32_t sp0;
+  const uint8_t* s1;
+  int32_t sp1;
+  uint8_t* d0;
+  int32_t dp0;
+  uint8_t* d1;
+  int32_t dp1;
+  int32_t width;
+  int32_t height;
+  DepthScaleSource& depth;
+  Format* interm;
+
+  Status GetDepthScale(float* scale) { return depth.GetDepthScale(scale); }
+  Status GetDepthShift(int* shift) { return depth.GetDepthShift(shift); }
+
+  // DEPTH <-> DEPTH(NATIVE): shifted by the depth scale's power of two.
+  Status DepthToNative() {
+    int shift = 0;
+    LMX_CHECK_CALL(GetDepthShift(&shift));
+    return DepthShift(s0, sp0, d0, dp0, width, height, shift);
   }
+  Status NativeToDepth() {
+    int shift = 0;
+    LMX_CHECK_CALL(GetDepthShift(&shift));
+    return DepthShift(s0, sp0, d0, dp0, width, height, -shift);
+  }
+  // Without a depth scale depth and float share their unit; with one, the float
+  // is computed from the native values.
+  Status DepthToFloat() {
+    float scale = 0.0f;
+    if (GetDepthScale(&scale) < 0) return lmx::DepthToFloat(s0, sp0, d0, dp0, width, height, 1.0f);
+    return Via(Image::PIXEL_FORMAT_DEPTH_NATIVE, interm);
+  }
+  Status NativeToFloat() {
+    float scale = 0.0f;
+    LMX_CHECK_CALL(GetDepthScale(&scale));
+    return lmx::DepthToFloat(s0, sp0, d0, dp0, width, height, scale);
+  }
+  Status FloatToNative() {
+    float scale = 0.0f;
+    LMX_CHECK_CALL(GetDepthScale(&scale));
+    return FloatToDepth(s0, sp0, d0, dp0, width, height, 1.0f / scale);
+  }
+};
+
+// A row of the conversion table: the kernel that converts src into dst, or, for
+// dst kAnyOther, the format through which src reaches every destination that has
+// no row of its own (the caller converts in two steps).
+constexpr int32_t kAnyOther = 0;
+struct Route {
+  int32_t src;
+  int32_t dst;
+  Status (*run)(Conversion& c);  // null for a kAnyOther row
+  int32_t via;                   // kAnyOther rows only
+};
+
+constexpr Route Kernel(int32_t src, int32_t dst, Status (*run)(Conversion& c)) { return {src, dst, run, 0}; }
+
+// The kernels of the common shape: one source plane into one destination plane.
+template <Status (*kKernel)(const uint8_t*, int32_t, uint8_t*, int32_t, int32_t, int32_t)>
+Status OnePlane(Conversion& c) {
+  return kKernel(c.s0, c.sp0, c.d0, c.dp0, c.width, c.height);
+}
+constexpr Route Otherwise(int32_t src, int32_t via) { return {src, kAnyOther, nullptr, via}; }
+
+// Every conversion between two unrotated formats. A source without rows cannot be
+// converted; the YUY2 to colour kernels answer statuses of their own for odd sizes.
+constexpr Image::PixelFormat YUY2 = Image::PIXEL_FORMAT_YUY2, NV12 = Image::PIXEL_FORMAT_NV12,
+                             BGRA = Image::PIXEL_FORMAT_BGRA, BGR = Image::PIXEL_FORMAT_BGR,
+                             RGBA = Image::PIXEL_FORMAT_RGBA, RGB = Image::PIXEL_FORMAT_RGB,
+                             Y8 = Image::PIXEL_FORMAT_Y8, Y8_REL = Image::PIXEL_FORMAT_Y8_RELATIVE,
+                             Y16 = Image::PIXEL_FORMAT_Y16, DEPTH = Image::PIXEL_FORMAT_DEPTH,
+                             NATIVE = Image::PIXEL_FORMAT_DEPTH_NATIVE, FLOAT = Image::PIXEL_FORMAT_DEPTH_FLOAT;
+using C = Conversion;
+constexpr Route kRoutes[] = {
+    // Luma-chroma: YUY2 to everything of colour and grey; NV12 through YUY2.
+    Kernel(YUY2, NV12, [](C& c) { return YUY2ToNV12(c.s0, c.sp0, c.d0, c.dp0, c.d1, c.dp1, c.width, c.height); }),
+    Kernel(YUY2, BGRA, [](C& c) { return YUY2ToBGRA(c.s0, c.sp0, c.d0, c.dp0, c.width, c.height, kOpaque); }),
+    Kernel(YUY2, RGBA, [](C& c) { return YUY2ToRGBA(c.s0, c.sp0, c.d0, c.dp0, c.width, c.height, kOpaque); }),
+    Kernel(YUY2, BGR, OnePlane<YUY2ToBGR>),
+    Kernel(YUY2, RGB, OnePlane<YUY2ToRGB>),
+    Kernel(YUY2, Y8, OnePlane<YUY2ToY8>),
+    Otherwise(YUY2, NV12),
+    Kernel(NV12, YUY2, [](C& c) { return NV12ToYUY2(c.s0, c.sp0, c.s1, c.sp1, c.d0, c.dp0, c.width, c.height); }),
+    Kernel(NV12, Y8, OnePlane<CopyPlane>),  // the luma plane
+    Otherwise(NV12, YUY2),
+    // Colour: to YUY2, to grey, and between the four layouts. The RGB-ordered
+    // sources reuse the BGR-ordered kernels with the channel swap added or dropped.
+    Kernel(BGRA, YUY2, OnePlane<BGRAToYUY2>),
+    Kernel(BGRA, BGR, OnePlane<BGRAToBGR>),
+    Kernel(BGRA, RGB, OnePlane<BGRAToRGB>),
+    Kernel(BGRA, RGBA, OnePlane<BGRAToRGBA>),
+    Kernel(BGRA, Y8, OnePlane<BGRAToY8>),
+    Otherwise(BGRA, YUY2),
+    Kernel(BGR, YUY2, OnePlane<BGRToYUY2>),
+    Kernel(BGR, BGRA, OnePlane<BGRToBGRA>),
+    Kernel(BGR, RGBA, OnePlane<BGRToRGBA>),
+    Kernel(BGR, RGB, OnePlane<BGRToRGB>),
+    Kernel(BGR, Y8, OnePlane<BGRToY8>),
+    Otherwise(BGR, YUY2),
+    Kernel(RGB, YUY2, OnePlane<RGBToYUY2>),
+    Kernel(RGB, BGRA, OnePlane<BGRToRGBA>),  // swap + alpha
+    Kernel(RGB, RGBA, OnePlane<BGRToBGRA>),  // alpha only
+    Kernel(RGB, BGR, OnePlane<BGRToRGB>),
+    Kernel(RGB, Y8, OnePlane<RGBToY8>),
+    Otherwise(RGB, YUY2),
+    Kernel(RGBA, YUY2, OnePlane<RGBAToYUY2>),
+    Kernel(RGBA, RGB, OnePlane<BGRAToBGR>),  // drop alpha
+    Kernel(RGBA, BGR, OnePlane<BGRAToRGB>),  // drop + swap
+    Kernel(RGBA, BGRA, OnePlane<BGRAToRGBA>),
+    Kernel(RGBA, Y8, OnePlane<RGBAToY8>),
+    Otherwise(RGBA, YUY2),
+    // Grey: Y8 (and Y8_REL, which has the same rows: RouteSource); Y16 down to 8
+    // bits or rendered as colour.
+    Kernel(Y8, Y16, OnePlane<Y8ToY16>),
+    Kernel(Y8, BGR, OnePlane<Y8ToBGR>),
+    Kernel(Y8, RGB, OnePlane<Y8ToBGR>),
+    Kernel(Y8, NV12, [](C& c) { return Y8ToNV12(c.s0, c.sp0, c.d0, c.dp0, c.d1, c.dp1, c.width, c.height); }),
+    Otherwise(Y8, BGR),
+    Kernel(Y16, Y8, OnePlane<Y16ToY8>),
+    Kernel(Y16, Y8_REL, OnePlane<Y16ToY8>),
+    Kernel(Y16, BGRA, OnePlane<Y16ToBGRA>),
+    Kernel(Y16, RGBA, OnePlane<Y16ToBGRA>),
+    Otherwise(Y16, Y8),
+    // Depth: the three units through the depth scale (Conversion's rules); depth
+    // and native depth rendered as grey colour, 0 to 255.
+    Kernel(DEPTH, NATIVE, [](C& c) { return c.DepthToNative(); }),
+    Kernel(DEPTH, FLOAT, [](C& c) { return c.DepthToFloat(); }),
+    Kernel(DEPTH, BGRA, OnePlane<Y16ToBGRA>),
+    Kernel(DEPTH, RGBA, OnePlane<Y16ToBGRA>),
+    Otherwise(DEPTH, NATIVE),
+    Kernel(NATIVE, DEPTH, [](C& c) { return c.NativeToDepth(); }),
+    Kernel(NATIVE, FLOAT, [](C& c) { return c.NativeToFloat(); }),
+    Kernel(NATIVE, BGRA, OnePlane<Y16ToBGRA>),
+    Kernel(NATIVE, RGBA, OnePlane<Y16ToBGRA>),
+    Otherwise(NATIVE, DEPTH),
+    Kernel(FLOAT, DEPTH, [](C& c) { return FloatToDepth(c.s0, c.sp0, c.d0, c.dp0, c.width, c.height, 1.0f); }),
+    Kernel(FLOAT, NATIVE, [](C& c) { return c.FloatToNative(); }),
+    Otherwise(FLOAT, DEPTH),
+};
+
+// Relative grey converts as grey.
+constexpr int32_t RouteSource(int32_t format) { return format == Y8_REL ? Y8 : format; }
+
+// The source's row for dst, else its kAnyOther row; null for a source without rows.
+const Route* FindRoute(int32_t src, int32_t dst) {
+  src = RouteSource(src);
+  const Route* otherwise = nullptr;
+  for (const Route& route : kRoutes) {
+    if (route.src != src) continue;
+    if (route.dst == dst) return &route;
+    if (route.dst == kAnyOther) otherwise = &route;
+  }
+  return otherwise;
 }
 
-// The conversion table: a direct kernel for the pair, or the intermediate
-// format through which the source reaches any other destination.
-Status ConvertFormats(int32_t src_format, int32_t dst_format, int32_t width, int32_t height,
-                      const Image::ImageData& src, const Image::ImageData& dst, DepthScaleSource& depth,
-                      Format* interm) {
-  LMX_CHECK(IsConvertibleSource(src_format), LMX_STATUS_PARAM_UNSUPPORTED);
-  // The call texts of the depth rules name these two operations.
-  const auto GetDepthScale = [&depth](float* value) { return depth.GetDepthScale(value); };
-  const auto GetDepthShift = [&depth](int* value) { return depth.GetDepthShift(value); };
-  const uint8_t* s0 = src.planes[0];
-  const uint8_t* s1 = src.planes[1];
-  const int32_t sp0 = src.pitches[0];
-  const int32_t sp1 = src.pitches[1];
-  uint8_t* d0 = dst.planes[0];
-  uint8_t* d1 = dst.planes[1];
-  const int32_t dp0 = dst.pitches[0];
-  const int32_t dp1 = dst.pitches[1];
-  float scale = 0.0f;
-  int shift = 0;
+bool IsConvertibleSource(int32_t format) { return FindRoute(format, kAnyOther) != nullptr; }
 
-  switch (src_format) {
-    case Image::PIXEL_FORMAT_YUY2:
-      switch (dst_format) {
-        case Image::PIXEL_FORMAT_NV12: return YUY2ToNV12(s0, sp0, d0, dp0, d1, dp1, width, height);
-        case Image::PIXEL_FORMAT_BGRA: return YUY2ToBGRA(s0, sp0, d0, dp0, width, height, kOpaque);
-        case Image::PIXEL_FORMAT_RGBA: return YUY2ToRGBA(s0, sp0, d0, dp0, width, height, kOpaque);
-        case Image::PIXEL_FORMAT_BGR: return YUY2ToBGR(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_RGB: return YUY2ToRGB(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_Y8: return YUY2ToY8(s0, sp0, d0, dp0, width, height);
-        default: return Via(Image::PIXEL_FORMAT_NV12, interm);
-      }
-    case Image::PIXEL_FORMAT_NV12:
-      switch (dst_format) {
-        case Image::PIXEL_FORMAT_YUY2: return NV12ToYUY2(s0, sp0, s1, sp1, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_Y8: return CopyPlane(s0, sp0, d0, dp0, width, height);
-        default: return Via(Image::PIXEL_FORMAT_YUY2, interm);
-      }
-    case Image::PIXEL_FORMAT_BGRA:
-      switch (dst_format) {
-        case Image::PIXEL_FORMAT_YUY2: return BGRAToYUY2(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_BGR: return BGRAToBGR(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_RGB: return BGRAToRGB(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_RGBA: return BGRAToRGBA(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_Y8: return BGRAToY8(s0, sp0, d0, dp0, width, height);
-        default: return Via(Image::PIXEL_FORMAT_YUY2, interm);
-      }
-    case Image::PIXEL_FORMAT_BGR:
-      switch (dst_format) {
-        case Image::PIXEL_FORMAT_YUY2: return BGRToYUY2(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_BGRA: return BGRToBGRA(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_RGBA: return BGRToRGBA(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_RGB: return BGRToRGB(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_Y8: return BGRToY8(s0, sp0, d0, dp0, width, height);
-        default: return Via(Image::PIXEL_FORMAT_YUY2, interm);
-      }
-    case Image::PIXEL_FORMAT_RGB:
-      switch (dst_format) {
-        case Image::PIXEL_FORMAT_YUY2: return RGBToYUY2(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_BGRA: return BGRToRGBA(s0, sp0, d0, dp0, width, height);  // swap + alpha
-        case Image::PIXEL_FORMAT_RGBA: return BGRToBGRA(s0, sp0, d0, dp0, width, height);  // alpha only
-        case Image::PIXEL_FORMAT_BGR: return BGRToRGB(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_Y8: return RGBToY8(s0, sp0, d0, dp0, width, height);
-        default: return Via(Image::PIXEL_FORMAT_YUY2, interm);
-      }
-    case Image::PIXEL_FORMAT_RGBA:
-      switch (dst_format) {
-        case Image::PIXEL_FORMAT_YUY2: return RGBAToYUY2(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_RGB: return BGRAToBGR(s0, sp0, d0, dp0, width, height);  // drop alpha only
-        case Image::PIXEL_FORMAT_BGR: return BGRAToRGB(s0, sp0, d0, dp0, width, height);  // drop alpha + swap
-        case Image::PIXEL_FORMAT_BGRA: return BGRAToRGBA(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_Y8: return RGBAToY8(s0, sp0, d0, dp0, width, height);
-        default: return Via(Image::PIXEL_FORMAT_YUY2, interm);
-      }
-    case Image::PIXEL_FORMAT_Y8:
-    case Image::PIXEL_FORMAT_Y8_RELATIVE:
-      switch (dst_format) {
-        case Image::PIXEL_FORMAT_Y16: return Y8ToY16(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_BGR:
-        case Image::PIXEL_FORMAT_RGB: return Y8ToBGR(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_NV12: return Y8ToNV12(s0, sp0, d0, dp0, d1, dp1, width, height);
-        default: return Via(Image::PIXEL_FORMAT_BGR, interm);
-      }
-    case Image::PIXEL_FORMAT_Y16:
-      switch (dst_format) {
-        case Image::PIXEL_FORMAT_Y8:
-        case Image::PIXEL_FORMAT_Y8_RELATIVE: return Y16ToY8(s0, sp0, d0, dp0, width, height);
-        case Image::PIXEL_FORMAT_BGRA:
-        case Image::PIXEL_FORMAT_RGBA: return Y16ToBGRA(s0, sp0, d0, dp0, width, height);
-        default: return Via(Image::PIXEL_FORMAT_Y8, interm);
-      }
-    case Image::PIXEL_FORMAT_DEPTH:
-      switch (dst_format) {
-        case Image::PIXEL_FORMAT_DEPTH_NATIVE:
-          LMX_CHECK_CALL(GetDepthShift(&shift));
-          return DepthShift(s0, sp0, d0, dp0, width, height, shift);
-        case Image::PIXEL_FORMAT_DEPTH_FLOAT:
-          // Without a depth scale depth and float share their unit; with one,
-          // the float is computed from the native values.
-          if (GetDepthScale(&scale) < 0) return DepthToFloat(s0, sp0, d0, dp0, width, height, 1.0f);
-          return Via(Image::PIXEL_FORMAT_DEPTH_NATIVE, interm);
-        case Image::PIXEL_FORMAT_BGRA:
-        case Image::PIXEL_FORMAT_RGBA: return Y16ToBGRA(s0, sp0, d0, dp0, width, height);
-        default: return Via(Image::PIXEL_FORMAT_DEPTH_NATIVE, interm);
-      }
-    case Image::PIXEL_FORMAT_DEPTH_NATIVE:
-      switch (dst_format) {
-        case Image::PIXEL_FORMAT_DEPTH:
-          LMX_CHECK_CALL(GetDepthShift(&shift));
-          return DepthShift(s0, sp0, d0, dp0, width, height, -shift);
-        case Image::PIXEL_FORMAT_DEPTH_FLOAT:
-          LMX_CHECK_CALL(GetDepthScale(&scale));
-          return DepthToFloat(s0, sp0, d0, dp0, width, height, scale);
-        case Image::PIXEL_FORMAT_BGRA:
-        case Image::PIXEL_FORMAT_RGBA: return Y16ToBGRA(s0, sp0, d0, dp0, width, height);
-        default: return Via(Image::PIXEL_FORMAT_DEPTH, interm);
-      }
-    case Image::PIXEL_FORMAT_DEPTH_FLOAT:
-      switch (dst_format) {
-        case Image::PIXEL_FORMAT_DEPTH: return FloatToDepth(s0, sp0, d0, dp0, width, height, 1.0f);
-        case Image::PIXEL_FORMAT_DEPTH_NATIVE:
-          LMX_CHECK_CALL(GetDepthScale(&scale));
-          return FloatToDepth(s0, sp0, d0, dp0, width, height, 1.0f / scale);
-        default: return Via(Image::PIXEL_FORMAT_DEPTH, interm);
-      }
-    default:
-      return LMX_STATUS_PARAM_UNSUPPORTED;  // excluded by IsConvertibleSource above
-  }
+// Runs the table's kernel for the pair, or names its intermediate format.
+Status ConvertFormats(int32_t src_format, int32_t dst_format, Conversion conversion) {
+  LMX_CHECK(IsConvertibleSource(src_format), LMX_STATUS_PARAM_UNSUPPORTED);
+  const Route* route = FindRoute(src_format, dst_format);
+  if (!route->run) return Via(route->via, conversion.interm);
+  return route->run(conversion);
 }
 
 }  // namespace
@@ -290,14 +313,17 @@ Status ConvertImageBuffer(const Image::ImageInfo* src_info, const Image::ImageDa
   }
   LMX_CHECK(PlanesFitInt32(*src_info) && PlanesFitInt32(*dst_info), LMX_STATUS_PARAM_UNSUPPORTED);
 
-  const int32_t src_angle = src_info->format & kRotationMask;
-  const int32_t dst_angle = dst_info->format & kRotationMask;
-  const int32_t src_format = src_info->format & kPixelFormatMask;
-  const int32_t dst_format = dst_info->format & kPixelFormatMask;
+  const int32_t src_angle = KeyDegrees(src_info->format);
+  const int32_t dst_angle = KeyDegrees(dst_info->format);
+  const int32_t src_format = KeyFormat(src_info->format);
+  const int32_t dst_format = KeyFormat(dst_info->format);
 
   if (src_angle == 0 && dst_angle == 0) {
     if (src_format != dst_format) {
-      return ConvertFormats(src_format, dst_format, src_info->width, src_info->height, *src, *dst, depth, interm);
+      return ConvertFormats(src_format, dst_format,
+                            {src->planes[0], src->pitches[0], src->planes[1], src->pitches[1], dst->planes[0],
+                             dst->pitches[0], dst->planes[1], dst->pitches[1], src_info->width, src_info->height,
+                             depth, interm});
     }
     if (SamePlanes(*src, *dst)) return LMX_STATUS_NO_ERROR;
     return CopyPlanes(src_info, src, dst);

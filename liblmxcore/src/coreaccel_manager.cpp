@@ -1,6 +1,5 @@
 // The allocator service: creates the multi-format image and audio objects.
 #include <new>
-#include <sstream>
 
 #include "coreaccel_multibuffer.h"
 #include "lmxallocator.h"
@@ -17,12 +16,7 @@ class AllocatorImpl final : public LMXAddRefImpl<LMXBaseImpl<LMXAllocator>> {
  public:
   explicit AllocatorImpl(Session* session) : session(session) {}
   ~AllocatorImpl() {
-    LoggingService* logger = lmsdk::LogUtil::GetLogger();
-    if (logger->IsLevelEnabled(LOG_LEVEL_DEBUG)) {
-      std::wostringstream line;
-      line << L"this = " << static_cast<const void*>(this);
-      logger->LogW(LOG_LEVEL_DEBUG, line.str().c_str(), __FILE__, __LINE__, "AllocatorImpl::~AllocatorImpl()");
-    }
+    LMX_LOG_IN("AllocatorImpl::~AllocatorImpl()", LOG_LEVEL_DEBUG, L"this = " << static_cast<const void*>(this));
   }
 
   Status Reserved2() override { return LMX_STATUS_NO_ERROR; }

@@ -119,8 +119,7 @@ Status MultiBuffer<BASE, INFO, DATA>::AcquireAccess(Access access, Format format
     // Format 0 names the native format; a rotated view of it needs the format spelled
     // out, or the key would carry a rotation of no format at all.
     const int32_t plain = (format == 0 && angle != 0) ? this->info.format : static_cast<int32_t>(format);
-    const int32_t key = static_cast<int32_t>((static_cast<uint32_t>(angle) << kRotationShift) +
-                                             static_cast<uint32_t>(plain));
+    const int32_t key = FormatKey(plain, angle);
     return AcquireAccessMulti(access, nullptr, key, data);
   }
 }
@@ -357,11 +356,9 @@ Status MultiBuffer<BASE, INFO, DATA>::KeepAttachedObject(Base* object) {
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::InvalidateData() {
   std::lock_guard guard(lock);
-  LoggingService* logger = lmsdk::LogUtil::GetLogger();
-  if (!buffers.empty() && logger->IsLevelEnabled(LOG_LEVEL_VERBOSE)) {
-    std::wostringstream line;
-    line << L"Invalidating image " << static_cast<const void*>(this) << L" with " << buffers.size() << L" buffers";
-    logger->LogW(LOG_LEVEL_VERBOSE, line.str().c_str(), LMX_LOG_SOURCE_FILE, __LINE__, LMX_FUNCSIG);
+  if (!buffers.empty()) {
+    LMX_LOG(LOG_LEVEL_VERBOSE,
+            L"Invalidating image " << static_cast<const void*>(this) << L" with " << buffers.size() << L" buffers");
   }
   for (auto& [key, entry] : buffers) entry.valid = 0;
   if (auto callback = std::exchange(invalidateCallback, nullptr)) callback(std::exchange(invalidateArgument, nullptr));

@@ -67,11 +67,7 @@ struct MultiBufferTraits<BaseImage> {
   // Conversions write the "Format conversion [...]" line.
   static constexpr bool kLogsConversion = true;
   // The side-data formats: never tracked, never made stale by a write.
-  static bool IsAttachable(int32_t format) {
-    return format == Norvik::Lumetra::Image::PIXEL_FORMAT_ATTACHED_8BPP ||
-           format == Norvik::Lumetra::Image::PIXEL_FORMAT_DEPTH_CONFIDENCE ||
-           format == Norvik::Lumetra::Image::PIXEL_FORMAT_ATTACHED_2BPP;
-  }
+  static bool IsAttachable(int32_t key) { return lmx::IsAttachable(key); }
   // Storage of one key; the object's memory provider (metadata 0x24740F79) is handed on.
   static Norvik::Lumetra::Status CreateStorage(BaseImage& object, const ImageInfo& info, int32_t key,
                                                const ImageData* adopt, int32_t options, BaseImage** storage);
@@ -81,11 +77,8 @@ struct MultiBufferTraits<BaseImage> {
     return description;
   }
   static int32_t CountPlanes(const ImageInfo* info) { return QueryPlaneInfo(info, 0, nullptr); }
-  // 2 for depth-like native formats (0x2xxxx, 0x4xxxx), 1 otherwise.
-  static int32_t ObserverKind(int32_t nativeFormat) {
-    const uint32_t format = static_cast<uint32_t>(nativeFormat);
-    return ((format >= 0x20000 && format <= 0x2FFFF) || (format >> 16) == 0x4) ? 2 : 1;
-  }
+  // 2 for depth-like native formats, 1 otherwise.
+  static int32_t ObserverKind(int32_t nativeFormat) { return IsDepthLike(nativeFormat) ? 2 : 1; }
 };
 
 template <>

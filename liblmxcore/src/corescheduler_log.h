@@ -1,12 +1,10 @@
 // corescheduler_log.h: the scheduler's parameter and result lines.
 //
-// LMX_SCHED_LOG(level, pieces) builds a wide message from stream pieces, only when
-// the level is enabled, and logs it with this source file, line and function.
-// Pointers are written with the "%p" conversion (PointerText) and statuses with
+// LMX_SCHED_LOG(level, pieces) is LMX_LOG (lmxutils.h): a wide message from stream
+// pieces, built only when the level is enabled. Pointers are written with the "%p" conversion (PointerText) and statuses with
 // their text (StatusText).
 #pragma once
 
-#include <sstream>
 #include <string>
 
 #include "lmxutils.h"
@@ -20,12 +18,5 @@ std::wstring StatusText(Norvik::Lumetra::Status sts);
 
 }  // namespace lmx
 
-#define LMX_SCHED_LOG(level, pieces)                                                        \
-  do {                                                                                      \
-    ::Norvik::Lumetra::LoggingService* lmx_logger_ = ::lmsdk::LogUtil::GetLogger();        \
-    if (lmx_logger_->IsLevelEnabled(level)) {                                               \
-      std::wostringstream lmx_message_;                                                     \
-      lmx_message_ << pieces;                                                               \
-      lmx_logger_->LogW((level), lmx_message_.str().c_str(), __FILE__, __LINE__, LMX_FUNCSIG); \
-    }                                                                                       \
-  } while (0)
+// The scheduler's name for lmxutils.h's LMX_LOG.
+#define LMX_SCHED_LOG(level, pieces) LMX_LOG(level, pieces)

@@ -1,13 +1,16 @@
-// The logging bootstrap's registry reads, names and properties file.
+// The logging bootstrap: the choice of the logger (SelectLogger), and its registry
+// reads, names and properties file.
 #include "log_bootstrap.h"
 
 #include <cstdio>
+#include <new>
 #include <fstream>
 #include <system_error>
 #include <type_traits>
 
 #include "lmx/platform/registry.h"
 #include "lmx/platform/text.h"
+#include "lmx_loggers.h"
 #include "log_bootstrap_paths.h"
 
 namespace lmsdk::log_bootstrap {
@@ -148,6 +151,47 @@ bool WriteDefaultProperties(const std::wstring& path) {
   file.write(text, length);
   file.close();
   return !file.fail();
+}
+
+BootstrapResult SelectLogger(const BootstrapContext& context, const char* function) {
+  BootstrapResult result;
+
+  // A registry value forces the debugger output at the level it names.
+  if (const auto levelName = ReadDebugViewLevel(context.moduleName)) {
+    auto* logger = new (std::nothrow) LoggerDebugView(LevelFromName(*levelName));
+    if (logger) {
+      logger->SetName(context.moduleName.c_str());
+      result.logger = logger;
+      result.source = LoggerSource::kDebugView;
+      return result;
+    }
+  }
+
+  const std::optional<std::wstring> tracing =
+      context.environment ? context.environment(L"NORVIK_LIBQTRNOTIFY64") : std::nullopt;
+  const bool tracingActive = tracing && !tracing->empty();
+
+  std::optional<PropertiesFile> properties = FindPropertiesFile(context);
+  if (!properties && tracingActive) {
+    // The tracing collector is active but nothing configures it: write the default text.
+    const std::wstring path = GeneratedPropertiesPath(context);
+    if (WriteDefaultProperties(path) && FileExists(path)) {
+      properties = PropertiesFile{path, 0};
+      result.propertiesGenerated = true;
+    }
+  }
+  if (properties) {
+    result.propertiesFile = properties->path;
+    result.watchDelay = properties->watchDelay;
+    LoadExternalLogger(context, *properties, function, result);
+  }
+
+  // The logging module has read the generated file by now; leave it empty.
+  if (result.propertiesGenerated) {
+    std::error_code error;
+    std::filesystem::resize_file(ToPath(result.propertiesFile), 0, error);
+  }
+  return result;
 }
 
 }  // namespace lmsdk::log_bootstrap

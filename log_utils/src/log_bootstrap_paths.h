@@ -1,9 +1,12 @@
-// log_bootstrap_paths.h: small text helpers shared by the bootstrap's files.
+// log_bootstrap_paths.h: what the bootstrap's files share: small text helpers and
+// the loading of the external logging module.
 #pragma once
 
 #include <filesystem>
 #include <string>
 #include <string_view>
+
+#include "log_bootstrap.h"
 
 namespace lmsdk::log_bootstrap {
 
@@ -28,5 +31,11 @@ inline std::wstring DirectoryOf(const std::wstring& path) {
   const size_t cut = path.find_last_of(L"\\/");
   return cut == std::wstring::npos ? std::wstring() : path.substr(0, cut + 1);
 }
+
+// Loads the logging module from the first candidate that loads and, if its table
+// gives a logger that accepts the properties file, names it and stores it in
+// result (log_utils.cpp).
+void LoadExternalLogger(const BootstrapContext& context, const PropertiesFile& properties, const char* function,
+                        BootstrapResult& result);
 
 }  // namespace lmsdk::log_bootstrap

@@ -1,5 +1,6 @@
 // The failure-logging convention of lmxutils.h: messages built in a wide string stream.
 #include <sstream>
+#include <string>
 
 #include "lmxutils.h"
 
@@ -25,6 +26,11 @@ void LogCallFailed(Status sts, const char* call, const char* file, int line, con
   }
   message << L" calling " << call;
   lmsdk::LogUtil::GetLogger()->LogW(LOG_LEVEL_ERROR, message.str().c_str(), file, line, function);
+}
+
+void LogCallFailed(int32_t code, const char* call, const char* file, int line, const char* function) {
+  const std::string message = "\nError " + std::to_string(code) + " calling " + call;
+  lmsdk::LogUtil::GetLogger()->Log(LOG_LEVEL_ERROR, message.c_str(), file, line, function);
 }
 
 }  // namespace lmx::detail

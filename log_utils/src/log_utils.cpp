@@ -1,4 +1,5 @@
-// The process-wide logger and event-log handler, and the logging bootstrap.
+// The process-wide logger and event-log handler, and the bootstrap's loading of the
+// external logging module (its line names this file).
 #include <new>
 #include <sstream>
 #include <system_error>
@@ -8,6 +9,7 @@
 #include "lmxlogging.h"
 #include "lmxutils.h"
 #include "log_bootstrap.h"
+#include "log_bootstrap_paths.h"
 
 namespace lmsdk {
 
@@ -57,8 +59,8 @@ LoggingService* CreateExternalLogger(const DLLExportTable* table) {
   return logger;
 }
 
-// Loads the logging module from the first candidate that loads and, if its table
-// gives a logger that accepts the properties file, names it and stores it in result.
+}  // namespace
+
 void LoadExternalLogger(const BootstrapContext& context, const PropertiesFile& properties, const char* function,
                         BootstrapResult& result) {
   for (const auto& candidate : LoggingModuleCandidates(context)) {
@@ -95,49 +97,6 @@ void LoadExternalLogger(const BootstrapContext& context, const PropertiesFile& p
   }
   result.logger = logger;
   result.source = LoggerSource::kExternalModule;
-}
-
-}  // namespace
-
-BootstrapResult SelectLogger(const BootstrapContext& context, const char* function) {
-  BootstrapResult result;
-
-  // A registry value forces the debugger output at the level it names.
-  if (const auto levelName = ReadDebugViewLevel(context.moduleName)) {
-    auto* logger = new (std::nothrow) LoggerDebugView(LevelFromName(*levelName));
-    if (logger) {
-      logger->SetName(context.moduleName.c_str());
-      result.logger = logger;
-      result.source = LoggerSource::kDebugView;
-      return result;
-    }
-  }
-
-  const std::optional<std::wstring> tracing =
-      context.environment ? context.environment(L"NORVIK_LIBQTRNOTIFY64") : std::nullopt;
-  const bool tracingActive = tracing && !tracing->empty();
-
-  std::optional<PropertiesFile> properties = FindPropertiesFile(context);
-  if (!properties && tracingActive) {
-    // The tracing collector is active but nothing configures it: write the default text.
-    const std::wstring path = GeneratedPropertiesPath(context);
-    if (WriteDefaultProperties(path) && FileExists(path)) {
-      properties = PropertiesFile{path, 0};
-      result.propertiesGenerated = true;
-    }
-  }
-  if (properties) {
-    result.propertiesFile = properties->path;
-    result.watchDelay = properties->watchDelay;
-    LoadExternalLogger(context, *properties, function, result);
-  }
-
-  // The logging module has read the generated file by now; leave it empty.
-  if (result.propertiesGenerated) {
-    std::error_code error;
-    std::filesystem::resize_file(ToPath(result.propertiesFile), 0, error);
-  }
-  return result;
 }
 
 }  // namespace log_bootstrap

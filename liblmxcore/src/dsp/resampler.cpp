@@ -14,8 +14,8 @@ constexpr int32_t kMinLength = 8;
 constexpr int32_t kMaxLength = 512;
 constexpr size_t kBankAlignment = 32;
 // Input samples converted to float at a time by the fast path (on the stack): a
-// whole pass of the audio converter (4096 samples and the filter's reach).
-constexpr int32_t kFloatSpan = 4096 + 64;
+// whole pass of the audio converter (a block and the filter's reach).
+constexpr int32_t kFloatSpan = kConverterPresets.block + 2 * kConverterPresets.history;
 
 // The state's header; the bank of phases * taps doubles follows at the next
 // 32-byte boundary inside the state, then the same bank in float at the next one

@@ -64,6 +64,18 @@ inline constexpr VkpStatus kVkpBadState = -7;      // state not set up
 
 inline constexpr int32_t kResamplerMaxPhases = 2048;
 
+// The operating point at which the audio converter (audio_converter.cpp) runs the
+// resampler; the fast path's stack span is sized for it.
+struct ResamplerPresets {
+  int32_t history;     // input samples held back between calls; the filter has 2 x history taps
+  int32_t block;       // input samples gathered per resampler run (the converter's bufLen)
+  int32_t inputSpare;  // the input buffer holds history + block + inputSpare samples
+  float rolloff;       // cut-off as a fraction of the lower Nyquist frequency
+  float kaiserAlpha;   // Kaiser window parameter of the filter design
+  float gain;          // output gain: a little headroom against the filter's overshoot
+};
+inline constexpr ResamplerPresets kConverterPresets = {32, 4096, 2, 0.95f, 9.0f, 0.98f};
+
 // Size of the state for these parameters, the filter length and the number of filters.
 VkpStatus vkpsResamplePolyphaseFixedGetSize_16s(int32_t inRate, int32_t outRate, int32_t length, int32_t* stateSize,
                                                 int32_t* filterLen, int32_t* filterNum, VkpAlgHint hint);

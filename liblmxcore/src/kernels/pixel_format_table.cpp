@@ -8,25 +8,28 @@ using Norvik::Lumetra::Image;
 
 constexpr wchar_t kUnknown[] = L"Unknown";
 
-// code, name, planes, bytes per pixel (plane 0; two-plane formats: 1 and 1)
+constexpr bool kAttachable = true;
+constexpr bool kColour = true;
+
+// code, name, planes, bytes per pixel (plane 0; two-plane formats: 1 and 1), attachable, colour
 constexpr PixelFormatTraits kFormats[] = {
-    {Image::PIXEL_FORMAT_YUY2, L"YUY2", 1, 2},
-    {Image::PIXEL_FORMAT_NV12, L"NV12", 2, 1},
-    {Image::PIXEL_FORMAT_BGRA, L"BGRA", 1, 4},
-    {Image::PIXEL_FORMAT_BGR, L"BGR", 1, 3},
-    {Image::PIXEL_FORMAT_Y8, L"Y8", 1, 1},
-    {Image::PIXEL_FORMAT_RGBA, L"RGBA", 1, 4},
-    {Image::PIXEL_FORMAT_RGB, L"RGB", 1, 3},
-    {Image::PIXEL_FORMAT_NV21, kUnknown, 2, 1},  // "NV21" only in conversion traces
-    {Image::PIXEL_FORMAT_DEPTH, L"DEPTH", 1, 2},
-    {Image::PIXEL_FORMAT_DEPTH_NATIVE, L"DEPTH(NATIVE)", 1, 2},
-    {Image::PIXEL_FORMAT_DEPTH_FLOAT, L"DEPTH(FLOAT)", 1, 4},
-    {Image::PIXEL_FORMAT_Y16, L"Y16", 1, 2},
-    {Image::PIXEL_FORMAT_Y8_RELATIVE, L"Y8_REL", 1, 1},
-    {Image::PIXEL_FORMAT_ATTACHED_8BPP, kUnknown, 1, 8},
-    {Image::PIXEL_FORMAT_ATTACHED_2BPP, kUnknown, 1, 2},
-    {Image::PIXEL_FORMAT_DEPTH_CONFIDENCE, L"DEPTH(CONF)", 1, 1},
-    {Image::PIXEL_FORMAT_ATTACHED_1BPP, kUnknown, 1, 1},
+    {Image::PIXEL_FORMAT_YUY2, L"YUY2", 1, 2, false, false},
+    {Image::PIXEL_FORMAT_NV12, L"NV12", 2, 1, false, false},
+    {Image::PIXEL_FORMAT_BGRA, L"BGRA", 1, 4, false, kColour},
+    {Image::PIXEL_FORMAT_BGR, L"BGR", 1, 3, false, kColour},
+    {Image::PIXEL_FORMAT_Y8, L"Y8", 1, 1, false, false},
+    {Image::PIXEL_FORMAT_RGBA, L"RGBA", 1, 4, false, kColour},
+    {Image::PIXEL_FORMAT_RGB, L"RGB", 1, 3, false, kColour},
+    {Image::PIXEL_FORMAT_NV21, kUnknown, 2, 1, false, false},  // "NV21" only in conversion traces
+    {Image::PIXEL_FORMAT_DEPTH, L"DEPTH", 1, 2, false, false},
+    {Image::PIXEL_FORMAT_DEPTH_NATIVE, L"DEPTH(NATIVE)", 1, 2, false, false},
+    {Image::PIXEL_FORMAT_DEPTH_FLOAT, L"DEPTH(FLOAT)", 1, 4, false, false},
+    {Image::PIXEL_FORMAT_Y16, L"Y16", 1, 2, false, false},
+    {Image::PIXEL_FORMAT_Y8_RELATIVE, L"Y8_REL", 1, 1, false, false},
+    {Image::PIXEL_FORMAT_ATTACHED_8BPP, kUnknown, 1, 8, kAttachable, false},
+    {Image::PIXEL_FORMAT_ATTACHED_2BPP, kUnknown, 1, 2, kAttachable, false},
+    {Image::PIXEL_FORMAT_DEPTH_CONFIDENCE, L"DEPTH(CONF)", 1, 1, kAttachable, false},
+    {Image::PIXEL_FORMAT_ATTACHED_1BPP, kUnknown, 1, 1, false, false},
 };
 
 }  // namespace
@@ -35,6 +38,16 @@ const PixelFormatTraits* FindPixelFormat(int32_t format) {
   for (const PixelFormatTraits& row : kFormats)
     if (row.code == format) return &row;
   return nullptr;
+}
+
+bool IsAttachable(int32_t key) {
+  const PixelFormatTraits* row = FindPixelFormat(key);
+  return row && row->attachable;
+}
+
+bool IsColour(int32_t format) {
+  const PixelFormatTraits* row = FindPixelFormat(format);
+  return row && row->colour;
 }
 
 const wchar_t* PixelFormatName(int32_t code) {
@@ -50,7 +63,7 @@ int ComputePlaneLayout(int32_t width, int32_t height, int32_t format_key, LMXIma
   LMXImageService::PlaneInfo scratch;
   LMXImageService::PlaneInfo& out = planes ? *planes : scratch;
   out = {};
-  const PixelFormatTraits* row = FindPixelFormat(format_key & Norvik::Lumetra::kPixelFormatMask);
+  const PixelFormatTraits* row = FindPixelFormat(KeyFormat(format_key));
   if (!row) return 0;
   for (int c = 0; c < row->planes; ++c) {
     out.plane[c].width = static_cast<uint32_t>(width);
@@ -58,7 +71,7 @@ int ComputePlaneLayout(int32_t width, int32_t height, int32_t format_key, LMXIma
     out.plane[c].bytesPerPixel = static_cast<uint32_t>(row->planes == 2 ? 1 : row->bytes_per_pixel);
   }
   if (row->planes == 2) out.plane[1].height = static_cast<uint32_t>(height / 2);
-  const int32_t degrees = (format_key & Norvik::Lumetra::kRotationMask) >> Norvik::Lumetra::kRotationShift;
+  const int32_t degrees = KeyDegrees(format_key);
   if (degrees == 90 || degrees == 270) {
     for (int c = 0; c < row->planes; ++c) {
       const uint32_t w = out.plane[c].width;

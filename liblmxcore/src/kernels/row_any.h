@@ -84,5 +84,14 @@ void AnyYUY2Decode(const uint8_t* src, uint8_t* dst, int width, Extra... extra) 
   }
 }
 
+// YUY2 encoders: pixel pairs through AnyRow; a lone last pixel (which writes its
+// Y and its own U only) through the scalar row.
+template <auto kBody, auto kScalar, int kBlock, int kSrcBpp>
+void AnyYUY2Encode(const uint8_t* src, uint8_t* dst, int width) {
+  const int pairs_width = width & ~1;
+  AnyRow<kBody, kBlock, kSrcBpp, 2>(src, dst, pairs_width);
+  if (width & 1) kScalar(src + kSrcBpp * static_cast<ptrdiff_t>(pairs_width), dst + 2 * static_cast<ptrdiff_t>(pairs_width), 1);
+}
+
 }  // namespace
 }  // namespace lmx

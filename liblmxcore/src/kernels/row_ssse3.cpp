@@ -397,21 +397,16 @@ void NV12ToYUY2Row_Any_SSSE3(const uint8_t* src_y, const uint8_t* src_uv, uint8_
   AnyTwoRows<NV12ToYUY2Row_SSSE3, 16, 1, 1, 2>(src_y, src_uv, dst, width & ~1);
 }
 void BGRAToYUY2Row_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
-  // Pairs through the blocks; a lone last pixel has its own chroma rule.
-  AnyRow<BGRAToYUY2Row_SSSE3, 8, 4, 2>(src, dst, width & ~1);
-  if (width & 1) BGRAToYUY2Row_C(src + 4 * static_cast<ptrdiff_t>(width - 1), dst + 2 * static_cast<ptrdiff_t>(width - 1), 1);
+  AnyYUY2Encode<BGRAToYUY2Row_SSSE3, BGRAToYUY2Row_C, 8, 4>(src, dst, width);
 }
 void RGBAToYUY2Row_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
-  AnyRow<RGBAToYUY2Row_SSSE3, 8, 4, 2>(src, dst, width & ~1);
-  if (width & 1) RGBAToYUY2Row_C(src + 4 * static_cast<ptrdiff_t>(width - 1), dst + 2 * static_cast<ptrdiff_t>(width - 1), 1);
+  AnyYUY2Encode<RGBAToYUY2Row_SSSE3, RGBAToYUY2Row_C, 8, 4>(src, dst, width);
 }
 void BGRToYUY2Row_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
-  AnyRow<BGRToYUY2Row_SSSE3, 8, 3, 2>(src, dst, width & ~1);
-  if (width & 1) BGRToYUY2Row_C(src + 3 * static_cast<ptrdiff_t>(width - 1), dst + 2 * static_cast<ptrdiff_t>(width - 1), 1);
+  AnyYUY2Encode<BGRToYUY2Row_SSSE3, BGRToYUY2Row_C, 8, 3>(src, dst, width);
 }
 void RGBToYUY2Row_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
-  AnyRow<RGBToYUY2Row_SSSE3, 8, 3, 2>(src, dst, width & ~1);
-  if (width & 1) RGBToYUY2Row_C(src + 3 * static_cast<ptrdiff_t>(width - 1), dst + 2 * static_cast<ptrdiff_t>(width - 1), 1);
+  AnyYUY2Encode<RGBToYUY2Row_SSSE3, RGBToYUY2Row_C, 8, 3>(src, dst, width);
 }
 void BGRAToRGBARow_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
   AnyRow<ShuffleRows<kSwapRB4, 4, 4>, 16, 4, 4>(src, dst, width);
