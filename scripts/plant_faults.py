@@ -40,7 +40,7 @@ FAULTS = [
      "BT.601 decode: V-to-red coefficient one too large (scalar reference)"),
     ("K02", "liblmxcore/src/kernels/ycc_math.h", "(66 * r + 129 * g + 25 * b + 128) >> 8",
      "(66 * r + 129 * g + 25 * b + 127) >> 8", "BT.601 encode: luma rounding constant 127 instead of 128"),
-    ("K03", "liblmxcore/src/kernels/row_avx512.cpp", "kGreenOffset = (25690 + 53281) * 128",
+    ("K03", "liblmxcore/src/kernels/row_avx512_decode.h", "kGreenOffset = (25690 + 53281) * 128",
      "kGreenOffset = (25690 + 53280) * 128", "AVX-512 decode: green offset built from a wrong coefficient"),
     ("K04", "liblmxcore/src/kernels/row_c_rgb.cpp", "kGreyWeightsRGB[3] = {0.299f, 0.587f, 0.114f}",
      "kGreyWeightsRGB[3] = {0.114f, 0.587f, 0.299f}", "grey of RGB order weighs red and blue swapped"),

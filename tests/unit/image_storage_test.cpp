@@ -67,6 +67,9 @@ TEST(ImageStorage, PitchSizeAndAlignmentFollowThePlaneSize) {
   auto y8 = Allocate(100, 100, Image::PIXEL_FORMAT_Y8, &sts);
   ASSERT_EQ(y8->AcquireNativeAccess(Image::ACCESS_READ, 0, &data), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(data.pitches[0], 128);
+  auto odd = Allocate(65, 2, Image::PIXEL_FORMAT_Y8, &sts);  // one byte past a 64-byte row
+  ASSERT_EQ(odd->AcquireNativeAccess(Image::ACCESS_READ, 0, &data), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(data.pitches[0], 128);
   EXPECT_TRUE(AlignedTo(data.planes[0], 64));
   EXPECT_TRUE(capture->Contains("Allocated 12800 bytes for Y8"));
 

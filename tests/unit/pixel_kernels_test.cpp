@@ -131,6 +131,14 @@ const Known kKnown[] = {
        return out;
      },
      {1, 2, 3, 4, 5, 6, 7, 8, 9, 11, 21, 32}},
+    {"YUY2ToNV12OneRow",  // a lone (odd) row has luma only
+     [] {
+       const Bytes src = {1, 10, 3, 30};
+       Bytes out(2, 0xEE);
+       EXPECT_EQ(YUY2ToNV12(src.data(), 4, out.data(), 2, nullptr, 0, 2, 1), 0);
+       return out;
+     },
+     {1, 3}},
     // 3 x 3 NV12 -> YUY2: the odd last row reuses the last chroma row; the odd last
     // column is left alone.
     {"NV12ToYUY2",
