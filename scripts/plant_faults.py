@@ -446,6 +446,8 @@ def run_both(args, work, faults):
             write_both(out, rows)
     finally:
         restore()
+    # Leave the build matching the restored sources.
+    run(["cmake", "--build", "--preset", "default"], 1800, log)
     write_both(out, rows)
     return 0
 
