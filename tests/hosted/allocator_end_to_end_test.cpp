@@ -94,23 +94,3 @@ TEST_F(AllocatorEndToEnd, ImagesConvertBetweenFormatsThroughTheRealKernels) {
   EXPECT_EQ(image->ReleaseAccess(&held), LMX_STATUS_NO_ERROR);
   image->Release();
 }
-
-TEST_F(AllocatorEndToEnd, AudioWrittenAsPcmIsReadAsFloat) {
-  std::vector<int16_t> samples = {16384, -16384, -32768, 0};
-  LMXAudio::AudioInfo info{4, LMXAudio::AUDIO_FORMAT_PCM, 48000, 2, 0, {0, 0, 0}};
-  LMXAudio* audio = nullptr;
-  ASSERT_EQ(allocator_->CreateAudio(&info, 0, nullptr, &audio), LMX_STATUS_NO_ERROR);
-  LMXAudio::AudioData data{};
-  ASSERT_EQ(audio->AcquireAccess(LMXAudio::ACCESS_WRITE, LMXAudio::AUDIO_FORMAT_PCM, &data), LMX_STATUS_NO_ERROR);
-  std::memcpy(data.dataPtr, samples.data(), samples.size() * sizeof(int16_t));
-  data.dataSize = 4;
-  ASSERT_EQ(audio->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
-
-  ASSERT_EQ(audio->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, &data), LMX_STATUS_NO_ERROR);
-  ASSERT_EQ(data.format, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT);
-  ASSERT_EQ(data.dataSize, 4);
-  const auto* floats = reinterpret_cast<const float*>(data.dataPtr);
-  EXPECT_EQ(std::vector<float>(floats, floats + 4), (std::vector<float>{0.5f, -0.5f, -1.0f, 0.0f}));
-  EXPECT_EQ(audio->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
-  audio->Release();
-}

@@ -16,12 +16,10 @@ TEST(Allocator, CreateImageChecksItsArguments) {
   LMXAllocator* allocator = NewAllocator();
   Image::ImageInfo info{16, 16, Image::PIXEL_FORMAT_Y8, 0};
   EXPECT_EQ(allocator->CreateImage(&info, 0, nullptr, nullptr), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on buffer"));
 
   Image* image = reinterpret_cast<Image*>(0x1);
   Image::ImageData data{};
   EXPECT_EQ(allocator->CreateImage(nullptr, 0, &data, &image), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on info || !data"));
   EXPECT_EQ(image, reinterpret_cast<Image*>(0x1)) << "rejected before the out pointer is touched";
 
   // No description and no data passes the allocator: an empty image.
@@ -33,19 +31,15 @@ TEST(Allocator, CreateImageChecksItsArguments) {
   Image::ImageInfo unknown{16, 16, 0x12345, 0};
   EXPECT_EQ(allocator->CreateImage(&unknown, 0, nullptr, &image), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_EQ(image, nullptr);
-  EXPECT_TRUE(capture->Contains("failed on numberPlanes"));
   EXPECT_EQ(CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, nullptr), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on result"));
   Image::ImageInfo wide{32768, 16, Image::PIXEL_FORMAT_Y8, 0};
   EXPECT_EQ(allocator->CreateImage(&wide, 0, nullptr, &image), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on info->width < 32768 && info->height < 32768"));
   EXPECT_EQ(image, nullptr);
 
   // A negative width has a plane count, so the object is made; its storage cannot be.
   Image::ImageInfo negative{-16, 16, Image::PIXEL_FORMAT_Y8, 0};
   ASSERT_EQ(allocator->CreateImage(&negative, 0, nullptr, &image), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(Write(image, 0, &data), LMX_STATUS_ALLOC_FAILED);
-  EXPECT_TRUE(capture->Contains("failed on data->planes[c]"));
   image->Release();
 
   EXPECT_TRUE(capture->Traced("CreateImage"));
@@ -63,17 +57,14 @@ TEST(Allocator, ReservedOperationsAndCreateAudio) {
 
   LMXAudio::AudioInfo info{8, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1, 0, {0, 0, 0}};
   EXPECT_EQ(allocator->CreateAudio(&info, 0, nullptr, nullptr), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on buffer"));
   LMXAudio* audio = reinterpret_cast<LMXAudio*>(0x1);
   LMXAudio::AudioData data{};
   EXPECT_EQ(allocator->CreateAudio(nullptr, 0, &data, &audio), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on info || !data"));
   EXPECT_EQ(audio, reinterpret_cast<LMXAudio*>(0x1));
   LMXAudio::AudioInfo unknown = info;
   unknown.format = static_cast<LMXAudio::AudioFormat>(0x12345608);
   EXPECT_EQ(allocator->CreateAudio(&unknown, 0, nullptr, &audio), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_EQ(audio, nullptr);
-  EXPECT_TRUE(capture->Contains("failed on numberPlanes"));
 
   // Adopted samples are the object's native format, valid at once.
   int16_t samples[8] = {1, 2, 3, 4, 5, 6, 7, 8};

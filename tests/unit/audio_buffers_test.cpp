@@ -50,7 +50,6 @@ TEST(AudioSysMem, AllocatesSampleSizeTimesCountAndRefusesImpossibleSizes) {
     capture->Clear();
     AudioSysMem* storage = MakeStorage(samples, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, &sts);
     EXPECT_EQ(sts, LMX_STATUS_ALLOC_FAILED);
-    EXPECT_TRUE(capture->Contains("failed on alloc_buffer"));
     ASSERT_NE(storage, nullptr);
     storage->Release();
   }
@@ -58,7 +57,6 @@ TEST(AudioSysMem, AllocatesSampleSizeTimesCountAndRefusesImpossibleSizes) {
   capture->Clear();
   AudioSysMem* storage = MakeStorage(8, LMXAudio::AUDIO_FORMAT_PCM, &sts);
   EXPECT_EQ(storage->AcquireNativeAccess(LMXAudio::ACCESS_READ, 0, nullptr), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on data"));
   storage->Release();
 }
 
@@ -82,7 +80,6 @@ TEST(AudioSysMem, ReleaseTakesTheWritersCountClampedIntoTheBuffer) {
     ASSERT_EQ(storage->AcquireNativeAccess(LMXAudio::ACCESS_READ, 0, &data), LMX_STATUS_NO_ERROR);
     EXPECT_EQ(data.dataSize, c.kept);
   }
-  EXPECT_TRUE(capture->Contains("failed on dataSize >= 0 && dataSize <= info.bufferSize"));
   storage->Release();
 }
 
@@ -112,19 +109,15 @@ TEST(AudioCopy, RefusesMismatchedLayoutsAndOversizedSources) {
   auto* mono = MakeAudio<int16_t>(LMXAudio::AUDIO_FORMAT_PCM, 16000, 1, {1, 2, 3, 4});
   auto* stereo = new VectorAudio(MakeInfo(8, LMXAudio::AUDIO_FORMAT_PCM, 16000, 2));
   EXPECT_EQ(stereo->CopyAudio(mono), LMX_STATUS_FEATURE_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on src_info.nchannels == dst_info.nchannels"));
   EXPECT_EQ(mono->acquisitions, 0) << "refused before anything is acquired";
 
   auto* otherRate = new VectorAudio(MakeInfo(8, LMXAudio::AUDIO_FORMAT_PCM, 8000, 1));
   EXPECT_EQ(otherRate->CopyAudio(mono), LMX_STATUS_FEATURE_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on src_info.sampleRate == dst_info.sampleRate"));
   EXPECT_EQ(otherRate->CopyAudio(nullptr), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on src"));
 
   // A destination of 3 samples cannot take 4: nothing is written.
   auto* small = new VectorAudio(MakeInfo(3, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1));
   EXPECT_EQ(small->CopyAudio(mono), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on writeBytes <= capacityBytes"));
   EXPECT_EQ(small->bytes[0], lmxtest::kSentinel);
 
   // A failed source acquire: "failed on src_data.format", both accesses still released.
@@ -136,8 +129,6 @@ TEST(AudioCopy, RefusesMismatchedLayoutsAndOversizedSources) {
   const std::string printed = testing::internal::GetCapturedStdout();
   EXPECT_NE(printed.find("AcquireAudioAccess, audio="), std::string::npos) << "printed, not logged";
   EXPECT_NE(printed.find(", access=1, by BaseAudio::CopyAudio\n"), std::string::npos) << printed;
-  EXPECT_TRUE(capture->Contains("failed on src_data.format"));
-  EXPECT_TRUE(capture->Contains("failed on sts == LMX_STATUS_NO_ERROR"));
   for (auto* object : {mono, stereo, otherRate, small, target}) object->Release();
 }
 

@@ -1,116 +1,280 @@
-// Calls operations through the raw vtable by slot index, as a module compiled
-// separately (perhaps by another compiler) does, and checks their effect.
+// The binary contract: one table of (face, slot, call, effect). Each row calls an
+// operation through the raw vtable by slot index, as a separately compiled module
+// does, on fresh objects made by the library's factories, and checks its effect.
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <cstring>
+#include <functional>
+#include <string>
 
+#include "audio_converter.h"
+#include "core_metadata.h"
+#include "coreaccel_baseaudio.h"
 #include "lmx_loggers.h"
-#include "lmximpl.h"
-#include "test_support.h"
+#include "lmxallocator.h"
+#include "module_factories.h"
+#include "scheduler_test_support.h"
 
 using namespace Norvik::Lumetra;
+using lmx::CreateAllocator;
+using lmx::CreateAudioConverter;
 using lmxtest::CallSlot;
 
 namespace {
 
-int destroyedFlags = -1;
+// The objects every row may use: an allocator, a Y8 image and a PCM audio object
+// it made, a scheduler of a test session, a converter, a logger.
+struct Objects {
+  Objects() {
+    Base* object = nullptr;
+    EXPECT_EQ(CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, &object), LMX_STATUS_NO_ERROR);
+    allocator = static_cast<LMXAllocator*>(object);
+    Image::ImageInfo info{32, 4, Image::PIXEL_FORMAT_Y8, 0};
+    EXPECT_EQ(CallSlot<Status>(allocator, 7, &info, int32_t{0}, static_cast<Image::ImageData*>(nullptr), &image), 0);
+    LMXAudio::AudioInfo audioInfo{4, LMXAudio::AUDIO_FORMAT_PCM, 8000, 1, 0, {0, 0, 0}};
+    EXPECT_EQ(CallSlot<Status>(allocator, 8, &audioInfo, int32_t{0}, static_cast<LMXAudio::AudioData*>(nullptr),
+                               &audio), 0);
+    EXPECT_EQ(CreateAudioConverter(reinterpret_cast<Session*>(object), nullptr, nullptr, nullptr, 0, &object), 0);
+    converter = static_cast<LMXAudioConversion*>(object);
+  }
+  ~Objects() {
+    for (void* face : {image, audio, static_cast<void*>(converter), static_cast<void*>(allocator)})
+      if (face) CallSlot<void>(face, 1);
+    if (sp) sp->Release();
+    if (logger) logger->Release();
+  }
+  void* Face(void* object, InterfaceId iid) { return CallSlot<void*>(object, 0, iid); }
 
-class Probe : public Base {
- public:
-  static constexpr InterfaceId kIid = 0x22220001;
-  static constexpr InterfaceId kIid2 = 0x22220002;
-  virtual void Destroy(uint32_t flags) = 0;
-
- protected:
-  ~Probe() = default;
+  LMXAllocator* allocator = nullptr;
+  void* image = nullptr;
+  void* audio = nullptr;
+  LMXAudioConversion* converter = nullptr;
+  lmxhost::HostSession session;
+  lmxtest::SchedulerRef scheduler{&session};
+  LMXSyncPoint* sp = nullptr;
+  LoggingService* logger = new lmsdk::LoggerDebugView;
 };
 
-class CountedProbe final : public LMXAddRefImpl<LMXBaseImpl<Probe>>, public LMXReleaseService {
- public:
-  void* QueryInstance(InterfaceId iid) override {
-    if (iid == LMXReleaseService::kIid) return static_cast<LMXReleaseService*>(this);
-    return LMXAddRefImpl::QueryInstance(iid);
-  }
-  void Release() override { LMXAddRefImpl::Release(); }
-  Status SetReleaseHandler(ReleaseHandler handler, void* context) override {
-    return refs_.SetReleaseHandler(handler, context);
-  }
-  Status AddDependent(Base* dependent) override { return refs_.AddDependent(dependent); }
-  void Destroy(uint32_t flags) override {
-    destroyedFlags = static_cast<int>(flags);
-    lmx::DestroyObject(this, flags);
-  }
+struct Row {
+  const char* face;
+  int slot;
+  const char* call;
+  std::function<void(Objects&)> effect;
 };
+
+void ImageWithRows(Objects& o) {
+  uint8_t pixels[4][32];
+  for (int y = 0; y < 4; ++y) std::memset(pixels[y], y + 1, 32);
+  Image::ImageData caller{};
+  caller.format = Image::PIXEL_FORMAT_Y8, caller.pitches[0] = 32, caller.planes[0] = &pixels[0][0];
+  EXPECT_EQ(CallSlot<Status>(o.image, 11, &caller, int32_t{0}), LMX_STATUS_NO_ERROR);  // ImportData
+}
+
+const Row kRows[] = {
+    // Base and the counted faces of an image.
+    {"Base", 0, "QueryInstance", [](Objects& o) {
+       void* reference = o.Face(o.image, FourCC("BASS"));
+       ASSERT_NE(reference, nullptr);
+       EXPECT_EQ(o.Face(reference, 0), o.image) << "a secondary face answers 0 with the primary";
+       EXPECT_EQ(o.Face(o.image, Image::kIid2), o.image);
+       EXPECT_EQ(o.Face(o.image, 0x7777), nullptr);
+       EXPECT_EQ(o.Face(o.image, Metadata::kIid2), nullptr) << "only a standalone store answers it";
+     }},
+    {"Reference", 2, "AddRef", [](Objects& o) {
+       void* reference = o.Face(o.image, Reference::kIid);
+       EXPECT_EQ(CallSlot<uint32_t>(reference, 2), 2u);
+       CallSlot<void>(reference, 1);  // Release through another face
+       EXPECT_EQ(CallSlot<uint32_t>(reference, 2), 2u);
+       CallSlot<void>(o.Face(o.image, Metadata::kIid), 1);
+     }},
+    {"ReleaseService", 2, "SetReleaseHandler + 3 AddDependent", [](Objects& o) {
+       static int handled;
+       handled = 0;
+       int value = 42;
+       void* service = o.Face(o.image, LMXReleaseService::kIid);
+       LMXReleaseService::ReleaseHandler handler = +[](void* context) { handled = *static_cast<int*>(context); };
+       EXPECT_EQ(CallSlot<Status>(service, 2, handler, static_cast<void*>(&value)), LMX_STATUS_NO_ERROR);
+       EXPECT_EQ(CallSlot<Status>(service, 3, static_cast<Base*>(new lmsdk::LoggerDebugView)), LMX_STATUS_NO_ERROR);
+       CallSlot<void>(service, 1);  // the final release runs the handler and releases the dependent
+       o.image = nullptr;
+       EXPECT_EQ(handled, 42);
+     }},
+    // LMXAllocator.
+    {"LMXAllocator", 2, "Reserved2..6", [](Objects& o) {
+       EXPECT_EQ(CallSlot<Status>(o.allocator, 2), LMX_STATUS_NO_ERROR);
+       EXPECT_EQ(CallSlot<Status>(o.allocator, 3), LMX_STATUS_NO_ERROR);
+       for (int slot = 4; slot <= 6; ++slot) EXPECT_EQ(CallSlot<Status>(o.allocator, slot), LMX_STATUS_FEATURE_UNSUPPORTED);
+     }},
+    {"LMXAllocator", 7, "CreateImage", [](Objects& o) {
+       Image::ImageInfo info{};
+       EXPECT_EQ(CallSlot<Status>(o.image, 2, &info), LMX_STATUS_NO_ERROR);  // Image 2 QueryInfo
+       EXPECT_EQ(info.width, 32);
+     }},
+    // Image.
+    {"Image", 4, "SetTimeStamp + 3 QueryTimeStamp", [](Objects& o) {
+       EXPECT_EQ(CallSlot<Status>(o.image, 4, int64_t{1234}), LMX_STATUS_NO_ERROR);
+       EXPECT_EQ(CallSlot<int64_t>(o.image, 3), 1234);
+     }},
+    {"Image", 8, "SetOptions + 5 QueryOptions", [](Objects& o) {
+       EXPECT_EQ(CallSlot<Status>(o.image, 8, int32_t{9}), LMX_STATUS_NO_ERROR);
+       EXPECT_EQ(CallSlot<int32_t>(o.image, 5), 9);
+     }},
+    {"Image", 12, "AcquireAccess + 13 ReleaseAccess", [](Objects& o) {
+       ImageWithRows(o);
+       Image::ImageData data{};
+       ASSERT_EQ(CallSlot<Status>(o.image, 12, int32_t{Image::ACCESS_READ}, int32_t{0}, int32_t{0}, &data), 0);
+       EXPECT_EQ(data.planes[0][64 * 3], 4);
+       EXPECT_EQ(CallSlot<Status>(o.image, 13, &data), LMX_STATUS_NO_ERROR);
+     }},
+    {"Image", 10, "ExportData", [](Objects& o) {
+       ImageWithRows(o);
+       uint8_t pixels[4][32] = {};
+       Image::ImageData caller{};
+       caller.format = Image::PIXEL_FORMAT_Y8, caller.pitches[0] = 32, caller.planes[0] = &pixels[0][0];
+       EXPECT_EQ(CallSlot<Status>(o.image, 10, &caller, int32_t{2}), LMX_STATUS_NO_ERROR);
+       EXPECT_EQ(pixels[0][0], 4) << "export with option 2 flips the rows";
+     }},
+    {"Image", 15, "width, 16 height, 17 format (after the destructor)", [](Objects& o) {
+       EXPECT_EQ(CallSlot<int32_t>(o.image, 15), 32);
+       EXPECT_EQ(CallSlot<int32_t>(o.image, 16), 4);
+       EXPECT_EQ(CallSlot<int32_t>(o.image, 17), Image::PIXEL_FORMAT_Y8);
+     }},
+    {"LMXImageService", 2, "QueryPlaneInfo + 6 InvalidateData", [](Objects& o) {
+       void* service = o.Face(o.image, LMXImageService::kIid);
+       Image::ImageInfo info{32, 4, Image::PIXEL_FORMAT_Y8, 0};
+       LMXImageService::PlaneInfo planes{};
+       EXPECT_EQ(CallSlot<int32_t>(service, 2, &info, int32_t{0}, &planes), 1);
+       EXPECT_EQ(planes.plane[0].width, 32u);
+       EXPECT_EQ(CallSlot<Status>(service, 6), LMX_STATUS_NO_ERROR);
+     }},
+    {"Metadata", 2, "QueryUID, 5 AttachBuffer, 6 QueryBufferSize, 7 QueryBuffer, 3 QueryMetadata, 4 Detach",
+     [](Objects& o) {
+       void* metadata = o.Face(o.image, Metadata::kIid);
+       EXPECT_EQ(CallSlot<int32_t>(metadata, 2), 0x81001);
+       float scale = 0.25f, read = 0;
+       const int32_t id = 0x24740F78;
+       EXPECT_EQ(CallSlot<Status>(metadata, 5, id, reinterpret_cast<uint8_t*>(&scale), int32_t{4}), 0);
+       EXPECT_EQ(CallSlot<int32_t>(metadata, 6, id), 4);
+       EXPECT_EQ(CallSlot<Status>(metadata, 7, id, reinterpret_cast<uint8_t*>(&read), int32_t{4}), 0);
+       EXPECT_EQ(read, 0.25f);
+       EXPECT_EQ(CallSlot<int32_t>(metadata, 3, int32_t{1}), id);
+       EXPECT_EQ(CallSlot<Status>(metadata, 4, id), LMX_STATUS_NO_ERROR);
+       EXPECT_EQ(CallSlot<int32_t>(metadata, 6, id), 0);
+     }},
+    // Audio, made by LMXAllocator 8 CreateAudio.
+    {"Audio", 5, "SetTimeStamp + 3 QueryTimeStamp; 6 and 11 SetOptions + 4 QueryOptions", [](Objects& o) {
+       EXPECT_EQ(o.Face(o.audio, LMXAudio::kIid), o.audio);
+       CallSlot<void>(o.audio, 5, int64_t{77});
+       EXPECT_EQ(CallSlot<int64_t>(o.audio, 3), 77);
+       CallSlot<void>(o.audio, 6, 3u);
+       EXPECT_EQ(CallSlot<uint32_t>(o.audio, 4), 3u);
+       CallSlot<void>(o.audio, 11, 4u);
+       EXPECT_EQ(CallSlot<uint32_t>(o.audio, 4), 4u);
+     }},
+    {"Audio", 8, "AcquireAccess + 9 ReleaseAccess; 13 AcquireNativeAccess", [](Objects& o) {
+       LMXAudio::AudioData data{};
+       ASSERT_EQ(CallSlot<Status>(o.audio, 8, int32_t{LMXAudio::ACCESS_WRITE}, int32_t{LMXAudio::AUDIO_FORMAT_PCM},
+                                  int32_t{0}, &data), 0);
+       const int16_t samples[2] = {-16384, 8192};
+       std::memcpy(data.dataPtr, samples, sizeof(samples));
+       data.dataSize = 2;
+       EXPECT_EQ(CallSlot<Status>(o.audio, 9, &data), LMX_STATUS_NO_ERROR);
+       ASSERT_EQ(CallSlot<Status>(o.audio, 8, int32_t{LMXAudio::ACCESS_READ},
+                                  int32_t{LMXAudio::AUDIO_FORMAT_IEEE_FLOAT}, int32_t{0}, &data), 0);
+       EXPECT_EQ(reinterpret_cast<const float*>(data.dataPtr)[0], -0.5f);
+       EXPECT_EQ(CallSlot<Status>(o.audio, 9, &data), LMX_STATUS_NO_ERROR);
+       ASSERT_EQ(CallSlot<Status>(o.audio, 13, int32_t{LMXAudio::ACCESS_READ}, int32_t{0}, &data), 0);
+       EXPECT_EQ(data.format, LMXAudio::AUDIO_FORMAT_PCM);
+       EXPECT_EQ(data.dataSize, 2);
+     }},
+    {"LMXAudioService", 2, "InvalidateData", [](Objects& o) {
+       EXPECT_EQ(CallSlot<Status>(o.Face(o.audio, LMXAudioService::kIid), 2), LMX_STATUS_NO_ERROR);
+     }},
+    // LMXAudioConversion.
+    {"LMXAudioConversion", 4, "MixChannels", [](Objects& o) {
+       const int16_t three[] = {1, 2, 4};
+       int16_t mono[1] = {-7};
+       LMXAudio::AudioInfo info3{0, LMXAudio::AUDIO_FORMAT_PCM, 0, 3, 0, {}}, info1 = info3, info2 = info3;
+       info1.nchannels = 1, info2.nchannels = 2;
+       EXPECT_EQ(CallSlot<Status>(o.converter, 4, three, &info3, mono, &info2, 1), LMX_STATUS_FEATURE_UNSUPPORTED);
+       EXPECT_EQ(CallSlot<Status>(o.converter, 4, three, &info3, mono, &info1, 1), LMX_STATUS_NO_ERROR);
+       EXPECT_EQ(mono[0], 2);
+     }},
+    {"LMXAudioConversion", 2, "ConvertAudio", [](Objects& o) {
+       EXPECT_EQ(o.Face(o.converter, LMXAudioConversion::kIid2), static_cast<void*>(o.converter));
+       LMXAudio::AudioInfo info{0, LMXAudio::AUDIO_FORMAT_PCM, 8000, 1, 0, {}};
+       LMXAudio* dst = nullptr;
+       EXPECT_EQ(CallSlot<Status>(o.converter, 2, static_cast<LMXAudio*>(nullptr), &info, &dst),
+                 LMX_STATUS_HANDLE_INVALID);
+     }},
+    // LMXScheduler and LMXSchedulerService.
+    {"LMXScheduler", 2, "SetOption + 3 QueryOption; 5 SubmitTask", [](Objects& o) {
+       void* primary = static_cast<LMXScheduler*>(o.scheduler.get());
+       EXPECT_EQ(o.Face(primary, FourCC("SCH2")), o.scheduler.service());
+       EXPECT_EQ(CallSlot<Status>(primary, 2, int32_t{7}), LMX_STATUS_NO_ERROR);
+       EXPECT_EQ(CallSlot<int32_t>(primary, 3), 7);
+       lmxtest::RecordingTask task(L"(inline) slot");
+       EXPECT_EQ(CallSlot<Status>(primary, 5, static_cast<LMXSchedulerService::Callback*>(&task), Status{101}), 0);
+       EXPECT_EQ(task.Last(), 101);
+     }},
+    {"LMXSchedulerService", 3, "MarkOutputs, 2 RequestInputs, 4 CreateSyncPoint", [](Objects& o) {
+       void* service = o.scheduler.service();
+       int output;
+       void* outputs[] = {&output};
+       lmxtest::RecordingTask consumer(L"(inline) consumer");
+       EXPECT_EQ(CallSlot<Status>(service, 3, int32_t{1}, outputs, Status{LMX_STATUS_EXEC_INPROGRESS}), 0);
+       EXPECT_EQ(CallSlot<Status>(service, 2, int32_t{1}, outputs, static_cast<LMXSchedulerService::Callback*>(&consumer)), 0);
+       EXPECT_EQ(CallSlot<Status>(service, 4, int32_t{1}, outputs, &o.sp), 0);
+       ASSERT_NE(o.sp, nullptr);
+       EXPECT_EQ(CallSlot<Status>(service, 3, int32_t{1}, outputs, Status{-201}), 0);
+       EXPECT_EQ(consumer.Last(), -201);
+       // LMXSyncPoint 5 QueryOutputStatus.
+       EXPECT_EQ(CallSlot<Status>(o.sp, 5, static_cast<void*>(&output)), -201);
+     }},
+    {"LMXSyncPoint", 2, "Synchronize, 3 SynchronizeExINT; LMXSyncPointService 2 SignalSyncPoint", [](Objects& o) {
+       ASSERT_EQ(o.scheduler.service()->CreateSyncPoint(0, nullptr, &o.sp), 0);
+       EXPECT_EQ(CallSlot<Status>(o.sp, 2, int32_t{0}), LMX_STATUS_EXEC_INPROGRESS);
+       void* signal = o.Face(o.sp, FourCC("SYN1"));
+       ASSERT_NE(signal, nullptr);
+       EXPECT_EQ(CallSlot<Status>(signal, 2, Status{102}), 0);
+       EXPECT_EQ(CallSlot<Status>(o.sp, 2, int32_t{-1}), 102);
+       LMXSyncPoint* sps[] = {o.sp};
+       int32_t idx = -1;
+       EXPECT_EQ(CallSlot<Status>(o.sp, 3, int32_t{1}, sps, int32_t{0}, static_cast<void**>(nullptr), &idx,
+                                  int32_t{-1}), 102);
+       EXPECT_EQ(idx, 0);
+     }},
+    // LoggingService.
+    {"LoggingService", 2, "SetName .. 7 QueryLevel, 8-11 below the threshold, 12 Destroy", [](Objects& o) {
+       void* face = o.logger;
+       EXPECT_EQ(CallSlot<void*>(face, 0, LoggingService::kIid2), face);
+       EXPECT_EQ(CallSlot<Status>(face, 2, static_cast<const wchar_t*>(L"lmsdk.test")), LMX_STATUS_NO_ERROR);
+       EXPECT_EQ(CallSlot<Status>(face, 3, 2, static_cast<const wchar_t*>(L"x.properties"), 0), LMX_STATUS_NO_ERROR);
+       EXPECT_TRUE(CallSlot<bool>(face, 4));
+       EXPECT_EQ(CallSlot<Status>(face, 5, 30000), LMX_STATUS_NO_ERROR);
+       EXPECT_FALSE(CallSlot<bool>(face, 6, 20000));
+       EXPECT_TRUE(CallSlot<bool>(face, 6, 30000));
+       EXPECT_EQ(CallSlot<int32_t>(face, 7), 30000);
+       CallSlot<void>(face, 8, 10000, "hidden", "f.cpp", 1, "fn");
+       CallSlot<void>(face, 9, 10000, L"hidden", "f.cpp", 1, "fn");
+       CallSlot<void>(face, 10, 5000, "fn");
+       CallSlot<void>(face, 11, 5000, "fn");
+       CallSlot<void>(face, 12, 1u);  // the destructor slot, freeing
+       o.logger = nullptr;
+       EXPECT_FALSE(CallSlot<bool>(static_cast<void*>(static_cast<LoggingService*>(&lmsdk::EmptyLogger::Instance())), 6, 50000));
+     }},
+};
+
+class BinaryContract : public testing::TestWithParam<Row> {};
+
+TEST_P(BinaryContract, SlotHasItsEffect) {
+  Objects objects;
+  ASSERT_TRUE(objects.image && objects.audio && objects.converter && objects.scheduler.get());
+  GetParam().effect(objects);
+}
+
+INSTANTIATE_TEST_SUITE_P(Faces, BinaryContract, testing::ValuesIn(kRows), [](const auto& info) {
+  return std::string(info.param.face) + "_" + std::to_string(info.param.slot) + "_" + std::to_string(info.index);
+});
 
 }  // namespace
-
-TEST(BinaryContract, BaseReferenceAndReleaseServiceSlots) {
-  auto* object = new CountedProbe;
-  void* primary = static_cast<Probe*>(object);
-  // Base: 0 QueryInstance, 1 Release.
-  void* reference = CallSlot<void*>(primary, 0, FourCC("BASS"));
-  void* releaseService = CallSlot<void*>(primary, 0, FourCC("RELS"));
-  ASSERT_NE(reference, nullptr);
-  ASSERT_NE(releaseService, nullptr);
-  EXPECT_EQ(CallSlot<void*>(reference, 0, 0), primary) << "a secondary face answers 0 with the primary";
-  EXPECT_EQ(CallSlot<void*>(primary, 0, 0x7777), nullptr);
-
-  // Reference: 2 AddRef.
-  EXPECT_EQ(CallSlot<uint32_t>(reference, 2), 2u);
-  EXPECT_EQ(CallSlot<uint32_t>(reference, 2), 3u);
-
-  // LMXReleaseService: 2 SetReleaseHandler, 3 AddDependent.
-  static int handled;
-  handled = 0;
-  LMXReleaseService::ReleaseHandler handler = +[](void* context) { handled = *static_cast<int*>(context); };
-  int value = 42;
-  EXPECT_EQ(CallSlot<Status>(releaseService, 2, handler, static_cast<void*>(&value)), LMX_STATUS_NO_ERROR);
-  auto* dependent = new lmsdk::LoggerDebugView;
-  EXPECT_EQ(CallSlot<Status>(releaseService, 3, static_cast<Base*>(dependent)), LMX_STATUS_NO_ERROR);
-
-  // Release through three different faces ends the object once, clearing the flag word.
-  CallSlot<void>(releaseService, 1);
-  CallSlot<void>(reference, 1);
-  EXPECT_EQ(handled, 0);
-  destroyedFlags = -1;
-  CallSlot<void>(primary, 1);
-  EXPECT_EQ(handled, 42);
-  EXPECT_EQ(destroyedFlags, 0) << "Release runs the destructor with the free flag clear";
-}
-
-TEST(BinaryContract, DestructorSlotFollowsTheInterfaceOperations) {
-  // Probe: 0 QueryInstance, 1 Release, 2 Destroy. With flag 1 it frees the memory too
-  // (the sanitizer run would report a leak otherwise).
-  auto* object = new CountedProbe;
-  destroyedFlags = -1;
-  CallSlot<void>(static_cast<Probe*>(object), 2, 1u);
-  EXPECT_EQ(destroyedFlags, 1);
-}
-
-TEST(BinaryContract, LoggingServiceSlots) {
-  auto* logger = new lmsdk::LoggerDebugView;
-  void* face = static_cast<LoggingService*>(logger);
-  EXPECT_EQ(CallSlot<void*>(face, 0, LoggingService::kIid), face);
-  EXPECT_EQ(CallSlot<void*>(face, 0, LoggingService::kIid2), face);
-  EXPECT_EQ(CallSlot<Status>(face, 2, static_cast<const wchar_t*>(L"lmsdk.test")), LMX_STATUS_NO_ERROR);
-  EXPECT_EQ(CallSlot<Status>(face, 3, 2, static_cast<const wchar_t*>(L"x.properties"), 0), LMX_STATUS_NO_ERROR);
-  EXPECT_TRUE(CallSlot<bool>(face, 4));
-  EXPECT_EQ(CallSlot<Status>(face, 5, 30000), LMX_STATUS_NO_ERROR);
-  EXPECT_FALSE(CallSlot<bool>(face, 6, 20000));
-  EXPECT_TRUE(CallSlot<bool>(face, 6, 30000));
-  EXPECT_EQ(CallSlot<int32_t>(face, 7), 30000);
-  // 8 Log and 9 LogW below the threshold print nothing; 10 and 11 trace operations do nothing.
-  CallSlot<void>(face, 8, 10000, static_cast<const char*>("hidden"), static_cast<const char*>("f.cpp"), 1,
-                 static_cast<const char*>("fn"));
-  CallSlot<void>(face, 9, 10000, static_cast<const wchar_t*>(L"hidden"), static_cast<const char*>("f.cpp"), 1,
-                 static_cast<const char*>("fn"));
-  CallSlot<void>(face, 10, 5000, static_cast<const char*>("fn"));
-  CallSlot<void>(face, 11, 5000, static_cast<const char*>("fn"));
-  CallSlot<void>(face, 12, 1u);  // destructor slot, freeing
-
-  auto& empty = lmsdk::EmptyLogger::Instance();
-  void* emptyFace = static_cast<LoggingService*>(&empty);
-  EXPECT_TRUE(CallSlot<bool>(emptyFace, 4));
-  EXPECT_FALSE(CallSlot<bool>(emptyFace, 6, 50000));
-  EXPECT_EQ(CallSlot<int32_t>(emptyFace, 7), 0);
-}

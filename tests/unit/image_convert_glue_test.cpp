@@ -66,11 +66,9 @@ TEST(ImageConvertGlue, TheHostProviderIsOfferedTheConversionFirst) {
   EXPECT_EQ(provider.calls, 2);
 
   // Sizes are checked before the provider is asked.
-  lmxtest::ScopedCapture capture;
   provider.answer = LMX_STATUS_NO_ERROR;
   ImageInfo narrower{4, 2, Image::PIXEL_FORMAT_Y8, 0};
   EXPECT_LT(image->CopySystemBuffer(&info, &planes.srcData, &narrower, &planes.dstData, nullptr), 0);
-  EXPECT_TRUE(capture->Contains("failed on src_info->width == dst_info->width"));
   EXPECT_EQ(provider.calls, 2);
   image->Release();
 }

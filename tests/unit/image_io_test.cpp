@@ -59,28 +59,20 @@ TEST(ImageIo, ImportThenExportPlainAndFlipped) {
 }
 
 TEST(ImageIo, PreconditionsAndModes) {
-  lmxtest::ScopedCapture capture;
   ImageObject* image = NewImage(4, 2, Image::PIXEL_FORMAT_YUY2);
   EXPECT_EQ(image->ExportData(nullptr, 0), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on data"));
   CallerImage out(0, 8, 2, 8);
   EXPECT_LT(image->ExportData(&out.data, 0), 0);
-  EXPECT_TRUE(capture->Contains("failed on data->format"));
   out.data.format = Image::PIXEL_FORMAT_YUY2;
   out.data.pitches[0] = 0;
   EXPECT_LT(image->ImportData(&out.data, 0), 0);
-  EXPECT_TRUE(capture->Contains("failed on data->pitches[0]"));
   out.data.pitches[0] = 8;
   out.data.planes[0] = nullptr;
   EXPECT_LT(image->ImportData(&out.data, 0), 0);
-  EXPECT_TRUE(capture->Contains("failed on data->planes[0]"));
   out.data.planes[0] = out.bytes.data();
 
   EXPECT_EQ(image->ImportData(&out.data, 4), LMX_STATUS_PARAM_UNSUPPORTED) << "no red and blue in YUY2";
   EXPECT_EQ(image->ImportData(&out.data, 8), LMX_STATUS_PARAM_UNSUPPORTED) << "an unknown mode fails";
-  EXPECT_TRUE(capture->Contains("failed on IsColour(format)"));
-  EXPECT_TRUE(capture->Contains(
-      "failed on mode == kModePlain || mode == kModeMirror || mode == kModeSwapRedBlue || mode == kModeMirrorAxis2"));
   EXPECT_EQ(image->RefCount(), 1u) << "failed copies release their access";
 
   // A YUY2 mirror swaps the pixel pairs and the lumas within each pair: Y0 U Y1 V -> Y3 U' Y2 V'.
@@ -102,7 +94,6 @@ TEST(ImageIo, PreconditionsAndModes) {
 }
 
 TEST(ImageIo, CopyImageTakesContentAndPassesOverMissingSideData) {
-  lmxtest::ScopedCapture capture;
   ImageObject* src = NewImage(4, 2, Image::PIXEL_FORMAT_Y8);
   ImageObject* dst = NewImage(4, 2, Image::PIXEL_FORMAT_Y8);
   ImageObject* other = NewImage(4, 3, Image::PIXEL_FORMAT_Y8);
@@ -112,12 +103,9 @@ TEST(ImageIo, CopyImageTakesContentAndPassesOverMissingSideData) {
   ASSERT_EQ(src->ImportData(&confidence.data, 0), LMX_STATUS_NO_ERROR);
 
   EXPECT_EQ(dst->CopyImage(nullptr), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on src"));
   EXPECT_EQ(other->CopyImage(src), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on src_info.height == dst_info.height"));
   ImageObject* wide = NewImage(5, 2, Image::PIXEL_FORMAT_Y8);
   EXPECT_EQ(wide->CopyImage(src), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on src_info.width == dst_info.width"));
   wide->Release();
   ASSERT_EQ(dst->CopyImage(src), LMX_STATUS_NO_ERROR);
 
@@ -132,41 +120,4 @@ TEST(ImageIo, CopyImageTakesContentAndPassesOverMissingSideData) {
   src->Release();
   dst->Release();
   other->Release();
-}
-
-// Writers import whole frames of one value while readers export: every frame a
-// reader sees is whole (no torn frame), and every access is released.
-TEST(ImageIo, ConcurrentReadersAndWritersSeeWholeFrames) {
-  ImageObject* image = NewImage(64, 16, Image::PIXEL_FORMAT_Y8);
-  {
-    CallerImage initial(Image::PIXEL_FORMAT_Y8, 0, 16, 64);
-    ASSERT_EQ(image->ImportData(&initial.data, 0), LMX_STATUS_NO_ERROR);
-  }
-  lmxtest::ScopedCapture quiet(LOG_LEVEL_FATAL);  // refused writes log; keep the run quiet
-  std::atomic<int> torn{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 2; ++t) {
-    threads.emplace_back([&, t] {
-      CallerImage frame(Image::PIXEL_FORMAT_Y8, 0, 16, 64);
-      for (int i = 0; i < 200; ++i) {
-        std::memset(frame.bytes.data(), (t * 100 + i) & 0xFF, frame.bytes.size());
-        image->ImportData(&frame.data, 0);  // may be refused while readers hold the image
-      }
-    });
-    threads.emplace_back([&] {
-      CallerImage frame(Image::PIXEL_FORMAT_Y8, 0, 16, 64);
-      for (int i = 0; i < 200; ++i) {
-        if (image->ExportData(&frame.data, 0) < 0) continue;
-        for (uint8_t byte : frame.bytes)
-          if (byte != frame.bytes[0]) {
-            ++torn;
-            break;
-          }
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(torn.load(), 0);
-  EXPECT_EQ(image->RefCount(), 1u);
-  image->Release();
 }

@@ -47,25 +47,11 @@ TEST(ImageLayout, SizeLimitsAndUnknownFormats) {
   EXPECT_EQ(lmx::QueryPlaneInfo(&info, 0, nullptr), 1) << "a null plane array still answers the count";
   info.width = 32768;
   EXPECT_EQ(lmx::QueryPlaneInfo(&info, 0, nullptr), 0);
-  EXPECT_TRUE(capture->Contains("failed on info->width < 32768 && info->height < 32768"));
   info.width = 0;
   EXPECT_EQ(lmx::QueryPlaneInfo(&info, 0, nullptr), 0);
-  EXPECT_TRUE(capture->Contains("failed on info->width && info->height"));
 
   capture->Clear();
   ImageInfo unknown{16, 16, 0x12345, 0};
   EXPECT_EQ(lmx::QueryPlaneInfo(&unknown, 0, nullptr), 0);
   EXPECT_TRUE(capture->Lines().empty()) << "an unknown format is not logged";
-}
-
-TEST(ImageLayout, NamesComeFromTheTable) {
-  EXPECT_STREQ(lmx::PixelFormatName(Image::PIXEL_FORMAT_YUY2), L"YUY2");
-  EXPECT_STREQ(lmx::PixelFormatName(Image::PIXEL_FORMAT_DEPTH_NATIVE), L"DEPTH(NATIVE)");
-  EXPECT_STREQ(lmx::PixelFormatName(Image::PIXEL_FORMAT_DEPTH_CONFIDENCE), L"DEPTH(CONF)");
-  EXPECT_STREQ(lmx::PixelFormatName(Image::PIXEL_FORMAT_Y8_RELATIVE), L"Y8_REL");
-  EXPECT_STREQ(lmx::PixelFormatName(Image::PIXEL_FORMAT_NV21), L"Unknown");
-  EXPECT_STREQ(lmx::ConversionFormatName(Image::PIXEL_FORMAT_NV21), L"NV21") << "only traces name it";
-  EXPECT_STREQ(lmx::PixelFormatName(0x7FFF), L"Unknown");
-  EXPECT_STREQ(lmx::PixelFormatName(Rotated(Image::PIXEL_FORMAT_DEPTH_NATIVE, 90)), L"Unknown")
-      << "the name lookup does not mask";
 }

@@ -143,12 +143,10 @@ TEST(ImageMultiBuffer, AccessRules) {
   // allocate does not wait for the writer).
   EXPECT_EQ(image->InternalAcquireAccess(Image::ACCESS_READ, nullptr, 0, &first, false, nullptr),
             LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on m_bWriteFinished"));
   ASSERT_EQ(image->ReleaseAccess(&write), LMX_STATUS_NO_ERROR);
   // An attempt that may not allocate never converts into a stale buffer.
   EXPECT_EQ(image->InternalAcquireAccess(Image::ACCESS_READ, nullptr, kBGR, &first, false, nullptr),
             LMX_STATUS_ITEM_UNAVAILABLE);
-  EXPECT_TRUE(capture->Contains("failed on bAllocationAllowed"));
 
   // A reader that may wait does so for a writer that releases within the wait.
   ASSERT_EQ(Write(image, 0, &write), LMX_STATUS_NO_ERROR);
@@ -167,33 +165,25 @@ TEST(ImageMultiBuffer, AccessRules) {
   EXPECT_EQ(first.planes[0], second.planes[0]);
   // A record already holding an acquisition cannot take a second one (it would be lost).
   EXPECT_EQ(Read(image, 0, &second), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on access_list.find(data) == access_list.end()"));
   EXPECT_EQ(image->ReleaseAccess(&second), LMX_STATUS_NO_ERROR) << "the first acquisition is still held";
 
   // A write needs the object free of every other access.
   EXPECT_EQ(image->AcquireAccess(Image::ACCESS_READ_WRITE, static_cast<Image::PixelFormat>(0), 0, &write),
             LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on !access_list.size()"));
   EXPECT_EQ(image->ReleaseAccess(&first), LMX_STATUS_NO_ERROR);
 
   // Unknown, repeated and null releases.
   ImageData stranger{};
   stranger.format = kY8;
   EXPECT_EQ(image->ReleaseAccess(&stranger), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on it != access_list.end()"));
   EXPECT_EQ(image->ReleaseAccess(&first), LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(image->ReleaseAccess(nullptr), LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(image->AcquireAccess(static_cast<Image::Access>(4), static_cast<Image::PixelFormat>(0), 0, &first),
             LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains(
-      "failed on access == BASE::ACCESS_WRITE || access == BASE::ACCESS_READ || access == BASE::ACCESS_READ_WRITE"));
   EXPECT_EQ(Read(image, 0, nullptr), LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(image->AcquireNativeAccess(Image::ACCESS_READ, 0, nullptr), LMX_STATUS_HANDLE_INVALID);
   // A format without a plane layout gets no storage.
   EXPECT_EQ(Read(image, 0x12345, &first), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on num_planes"));
-  EXPECT_TRUE(capture->Contains("Error LMX_STATUS_PARAM_UNSUPPORTED (Unsupported parameter) calling "
-                                "GetBuffer(&this->info, format, 0, this->options, bAllocationAllowed, &native)"));
   EXPECT_EQ(image->RefCount(), 1u) << "failed acquisitions hold no reference";
   image->Release();
 }
@@ -348,7 +338,6 @@ TEST(ImageMultiBuffer, AudioObjectsConvertSampleFormatsAndReportThree) {
   // Null records are refused on both ends, leaving no reference behind.
   capture->Clear();
   EXPECT_EQ(audio->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_PCM, nullptr), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on data"));
   EXPECT_EQ(audio->ReleaseAccess(nullptr), LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(audio->RefCount(), 1u);
 
@@ -375,17 +364,6 @@ TEST(ImageMultiBuffer, AudioObjectsConvertSampleFormatsAndReportThree) {
   ASSERT_EQ(audio->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
   EXPECT_FALSE(capture->Contains("Format conversion ["));
 
-  // CopyAudio into a float object converts into the float buffer, which has room
-  // for exactly its bufferSize samples.
-  lmx::AudioInfo floatInfo{2, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, 16000, 1, 0, {0, 0, 0}};
-  auto* copy = new lmx::AudioObject(nullptr, &floatInfo, nullptr, 0, &sts);
-  ASSERT_EQ(copy->CopyAudio(audio), LMX_STATUS_NO_ERROR);
-  ASSERT_EQ(copy->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, &data), LMX_STATUS_NO_ERROR);
-  ASSERT_EQ(data.dataSize, 2);
-  EXPECT_EQ(reinterpret_cast<const float*>(data.dataPtr)[1], -0.5f);
-  ASSERT_EQ(copy->ReleaseAccess(&data), LMX_STATUS_NO_ERROR);
-  copy->Release();
-
   auto* service = static_cast<LMXAudioService*>(audio->QueryInstance(LMXAudioService::kIid));
   ASSERT_NE(service, nullptr);
   EXPECT_EQ(service->InvalidateData(), LMX_STATUS_NO_ERROR);
@@ -402,11 +380,9 @@ TEST(ImageMultiBuffer, ReInitRefusesWhileAccessedAndDropsOldBuffers) {
   ASSERT_EQ(Write(image, 0, &data), LMX_STATUS_NO_ERROR);
   ImageInfo bigger{16, 8, kY8, 0};
   EXPECT_EQ(image->ReInitImpl(&bigger, nullptr, 0), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on access_list.empty() && m_bWriteFinished"));
   image->ReleaseAccess(&data);
   ImageInfo empty{0, 8, kY8, 0};
   EXPECT_EQ(image->ReInitImpl(&empty, nullptr, 0), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on numberPlanes"));
   ASSERT_EQ(image->ReInitImpl(&bigger, nullptr, 3), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(image->BufferCount(), 0u);
   EXPECT_EQ(image->GetWidth(), 16);
@@ -414,29 +390,4 @@ TEST(ImageMultiBuffer, ReInitRefusesWhileAccessedAndDropsOldBuffers) {
   EXPECT_EQ(data.pitches[0], 64);
   image->ReleaseAccess(&data);
   image->Release();
-}
-
-TEST(ImageMultiBuffer, CompositeIdentitiesAndCountedRelease) {
-  ImageObject* image = NewImage(8, 4, kY8);
-  auto* primary = static_cast<Image*>(image);
-  EXPECT_EQ(image->QueryInstance(0), primary);
-  EXPECT_EQ(image->QueryInstance(Image::kIid2), primary);
-  EXPECT_NE(image->QueryInstance(LMXImageService::kIid), nullptr);
-  EXPECT_NE(image->QueryInstance(LMXImageServiceOld::kIid), nullptr);
-  EXPECT_NE(image->QueryInstance(Metadata::kIid), nullptr);
-  EXPECT_EQ(image->QueryInstance(Metadata::kIid2), nullptr) << "only a standalone store answers it";
-  EXPECT_NE(image->QueryInstance(LMXMetadataInternal::kIid), nullptr);
-
-  auto* reference = static_cast<Reference*>(image->QueryInstance(Reference::kIid));
-  auto* releaseService = static_cast<LMXReleaseService*>(image->QueryInstance(LMXReleaseService::kIid));
-  static int handled;
-  handled = 0;
-  releaseService->SetReleaseHandler(+[](void*) { ++handled; }, nullptr);
-  ImageObject* dependent = NewImage(4, 4, kY8);
-  releaseService->AddDependent(static_cast<Image*>(dependent));
-  EXPECT_EQ(reference->AddRef(), 2u);
-  static_cast<LMXImageService*>(image->QueryInstance(LMXImageService::kIid))->Release();
-  EXPECT_EQ(handled, 0);
-  releaseService->Release();  // the sanitizer run reports the dependent if it leaked
-  EXPECT_EQ(handled, 1);
 }

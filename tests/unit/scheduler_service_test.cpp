@@ -29,14 +29,12 @@ TEST(SchedulerService, FactoryAndIdentities) {
 
   ScopedCapture capture;
   EXPECT_EQ(CreateScheduler(&session, nullptr, nullptr, nullptr, 0, nullptr), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_TRUE(capture->Contains("failed on result"));
 }
 
 TEST(SchedulerService, SessionsWithoutServiceGetPrivateMasters) {
   ScopedCapture capture;
   SchedulerRef orphan(nullptr);
   EXPECT_EQ(orphan.status(), LMX_STATUS_NO_ERROR);
-  EXPECT_TRUE(capture->Contains("failed on session"));
   HostSession bare{HostSession::WithoutService{}};
   SchedulerRef first(&bare), second(&bare);
   EXPECT_TRUE(first->IsMaster());
@@ -165,54 +163,4 @@ TEST(SchedulerPools, ThreadPoolRunsEveryQueuedTaskBeforeItEnds) {
     for (auto& task : tasks) pool.Submit(task.get(), LMX_STATUS_NO_ERROR);
   }
   for (auto& task : tasks) EXPECT_EQ(task->Runs(), 1);
-}
-
-TEST(SchedulerBinaryContract, SchedulerAndSyncPointSlots) {
-  HostSession session;
-  SchedulerRef scheduler(&session);
-  void* primary = static_cast<LMXScheduler*>(scheduler.get());
-  void* service = CallSlot<void*>(primary, 0, FourCC("SCH2"));
-  ASSERT_EQ(service, scheduler.service());
-
-  // LMXScheduler: 2 SetOption, 3 QueryOption, 5 SubmitTask.
-  EXPECT_EQ(CallSlot<Status>(primary, 2, int32_t{7}), LMX_STATUS_NO_ERROR);
-  EXPECT_EQ(CallSlot<int32_t>(primary, 3), 7);
-  RecordingTask task(L"(inline) slot");
-  EXPECT_EQ(CallSlot<Status>(primary, 5, static_cast<LMXSchedulerService::Callback*>(&task), Status{101}), 0);
-  EXPECT_EQ(task.Last(), 101);
-
-  // LMXSchedulerService: 2 RequestInputs, 3 MarkOutputs, 4 CreateSyncPoint.
-  int output;
-  void* outputs[] = {&output};
-  RecordingTask consumer(L"(inline) consumer");
-  EXPECT_EQ(CallSlot<Status>(service, 3, int32_t{1}, static_cast<void**>(outputs), Status{LMX_STATUS_EXEC_INPROGRESS}), 0);
-  EXPECT_EQ(CallSlot<Status>(service, 2, int32_t{1}, static_cast<void**>(outputs),
-                             static_cast<LMXSchedulerService::Callback*>(&consumer)),
-            0);
-  LMXSyncPoint* sp = nullptr;
-  EXPECT_EQ(CallSlot<Status>(service, 4, int32_t{1}, static_cast<void**>(outputs), &sp), 0);
-  ASSERT_NE(sp, nullptr);
-  EXPECT_EQ(CallSlot<Status>(service, 3, int32_t{1}, static_cast<void**>(outputs), Status{-201}), 0);
-  EXPECT_EQ(consumer.Last(), -201);
-
-  // LMXSyncPoint: 2 Synchronize, 3 SynchronizeExINT, 5 QueryOutputStatus.
-  EXPECT_EQ(CallSlot<Status>(sp, 2, int32_t{0}), LMX_STATUS_EXEC_INPROGRESS);
-  void* signalFace = CallSlot<void*>(sp, 0, FourCC("SYN1"));
-  ASSERT_NE(signalFace, nullptr);
-  // LMXSyncPointService: 2 SignalSyncPoint.
-  EXPECT_EQ(CallSlot<Status>(signalFace, 2, Status{102}), 0);
-  EXPECT_EQ(CallSlot<Status>(sp, 2, int32_t{-1}), 102);
-  LMXSyncPoint* sps[] = {sp};
-  int32_t idx = -1;
-  EXPECT_EQ(CallSlot<Status>(sp, 3, int32_t{1}, static_cast<LMXSyncPoint**>(sps), int32_t{0},
-                             static_cast<void**>(nullptr), &idx, int32_t{-1}),
-            102);
-  EXPECT_EQ(idx, 0);
-  EXPECT_EQ(CallSlot<Status>(sp, 5, static_cast<void*>(&output)), -201);
-
-  // Reference: 2 AddRef; then two releases through different faces end it.
-  void* reference = CallSlot<void*>(sp, 0, FourCC("BASS"));
-  EXPECT_EQ(CallSlot<uint32_t>(reference, 2), 2u);
-  CallSlot<void>(signalFace, 1);
-  CallSlot<void>(sp, 1);
 }

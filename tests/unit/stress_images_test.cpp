@@ -35,16 +35,6 @@ struct Frame {
   Image::ImageData data{};
 };
 
-// A grey YUY2 frame of luma y: Y0 U Y1 V with neutral chroma.
-Frame GreyYuy2(uint8_t y) {
-  Frame frame(Image::PIXEL_FORMAT_YUY2, kWidth * 2, kHeight);
-  for (size_t i = 0; i < frame.bytes.size(); i += 2) {
-    frame.bytes[i] = y;
-    frame.bytes[i + 1] = 128;
-  }
-  return frame;
-}
-
 // Reads image as BGRA and returns its pixel; fails the test unless every pixel is
 // that one (a torn or mixed frame). A read that passes through an intermediate
 // format releases it before the final pass, so a writer in between can make the
@@ -79,49 +69,6 @@ uint32_t CountOf(Base* object) {
 }
 
 }  // namespace
-
-// Threads create YUY2 images of their own constant, read them as BGRA (converted
-// under each image's lock), export them as Y8 and release them; every frame holds
-// exactly what its creator put in.
-TEST(StressImages, ManyThreadsCreateConvertExportAndRelease) {
-  constexpr int kThreads = 4, kImagesPerThread = 60;
-  LMXAllocator* allocator = NewAllocator();
-  Image::ImageInfo info{kWidth, kHeight, Image::PIXEL_FORMAT_YUY2, 0};
-
-  // The BGRA pixel of each grey level, found on one thread first.
-  std::vector<uint32_t> expected(256);
-  for (int level = 0; level < 256; ++level) {
-    Image* image = nullptr;
-    ASSERT_EQ(allocator->CreateImage(&info, 0, nullptr, &image), LMX_STATUS_NO_ERROR);
-    Frame frame = GreyYuy2(static_cast<uint8_t>(level));
-    ASSERT_EQ(image->ImportData(&frame.data, 0), LMX_STATUS_NO_ERROR);
-    expected[level] = ReadBgra(image, kWidth, kHeight);
-    ASSERT_EQ(expected[level] >> 24, 0xFFu) << "opaque";
-    ASSERT_GE(expected[level] & 0xFF, level ? expected[level - 1] & 0xFF : 0) << "brighter with the luma";
-    image->Release();
-  }
-
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t)
-    threads.emplace_back([&, t] {
-      for (int i = 0; i < kImagesPerThread; ++i) {
-        const auto level = static_cast<uint8_t>(t * 61 + i * 7);
-        Image* image = nullptr;
-        Image::ImageInfo mine = info;
-        ASSERT_EQ(allocator->CreateImage(&mine, 0, nullptr, &image), LMX_STATUS_NO_ERROR);
-        Frame frame = GreyYuy2(level);
-        ASSERT_EQ(image->ImportData(&frame.data, 0), LMX_STATUS_NO_ERROR);
-        EXPECT_EQ(ReadBgra(image, kWidth, kHeight), expected[level]);
-        Frame luma(Image::PIXEL_FORMAT_Y8, kWidth, kHeight);
-        ASSERT_EQ(image->ExportData(&luma.data, i % 2 ? 2 : 0), LMX_STATUS_NO_ERROR);
-        EXPECT_EQ(luma.bytes, std::vector<uint8_t>(luma.bytes.size(), level));
-        EXPECT_EQ(CountOf(image), 1u) << "every access gave its reference back";
-        image->Release();
-      }
-    });
-  for (auto& thread : threads) thread.join();
-  allocator->Release();
-}
 
 // One writer replaces the native Y8 frame with a new constant per generation
 // while readers read the derived BGRA format. Every frame a reader sees is
@@ -176,53 +123,5 @@ TEST(StressImages, ReadersOfADerivedFormatSeeWholeFramesOfOneGeneration) {
   EXPECT_GT(reads.load(), 0);
   EXPECT_EQ(CountOf(image), 1u);
   image->Release();
-  allocator->Release();
-}
-
-// References taken and dropped through every face of one image from many
-// threads: the object lives while any is held and is destroyed exactly once, when
-// the last goes (its release handler counts that).
-TEST(StressImages, ReferenceCountingThroughEveryFace) {
-  constexpr int kRounds = 60, kThreads = 4, kCycles = 200;
-  LMXAllocator* allocator = NewAllocator();
-  static std::atomic<int> destroyed;
-  destroyed = 0;
-  for (int round = 0; round < kRounds; ++round) {
-    Image::ImageInfo info{8, 4, Image::PIXEL_FORMAT_Y8, 0};
-    Image* image = nullptr;
-    ASSERT_EQ(allocator->CreateImage(&info, 0, nullptr, &image), LMX_STATUS_NO_ERROR);
-    Frame content(Image::PIXEL_FORMAT_Y8, 8, 4);
-    ASSERT_EQ(image->ImportData(&content.data, 0), LMX_STATUS_NO_ERROR);
-    auto* releaseService = static_cast<LMXReleaseService*>(image->QueryInstance(LMXReleaseService::kIid));
-    ASSERT_EQ(releaseService->SetReleaseHandler(+[](void*) { ++destroyed; }, nullptr), LMX_STATUS_NO_ERROR);
-    const std::vector<Base*> faces = {
-        image, static_cast<Base*>(image->QueryInstance(LMXImageService::kIid)), releaseService,
-        static_cast<Base*>(image->QueryInstance(Reference::kIid)),
-        static_cast<Base*>(image->QueryInstance(Metadata::kIid))};
-    for (Base* face : faces) ASSERT_NE(face, nullptr);
-    auto* reference = static_cast<Reference*>(faces[3]);
-    for (int t = 0; t < kThreads; ++t) reference->AddRef();
-    image->Release();  // the creator's goes first: the last thread to finish destroys
-
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
-      threads.emplace_back([&, t] {
-        for (int k = 0; k < kCycles; ++k) {
-          Base* face = faces[(t + k) % faces.size()];
-          auto* ref = static_cast<Reference*>(face->QueryInstance(Reference::kIid));
-          EXPECT_GE(ref->AddRef(), 2u);
-          if (k % 16 == 0) {  // an acquisition holds a reference of its own
-            Image::ImageData data{};
-            if (Read(image, 0, &data) >= 0)
-              image->ReleaseAccess(&data);
-          }
-          face->Release();
-        }
-        EXPECT_EQ(destroyed.load(), round) << "destroyed while a reference was held";
-        faces[t % faces.size()]->Release();
-      });
-    for (auto& thread : threads) thread.join();
-    ASSERT_EQ(destroyed.load(), round + 1);
-  }
   allocator->Release();
 }

@@ -1,6 +1,5 @@
 // Stress: a three-stage pipeline on one scheduler, driven from many threads with
-// failures drawn from a fixed seed, and concurrent reference counting through
-// every face of a scheduler and of a sync point. The outcomes are deterministic;
+// failures drawn from a fixed seed. The outcomes are deterministic;
 // the interleavings are not, which is what ThreadSanitizer runs of these tests
 // ("stress" label) are for.
 #include <gtest/gtest.h>
@@ -162,68 +161,5 @@ TEST(StressScheduler, PipelineRunsEveryCallbackOnceWithTheRightStatus) {
   for (auto& node : sinks) {
     SignalFace(node->sp)->SignalSyncPoint(LMX_STATUS_NO_ERROR);
     node->sp->Release();
-  }
-}
-
-TEST(StressScheduler, ReferenceCountingThroughEveryFace) {
-  constexpr int kRounds = 100, kThreads = 4, kCycles = 200;
-  HostSession session;
-  const Service::ImplDesc desc = SchedulerDescriptor();
-  for (int round = 0; round < kRounds; ++round) {
-    Base* object = nullptr;
-    ASSERT_EQ(CreateScheduler(&session, nullptr, nullptr, nullptr, 0, &object), LMX_STATUS_NO_ERROR);
-    auto* scheduler = static_cast<Scheduler*>(static_cast<LMXScheduler*>(object));
-    void* out = &round;
-    LMXSyncPoint* sp = nullptr;
-    ASSERT_EQ(scheduler->MarkOutputs(1, &out, LMX_STATUS_DEVICE_FAILED), LMX_STATUS_NO_ERROR);
-    ASSERT_EQ(scheduler->CreateSyncPoint(1, &out, &sp), LMX_STATUS_NO_ERROR);
-    SignalFace(sp)->SignalSyncPoint(LMX_STATUS_DEVICE_FAILED);
-    // A follower shares the master's state and outlives both objects under test.
-    SchedulerRef follower(&session);
-    ASSERT_FALSE(follower->IsMaster());
-    RecordingTask early(L"(inline) early");
-    ASSERT_EQ(follower.service()->RequestInputs(1, &out, &early), LMX_STATUS_NO_ERROR);
-    ASSERT_EQ(early.Last(), LMX_STATUS_DEVICE_FAILED) << "the failure is recorded while the sync point lives";
-
-    const std::vector<Base*> schedulerFaces = {
-        static_cast<LMXScheduler*>(scheduler), static_cast<LMXSchedulerService*>(scheduler),
-        static_cast<Reference*>(scheduler->QueryInstance(Reference::kIid))};
-    const std::vector<Base*> syncFaces = {sp, SignalFace(sp), static_cast<Reference*>(sp->QueryInstance(Reference::kIid))};
-    for (Base* face : schedulerFaces) ASSERT_NE(face, nullptr);
-    for (Base* face : syncFaces) ASSERT_NE(face, nullptr);
-
-    // One reference per thread; the creator's goes first, so the last thread to
-    // finish destroys each object, whichever it is.
-    auto* schedulerRef = static_cast<Reference*>(schedulerFaces[2]);
-    auto* syncRef = static_cast<Reference*>(syncFaces[2]);
-    for (int t = 0; t < kThreads; ++t) {
-      schedulerRef->AddRef();
-      syncRef->AddRef();
-    }
-    object->Release();
-    sp->Release();
-
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
-      threads.emplace_back([&, t] {
-        for (int k = 0; k < kCycles; ++k) {
-          const auto& faces = k % 2 ? schedulerFaces : syncFaces;
-          Base* face = faces[(t + k) % faces.size()];
-          // A query through any face reaches the same object's Reference.
-          auto* ref = static_cast<Reference*>(face->QueryInstance(Reference::kIid));
-          EXPECT_GE(ref->AddRef(), 2u);
-          face->Release();
-        }
-        schedulerFaces[t % schedulerFaces.size()]->Release();
-        syncFaces[t % syncFaces.size()]->Release();
-      });
-    for (auto& thread : threads) thread.join();
-
-    // Destroyed exactly when the last reference went: the master's slot is free
-    // and the sync point's end dropped the output's failure record.
-    ASSERT_EQ(*session.Slot(desc), nullptr);
-    RecordingTask late(L"(inline) late");
-    ASSERT_EQ(follower.service()->RequestInputs(1, &out, &late), LMX_STATUS_NO_ERROR);
-    ASSERT_EQ(late.Last(), LMX_STATUS_NO_ERROR);
   }
 }
