@@ -62,6 +62,9 @@ struct Row {
   std::function<void(Objects&)> effect;
 };
 
+// Printed by name: gtest's default prints the bytes of the row, padding included.
+void PrintTo(const Row& row, std::ostream* os) { *os << row.face << " slot " << row.slot << " " << row.call; }
+
 void ImageWithRows(Objects& o) {
   uint8_t pixels[4][32];
   for (int y = 0; y < 4; ++y) std::memset(pixels[y], y + 1, 32);

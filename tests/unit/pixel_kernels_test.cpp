@@ -51,6 +51,7 @@ struct Known {
   std::function<Bytes()> run;
   Bytes expected;
 };
+void PrintTo(const Known& k, std::ostream* os) { *os << k.name; }
 
 // One row of `width` pixels in, one out.
 template <class Fn>
@@ -193,6 +194,8 @@ struct Case {
   std::function<std::vector<Shape>(int w, int h)> sources, destinations;
   std::function<Status(Planes& s, Planes& d, int w, int h)> run;
 };
+// Printed by name: gtest's default prints the bytes of the case, padding included.
+void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 
 using Driver = Status (*)(const uint8_t*, int32_t, uint8_t*, int32_t, int32_t, int32_t);
 
