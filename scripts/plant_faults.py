@@ -17,6 +17,7 @@ file afterwards, also on an interrupt.
   scripts/plant_faults.py --out docs/x.md       # table elsewhere
 """
 import argparse
+import contextlib
 import os
 import shutil
 import signal
@@ -176,6 +177,36 @@ def run(cmd, timeout, log):
         except subprocess.TimeoutExpired:
             out.write("(timed out)\n")
             return 124
+
+
+_planted = {}  # path -> original text while a fault is planted
+
+
+def _restore_planted():
+    for path, text in _planted.items():
+        path.write_text(text)
+    _planted.clear()
+
+
+def _restore_and_exit(signum, _frame):
+    _restore_planted()
+    sys.exit(128 + signum)
+
+
+signal.signal(signal.SIGINT, _restore_and_exit)
+signal.signal(signal.SIGTERM, _restore_and_exit)
+
+
+@contextlib.contextmanager
+def planted(path, search, replacement):
+    """The fault written into `path` for the body; the original text back on every way out."""
+    text = path.read_text()
+    _planted[path] = text
+    try:
+        path.write_text(text.replace(search, replacement, 1))
+        yield
+    finally:
+        _restore_planted()
 
 
 def failed_tests(log):
@@ -340,51 +371,29 @@ def main():
     out = Path(args.out) if args.out else work / "results.md"
     log = str(work / "last.log")
 
-    planted = {}  # path -> original text, restored on every way out
-
-    def restore(*_):
-        for path, text in planted.items():
-            path.write_text(text)
-        planted.clear()
-
-    def on_signal(signum, _frame):
-        restore()
-        sys.exit(128 + signum)
-
-    signal.signal(signal.SIGINT, on_signal)
-    signal.signal(signal.SIGTERM, on_signal)
-
-    try:
-        if not (ROOT_SRC / "build" / "default" / "CMakeCache.txt").exists():
-            run(["cmake", "--preset", "default"], 600, log)
+    if not (ROOT_SRC / "build" / "default" / "CMakeCache.txt").exists():
+        run(["cmake", "--preset", "default"], 600, log)
+    Path(log).write_text("")
+    result, names = build_and_test(log, args.timeout)
+    if result != "MISSED":
+        print(f"the unplanted tree does not pass ({result}: {', '.join(names)}); see {log}")
+        return 1
+    rows = []
+    for fid, hint, search, replacement, desc in faults:
+        start = time.time()
+        path = locate(hint, search)
+        if path is None:
+            rows.append((fid, hint, desc, "not found", []))
+            print(f"{fid}: not found", flush=True)
+            continue
         Path(log).write_text("")
-        result, names = build_and_test(log, args.timeout)
-        if result != "MISSED":
-            print(f"the unplanted tree does not pass ({result}: {', '.join(names)}); see {log}")
-            return 1
-        rows = []
-        for fid, hint, search, replacement, desc in faults:
-            start = time.time()
-            path = locate(hint, search)
-            if path is None:
-                rows.append((fid, hint, desc, "not found", []))
-                print(f"{fid}: not found", flush=True)
-                continue
-            text = path.read_text()
-            planted[path] = text
-            path.write_text(text.replace(search, replacement, 1))
-            Path(log).write_text("")
-            try:
-                result, names = build_and_test(log, args.timeout)
-            finally:
-                restore()
-            rel = str(path.relative_to(ROOT_SRC))
-            rows.append((fid, rel, desc, result, names))
-            print(f"{fid}: {result} ({time.time() - start:.0f} s) {' '.join(names[:3])}", flush=True)
-        # Leave the build matching the restored sources.
-        run(["cmake", "--build", "--preset", "default"], 1800, log)
-    finally:
-        restore()
+        with planted(path, search, replacement):
+            result, names = build_and_test(log, args.timeout)
+        rel = str(path.relative_to(ROOT_SRC))
+        rows.append((fid, rel, desc, result, names))
+        print(f"{fid}: {result} ({time.time() - start:.0f} s) {' '.join(names[:3])}", flush=True)
+    # Leave the build matching the restored sources.
+    run(["cmake", "--build", "--preset", "default"], 1800, log)
 
     caught = sum(1 for r in rows if r[3] == "caught")
     with open(out, "w") as f:
@@ -400,19 +409,6 @@ def main():
 def run_both(args, work, faults):
     out = Path(args.out) if args.out else work / "results.md"
     log = str(work / "last.log")
-    planted = {}
-
-    def restore(*_):
-        for path, text in planted.items():
-            path.write_text(text)
-        planted.clear()
-
-    def on_signal(signum, _frame):
-        restore()
-        sys.exit(128 + signum)
-
-    signal.signal(signal.SIGINT, on_signal)
-    signal.signal(signal.SIGTERM, on_signal)
     if not (ROOT_SRC / "build" / "default" / "CMakeCache.txt").exists() or args.before:
         run(["cmake", "--preset", "default"], 600, log)
     Path(log).write_text("")
@@ -423,29 +419,21 @@ def run_both(args, work, faults):
     _, baseline = first
     print("baseline failures (ignored):", {k: sorted(v) for k, v in baseline.items() if v}, flush=True)
     rows = []
-    try:
-        for fid, hint, search, replacement, desc in faults:
-            start = time.time()
-            path = locate(hint, search)
-            if path is None:
-                rows.append((fid, hint, desc, {k: ("not found", []) for k in SUITES}))
-                print(f"{fid}: not found", flush=True)
-                continue
-            text = path.read_text()
-            planted[path] = text
-            path.write_text(text.replace(search, replacement, 1))
-            Path(log).write_text("")
-            try:
-                got = build_and_run_suites(log, args.timeout, baseline)
-            finally:
-                restore()
-            results = got if isinstance(got, dict) else got[0]
-            rows.append((fid, str(path.relative_to(ROOT_SRC)), desc, results))
-            print(f"{fid}: " + ", ".join(f"{k} {v[0]}" for k, v in results.items()) + f" ({time.time() - start:.0f} s)",
-                  flush=True)
-            write_both(out, rows)
-    finally:
-        restore()
+    for fid, hint, search, replacement, desc in faults:
+        start = time.time()
+        path = locate(hint, search)
+        if path is None:
+            rows.append((fid, hint, desc, {k: ("not found", []) for k in SUITES}))
+            print(f"{fid}: not found", flush=True)
+            continue
+        Path(log).write_text("")
+        with planted(path, search, replacement):
+            got = build_and_run_suites(log, args.timeout, baseline)
+        results = got if isinstance(got, dict) else got[0]
+        rows.append((fid, str(path.relative_to(ROOT_SRC)), desc, results))
+        print(f"{fid}: " + ", ".join(f"{k} {v[0]}" for k, v in results.items()) + f" ({time.time() - start:.0f} s)",
+              flush=True)
+        write_both(out, rows)
     # Leave the build matching the restored sources.
     run(["cmake", "--build", "--preset", "default"], 1800, log)
     write_both(out, rows)
