@@ -67,9 +67,9 @@ FAULTS = [
      "k.rgb_to_y8 = BGRToY8Row_Any_AVX512;", "dispatch: AVX-512 RGB grey slot given the BGR row"),
     ("K14", "liblmxcore/src/kernels/convert_geometry.cpp", "if (src_pitch == row_bytes && dst_pitch == row_bytes &&",
      "if (src_pitch == row_bytes &&", "plane copy: whole-plane fast path ignores the destination pitch"),
-    ("K15", "liblmxcore/src/coreaccel_emu.cpp", "kRowAlignment - 1) / kRowAlignment",
-     "kRowAlignment - 2) / kRowAlignment", "system-memory image: pitch rounded up wrongly (alignment)"),
-    ("K16", "liblmxcore/src/kernels/row_avx512.cpp", "constexpr int32_t kRedOffset = -104595 * 128 - 1187776;",
+    ("K15", "liblmxcore/src/coreaccel_emu.cpp", "kRowAlignment);", "kRowAlignment / 2);",
+     "system-memory image: pitch rounded up wrongly (alignment)"),
+    ("K16", "liblmxcore/src/kernels/row_avx512_decode.h", "constexpr int32_t kRedOffset = -104595 * 128 - 1187776;",
      "constexpr int32_t kRedOffset = -104595 * 128 - 1187776 + 32768;",
      "AVX-512 decode: rounding half of the red offset added twice"),
     # Image and audio objects: access rules, invalidation, references, routing.
