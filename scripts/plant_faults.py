@@ -150,6 +150,21 @@ FAULTS = [
 ]
 
 
+# The same faults in the form the code had before a refactor (--rev of an older revision):
+# id -> (search, replacement); tried when the current search text is not found.
+EARLIER_FORMS = {
+    "K15": ("kRowAlignment - 1) / kRowAlignment", "kRowAlignment - 2) / kRowAlignment"),
+    "K16": ("constexpr int32_t kRedOffset = -104595 * 128 - 1187776;",
+            "constexpr int32_t kRedOffset = -104595 * 128 - 1187776 + 32768;"),
+    "O15": ("const size_t alignment = size < kPageAlignedFrom ? 64 : 4096;",
+            "const size_t alignment = size < kPageAlignedFrom ? 16 : 4096;"),
+    "S04": ("ready.push_back(request->callback);\n        request->callback = nullptr;",
+            "ready.push_back(request->callback);"),
+    "S05": ("> static_cast<int64_t>(platform::kMaximumWaitObjects)",
+            ">= static_cast<int64_t>(platform::kMaximumWaitObjects)"),
+}
+
+
 def production_files():
     for d in PRODUCTION_DIRS:
         base = ROOT_SRC / d
@@ -166,6 +181,15 @@ def locate(hint, search):
         return path
     found = [p for p in production_files() if search in p.read_text()]
     return found[0] if len(found) == 1 else None
+
+
+def locate_fault(fid, hint, search, replacement):
+    """(file, search, replacement) of a fault in its current form or, failing that, its earlier one."""
+    for text, new in [(search, replacement)] + ([EARLIER_FORMS[fid]] if fid in EARLIER_FORMS else []):
+        path = locate(hint, text)
+        if path is not None:
+            return path, text, new
+    return None, search, replacement
 
 
 def run(cmd, timeout, log):
@@ -381,7 +405,7 @@ def main():
     rows = []
     for fid, hint, search, replacement, desc in faults:
         start = time.time()
-        path = locate(hint, search)
+        path, search, replacement = locate_fault(fid, hint, search, replacement)
         if path is None:
             rows.append((fid, hint, desc, "not found", []))
             print(f"{fid}: not found", flush=True)
@@ -421,7 +445,7 @@ def run_both(args, work, faults):
     rows = []
     for fid, hint, search, replacement, desc in faults:
         start = time.time()
-        path = locate(hint, search)
+        path, search, replacement = locate_fault(fid, hint, search, replacement)
         if path is None:
             rows.append((fid, hint, desc, {k: ("not found", []) for k in SUITES}))
             print(f"{fid}: not found", flush=True)
