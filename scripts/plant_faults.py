@@ -143,7 +143,8 @@ FAULTS = [
      "stereo mix (AVX2): halves rounded down instead of toward zero"),
     ("A04", "liblmxcore/src/dsp/resampler.cpp", "return static_cast<int16_t>(std::lround(y));",
      "return static_cast<int16_t>(y);", "resampler output rounding replaced by truncation"),
-    ("A05", "liblmxcore/src/audio_converter.cpp", "history = 32;", "history = 16;",
+    ("A05", "liblmxcore/src/audio_converter.cpp", "history = kConverterPresets.history;",
+     "history = kConverterPresets.history / 2;",
      "converter preset: filter history halved"),
     ("A06", "liblmxcore/src/dsp/audio_kernels_c.cpp", "dst[f] = static_cast<int16_t>(static_cast<int32_t>(sum) / channels);",
      "dst[f] = static_cast<int16_t>(static_cast<int32_t>(sum) / (channels + 1));", "N-channel mix divides by N + 1"),
@@ -160,6 +161,7 @@ EARLIER_FORMS = {
             "const size_t alignment = size < kPageAlignedFrom ? 16 : 4096;"),
     "S04": ("ready.push_back(request->callback);\n        request->callback = nullptr;",
             "ready.push_back(request->callback);"),
+    "A05": ("history = 32;", "history = 16;"),
     "S05": ("> static_cast<int64_t>(platform::kMaximumWaitObjects)",
             ">= static_cast<int64_t>(platform::kMaximumWaitObjects)"),
 }
