@@ -152,10 +152,10 @@ FAULTS = [
 
 
 # The same faults in the form the code had before a refactor (--rev of an older revision):
-# id -> (search, replacement); tried when the current search text is not found.
+# id -> ([hint,] search, replacement); tried when the current search text is not found.
 EARLIER_FORMS = {
     "K15": ("kRowAlignment - 1) / kRowAlignment", "kRowAlignment - 2) / kRowAlignment"),
-    "K16": ("constexpr int32_t kRedOffset = -104595 * 128 - 1187776;",
+    "K16": ("liblmxcore/src/kernels/row_avx512.cpp", "constexpr int32_t kRedOffset = -104595 * 128 - 1187776;",
             "constexpr int32_t kRedOffset = -104595 * 128 - 1187776 + 32768;"),
     "O15": ("const size_t alignment = size < kPageAlignedFrom ? 64 : 4096;",
             "const size_t alignment = size < kPageAlignedFrom ? 16 : 4096;"),
@@ -187,8 +187,12 @@ def locate(hint, search):
 
 def locate_fault(fid, hint, search, replacement):
     """(file, search, replacement) of a fault in its current form or, failing that, its earlier one."""
-    for text, new in [(search, replacement)] + ([EARLIER_FORMS[fid]] if fid in EARLIER_FORMS else []):
-        path = locate(hint, text)
+    forms = [(hint, search, replacement)]
+    if fid in EARLIER_FORMS:
+        earlier = EARLIER_FORMS[fid]
+        forms.append(earlier if len(earlier) == 3 else (hint, *earlier))
+    for where, text, new in forms:
+        path = locate(where, text)
         if path is not None:
             return path, text, new
     return None, search, replacement
