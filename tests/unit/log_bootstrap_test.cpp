@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "log_bootstrap_support.h"
 
@@ -31,13 +32,11 @@ class LogBootstrap : public ::testing::Test {
     for (auto module : prepared_) lmx::platform::UnloadModule(module);
   }
 
-  // Loads the module copy in directory and lets the test prepare its record; the
+  // Loads the module copy in directory for the test to prepare its record; the
   // copy stays loaded until the test ends, so the bootstrap finds the same record.
-  void Prepare(const std::wstring& directory, void (*prepare)(FakeLoggingRecord&)) {
-    auto module = lmx::platform::LoadModule(ToPath(directory + kModuleFile));
-    ASSERT_NE(module, nullptr);
-    prepared_.push_back(module);
-    prepare(*RecordOf(module));
+  FakeLoggingRecord& Prepare(const std::wstring& directory) {
+    prepared_.push_back(lmx::platform::LoadModule(ToPath(directory + kModuleFile)));
+    return *RecordOf(prepared_.back());
   }
   void ActivateTracing() {
     test_.environment[L"NORVIK_LIBQTRNOTIFY64"] = L"1";
@@ -53,14 +52,12 @@ class LogBootstrap : public ::testing::Test {
 }  // namespace
 
 TEST(LogBootstrapNames, ModuleNamesAndExactLevelNames) {
-  EXPECT_EQ(ModuleNameFromPath(L"C:\\sdk\\bin\\liblmxcore.dll"), L"liblmxcore");
-  EXPECT_EQ(ModuleNameFromPath(L"C:\\app\\viewer.exe"), L"viewer");
   // The platform's own library extension is cut too (".so" here, ".dll" on Windows).
   const std::wstring extension = lmx::platform::SharedLibraryFileName("x").extension().wstring();
-  EXPECT_EQ(ModuleNameFromPath(L"/opt/sdk/lib/liblmxcore" + extension + L".1"), L"liblmxcore");
-  EXPECT_EQ(ModuleNameFromPath(L"relative/dir\\mixed.dll.bak"), L"mixed");
-  EXPECT_EQ(ModuleNameFromPath(L"plain"), L"plain");
-  EXPECT_EQ(ModuleNameFromPath(L""), L"");
+  for (auto [path, name] : {std::pair<std::wstring, std::wstring>{L"C:\\app\\viewer.exe", L"viewer"},
+                            {L"/opt/sdk/lib/liblmxcore" + extension + L".1", L"liblmxcore"},
+                            {L"relative/dir\\mixed.dll.bak", L"mixed"}, {L"", L""}})
+    EXPECT_EQ(ModuleNameFromPath(path), name);
 
   for (auto [name, level] : {std::pair{L"FATAL", 50000}, {L"ERROR", 40000}, {L"WARN", 30000}, {L"INFO", 20000},
                              {L"DEBUG", 10000}, {L"TRACE", 5000}, {L"VERBOSE", 2500}})
@@ -94,7 +91,7 @@ TEST_F(LogBootstrap, NothingConfiguredChoosesNothingAndWritesNoFile) {
 TEST_F(LogBootstrap, TracingCollectorConfiguresTheModuleWithAGeneratedFileThenEmptiesIt) {
   ActivateTracing();
   PlaceModule(FakeLoggingModule(), test_.context.runtimeDirectory);
-  Prepare(test_.context.runtimeDirectory, [](FakeLoggingRecord& record) { record.level = 10000; });
+  Prepare(test_.context.runtimeDirectory).level = 10000;
 
   BootstrapResult result = SelectLogger(test_.context, kFunction);
   ResultGuard guard{result};
@@ -105,11 +102,9 @@ TEST_F(LogBootstrap, TracingCollectorConfiguresTheModuleWithAGeneratedFileThenEm
   EXPECT_EQ(result.propertiesFile, Native(test_.context.temporaryDirectory + L"lmsdk_logs/lmxlog.properties"));
 
   const FakeLoggingRecord& record = *RecordOf(result.module);
-  EXPECT_EQ(record.factoryCalls, 1);
-  EXPECT_EQ(record.requestedIid, 0x3870DB28);
-  EXPECT_EQ(record.configureCalls, 1);
-  EXPECT_EQ(record.configureKind, 2);
-  EXPECT_EQ(record.watchDelay, 0);
+  EXPECT_EQ(std::tuple(record.factoryCalls, record.requestedIid, record.configureCalls, record.configureKind,
+                       record.watchDelay),
+            std::tuple(1, 0x3870DB28, 1, 2, 0));
   EXPECT_EQ(std::wstring(record.configurePath), result.propertiesFile);
   // Written in text mode: line ends are the platform's own.
   std::string properties = record.propertiesText;
@@ -120,8 +115,7 @@ TEST_F(LogBootstrap, TracingCollectorConfiguresTheModuleWithAGeneratedFileThenEm
                "log4j.appender.QTR.layout=org.apache.log4j.PatternLayout\n"
                "log4j.appender.QTR.layout.ConversionPattern=%m\n");
   EXPECT_EQ(std::wstring(record.name), L"lmsdk.bootstrap_test");
-  EXPECT_EQ(record.logCalls, 1);
-  EXPECT_EQ(record.logLevel, 20000);
+  EXPECT_EQ(std::pair(record.logCalls, record.logLevel), std::pair(1, 20000));
   EXPECT_EQ(std::wstring(record.message), L"Logger 'lmsdk.bootstrap_test' created with level 10000");
   EXPECT_STREQ(record.file, "log_utils/src/log_utils.cpp");
   EXPECT_STREQ(record.function, kFunction);
@@ -130,17 +124,14 @@ TEST_F(LogBootstrap, TracingCollectorConfiguresTheModuleWithAGeneratedFileThenEm
   std::error_code error;
   EXPECT_EQ(fs::file_size(ToPath(result.propertiesFile), error), 0u) << "emptied after the module read it";
   EXPECT_TRUE(test_.events.empty());
-}
 
-TEST_F(LogBootstrap, CreatedLineOnlyWhenTheModuleEnablesInfo) {
-  ActivateTracing();
-  PlaceModule(FakeLoggingModule(), test_.context.runtimeDirectory);
-  Prepare(test_.context.runtimeDirectory, [](FakeLoggingRecord& record) { record.level = 30000; });
-  BootstrapResult result = SelectLogger(test_.context, kFunction);
-  ResultGuard guard{result};
-  ASSERT_NE(result.logger, nullptr);
-  EXPECT_EQ(RecordOf(result.module)->logCalls, 0);
-  EXPECT_EQ(std::wstring(RecordOf(result.module)->name), L"lmsdk.bootstrap_test");
+  // The created line only when the module enables INFO.
+  RecordOf(result.module)->level = 30000;
+  RecordOf(result.module)->logCalls = 0;
+  BootstrapResult quiet = SelectLogger(test_.context, kFunction);
+  ResultGuard quietGuard{quiet};
+  ASSERT_NE(quiet.logger, nullptr);
+  EXPECT_EQ(RecordOf(quiet.module)->logCalls, 0);
 }
 
 TEST_F(LogBootstrap, ModuleSearchOrder) {
@@ -198,7 +189,7 @@ TEST_F(LogBootstrap, ModuleWithoutAValidTableOrConfigurationGivesNoLogger) {
   const std::wstring refusing = folder_.Directory("refusing");
   PlaceModule(FakeLoggingModule(), refusing);
   test_.context.runtimeDirectory = refusing;
-  Prepare(refusing, [](FakeLoggingRecord& record) { record.refuseConfigure = true; });
+  Prepare(refusing).refuseConfigure = true;
   BootstrapResult unconfigured = SelectLogger(test_.context, kFunction);
   ResultGuard unconfiguredGuard{unconfigured};
   ASSERT_NE(unconfigured.module, nullptr);

@@ -9,6 +9,7 @@
 
 #include "core_metadata.h"
 #include "host_session.h"
+#include "metadata_fakes.h"
 #include "test_support.h"
 
 using namespace Norvik::Lumetra;
@@ -25,56 +26,12 @@ std::unique_ptr<Metadata, MetadataDeleter> NewStore() {
   return std::unique_ptr<Metadata, MetadataDeleter>(metadata);
 }
 
-// A serialisable object; counted or not, with a private payload and a record of calls.
-class Serializable final : public LMXSerializableService, public Reference {
- public:
-  static constexpr InterfaceId kIid = 0x11110001;
-  static constexpr InterfaceId kIid2 = kIid;
-
-  Serializable(bool counted, std::vector<uint8_t> payload, int32_t dataSize)
-      : counted_(counted), payload_(std::move(payload)), dataSize_(dataSize) {}
-
-  void* QueryInstance(InterfaceId iid) override {
-    if (iid == 0 || iid == kIid) return static_cast<LMXSerializableService*>(this);
-    if (iid == LMXSerializableService::kIid) return static_cast<LMXSerializableService*>(this);
-    if (counted_ && iid == Reference::kIid) return static_cast<Reference*>(this);
-    return nullptr;
-  }
-  uint32_t AddRef() override { return ++refs; }
-  void Release() override { --refs; }
-  Status QueryProfile(ProfileInfo* profile, uint8_t* data) override {
-    ++queries;
-    std::memset(profile, 0, sizeof(*profile));
-    profile->dataSize = dataSize_;
-    if (data) std::memcpy(data, payload_.data(), payload_.size());
-    return LMX_STATUS_NO_ERROR;
-  }
-  Status SetProfile(ProfileInfo* profile, uint8_t* data) override {
-    if (refuse) return LMX_STATUS_PARAM_UNSUPPORTED;
-    received.assign(data, data + profile->dataSize);
-    return LMX_STATUS_NO_ERROR;
-  }
-  void Destroy(uint32_t) override {}
-
-  int refs = 1;
-  int queries = 0;
-  bool refuse = false;
-  std::vector<uint8_t> received;
-
- private:
-  bool counted_;
-  std::vector<uint8_t> payload_;
-  int32_t dataSize_;
-};
+using Serializable = lmxtest::FakeSerializable;
 
 }  // namespace
 
-TEST(Metadata, IdentitiesAndUidsReservedAndReused) {
+TEST(Metadata, UidsAreReservedAndReused) {
   auto store = NewStore();
-  for (InterfaceId iid : {0, Metadata::kIid, Metadata::kIid2}) EXPECT_EQ(store->QueryInstance(iid), store.get());
-  EXPECT_NE(store->QueryInstance(LMXMetadataInternal::kIid), nullptr);
-  EXPECT_EQ(store->QueryInstance(0x1234), nullptr);
-
   EXPECT_EQ(store->QueryUID(), 528385);
   EXPECT_EQ(store->QueryUID(), 528386);
   EXPECT_EQ(store->QueryMetadata(0), 528385) << "reserved records count in the walk";
@@ -101,15 +58,13 @@ TEST(Metadata, BuffersAreCopiedAndGuarded) {
   EXPECT_EQ(store->QueryBuffer(7, out, 3), LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(out[0], 0) << "a too small buffer gets nothing";
   EXPECT_EQ(store->QueryBuffer(7, out, -1), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_EQ(store->QueryBuffer(7, nullptr, 4), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_EQ(store->QueryBuffer(8, out, 4), LMX_STATUS_ITEM_UNAVAILABLE);
   EXPECT_EQ(store->QueryBuffer(7, out, 4), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(out[0], 1);
-  EXPECT_EQ(store->QueryBuffer(8, out, 4), LMX_STATUS_ITEM_UNAVAILABLE);
-  EXPECT_EQ(store->QueryBuffer(7, nullptr, 4), LMX_STATUS_HANDLE_INVALID);
-
-  capture->Clear();
-  EXPECT_EQ(store->AttachBuffer(9, bytes, 0), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_EQ(store->AttachBuffer(9, bytes, -4), LMX_STATUS_HANDLE_INVALID) << "never read as a huge size";
-  EXPECT_EQ(store->AttachBuffer(9, nullptr, 4), LMX_STATUS_HANDLE_INVALID);
+  // Zero, negative (never read as a huge size) and null.
+  for (auto [data, size] : {std::pair{bytes, 0}, {bytes, -4}, {static_cast<uint8_t*>(nullptr), 4}})
+    EXPECT_EQ(store->AttachBuffer(9, data, size), LMX_STATUS_HANDLE_INVALID) << size;
   EXPECT_EQ(store->QueryBufferSize(9), 0);
 
   auto* internal = static_cast<LMXMetadataInternal*>(store->QueryInstance(LMXMetadataInternal::kIid));

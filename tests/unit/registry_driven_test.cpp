@@ -1,10 +1,13 @@
-// Behaviour chosen by registry values, on either back end: the worker pool by
-// "NumberThreads", the forced debugger-output logger by "DebugView".
+// Registry values on either back end (a .reg file or the real registry): keys as
+// RegistryKey reads them, the worker pool chosen by "NumberThreads", the forced
+// debugger-output logger by "DebugView".
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "corescheduler_pool.h"
+#include "lmx/platform/registry.h"
 #include "log_bootstrap_support.h"
 #include "support/test_registry.h"
 
@@ -23,6 +26,29 @@ int32_t ForcedDebugViewLevel(TestContext& test) {
   return result.logger->QueryLevel();
 }
 }  // namespace
+
+TEST(RegistryDriven, KeysReadTypedValuesByCaseInsensitiveNameAndListDirectSubkeys) {
+  using lmx::platform::RegistryKey;
+  ScopedTestRegistry registry;
+  const std::wstring root = L"Software\\Norvik\\LMSDKTest";
+  registry.SetString(root, L"DebugView", L"say \"hi\" C:\\dir");
+  registry.SetString(root, L"Empty", L"");
+  registry.SetDword(root, L"NumberThreads", 0xFFFFFFFFu);
+  registry.SetDword(root + L"\\Beta", L"v", 1);
+  registry.SetDword(root + L"\\Alpha\\Nested", L"v", 2);  // Alpha exists through its descendant
+  const RegistryKey key = RegistryKey::OpenLocalMachine(L"SOFTWARE\\norvik\\LMSDKTest");
+  ASSERT_TRUE(key.IsOpen());
+  EXPECT_EQ(key.ReadString(L"debugview"), L"say \"hi\" C:\\dir");
+  EXPECT_EQ(key.ReadString(L"Empty"), L"");
+  EXPECT_EQ(key.ReadDword(L"NUMBERTHREADS"), 0xFFFFFFFFu);
+  // A value of the other type, or none at all, answers nothing.
+  EXPECT_FALSE(key.ReadDword(L"DebugView") || key.ReadString(L"NumberThreads") || key.ReadString(L"Missing"));
+  auto subkeys = key.EnumerateSubkeys();
+  std::sort(subkeys.begin(), subkeys.end());
+  EXPECT_EQ(subkeys, (std::vector<std::wstring>{L"Alpha", L"Beta"}));
+  const RegistryKey missing = RegistryKey::OpenLocalMachine(root + L"\\Nowhere");
+  EXPECT_FALSE(missing.IsOpen() || missing.ReadString(L"DebugView") || !missing.EnumerateSubkeys().empty());
+}
 
 TEST(RegistryDriven, NumberThreadsOneSelectsTheSingleWorker) {
   ScopedTestRegistry registry;

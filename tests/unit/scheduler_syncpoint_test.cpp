@@ -155,9 +155,6 @@ TEST_F(SyncPointTest, ReferenceCountAndUnsignalledDestruction) {
   LMXSyncPoint* sp = nullptr;
   ASSERT_EQ(scheduler.service()->CreateSyncPoint(0, nullptr, &sp), LMX_STATUS_NO_ERROR);
   auto* reference = static_cast<Reference*>(sp->QueryInstance(Reference::kIid));
-  ASSERT_NE(reference, nullptr);
-  EXPECT_EQ(sp->QueryInstance(LMXSyncPoint::kIid2), sp);
-  EXPECT_EQ(sp->QueryInstance(0x1234), nullptr);
   EXPECT_EQ(reference->AddRef(), 2u);
   reference->Release();
   EXPECT_FALSE(capture->Contains("Attempt to delete SP"));

@@ -8,7 +8,6 @@
 #include "log_bootstrap_support.h"
 
 using lmx::platform::RegistryKey;
-using lmx::platform::RegistryView;
 
 namespace {
 
@@ -35,12 +34,6 @@ const char kSample[] =
     "\"Big\"=hex(4):78,56,34,\\\r\n"
     "  12\r\n"
     "\r\n"
-    "[HKEY_LOCAL_MACHINE\\Software\\Wow6432Node\\Norvik\\LMSDK\\Logging]\r\n"
-    "\"ConfigFile\"=\".\\\\lmxlog.properties\"\r\n"
-    "\r\n"
-    "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Beta\\Dispatch\\Rt1]\r\n"
-    "\"cuid\"=dword:0000002a\r\n"
-    "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Alpha]\r\n"
     "[HKEY_CURRENT_USER\\Software\\Norvik\\LMSDK]\r\n"
     "\"NumberThreads\"=dword:00000009\r\n";
 
@@ -59,29 +52,6 @@ TEST_F(RegistryFile, ReadsTypedValuesCaseInsensitivelyWithEscapes) {
   EXPECT_EQ(logging.ReadString(L"DebugView"), L"VERBOSE");
   EXPECT_EQ(logging.ReadString(L"Expanded"), L"%TMP%");
   EXPECT_EQ(logging.ReadDword(L"Big"), 0x12345678u) << "hex data continued on the next line";
-}
-
-TEST_F(RegistryFile, ThirtyTwoBitViewReadsTheWow6432NodeTwin) {
-  Write(kSample);
-  const std::wstring logging = L"Software\\Norvik\\LMSDK\\Logging";
-  EXPECT_FALSE(RegistryKey::OpenLocalMachine(logging).ReadString(L"ConfigFile"));
-  EXPECT_EQ(RegistryKey::OpenLocalMachine(logging, RegistryView::k32Bit).ReadString(L"ConfigFile"),
-            L".\\lmxlog.properties");
-  EXPECT_EQ(RegistryKey::OpenLocalMachine(L"Software\\Wow6432Node\\Norvik\\LMSDK\\Logging", RegistryView::k32Bit)
-                .ReadString(L"ConfigFile"),
-            L".\\lmxlog.properties")
-      << "a Wow6432Node path is read literally";
-}
-
-TEST_F(RegistryFile, SubkeysIncludeKeysImpliedByDescendantsInTheirOwnCase) {
-  Write(kSample);
-  auto subkeys = RegistryKey::OpenLocalMachine(L"Software\\Norvik\\LMSDK").EnumerateSubkeys();
-  std::sort(subkeys.begin(), subkeys.end());
-  EXPECT_EQ(subkeys, (std::vector<std::wstring>{L"Alpha", L"Beta", L"Logging"}));
-  auto implied = RegistryKey::OpenLocalMachine(L"Software\\Norvik\\LMSDK\\Beta");
-  EXPECT_TRUE(implied.IsOpen());
-  EXPECT_EQ(implied.EnumerateSubkeys(), (std::vector<std::wstring>{L"Dispatch"}));
-  EXPECT_EQ(RegistryKey::OpenLocalMachine(L"Software\\Norvik\\LMSDK\\Beta\\Dispatch\\Rt1").ReadDword(L"cuid"), 42u);
 }
 
 TEST_F(RegistryFile, Utf16FileWithBomAndDeletions) {
