@@ -48,7 +48,6 @@ def test_views_are_the_planes_and_die_with_their_block(frame):
 def test_conversions_match_the_tool_bit_for_bit(frame, tmp_path):
     yuy2, image = frame
     assert [p.shape for p in image.to_numpy(Format.NV12, rotate=270)] == [(W, H), (W, H // 2)]
-    assert image.to_numpy(Format.Y16, rotate=90).dtype == np.uint16
     tool = os.path.join(os.environ.get("LMX_BIN_DIR", ""), "lmxtool")
     if not os.path.exists(tool):
         pytest.skip("lmxtool not built")

@@ -75,11 +75,11 @@ TEST(ConcurrentPointerMap, WriterHoldsTheEntryUntilItsAccessorEnds) {
     a.value() = 42;
   }
   reader.join();
+  Map::ConstAccessor r;
+  EXPECT_FALSE(map.Find(r, &other));
   Map::Accessor a;
   EXPECT_FALSE(map.Insert(a, &key)) << "an existing entry is kept";
   EXPECT_EQ(a.value(), 42);
-  Map::ConstAccessor r;
-  EXPECT_FALSE(map.Find(r, &other));
   map.Erase(a);
   EXPECT_TRUE(a.empty());
   EXPECT_FALSE(map.Erase(&key));
