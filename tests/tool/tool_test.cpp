@@ -181,26 +181,4 @@ TEST_F(Lmxtool, BadArgumentsAndUnreadableFilesFailCleanly) {
   }
 }
 
-TEST_F(Lmxtool, DemoWritesBarsInOrderASmoothRampAndTheResampledTones) {
-  RunOk("demo --out " + P("out"));
-  int width = 0, height = 0;
-  const std::vector<uint8_t> bars = ReadPng("out/colour_bars.png", PNG_FORMAT_RGB, &width, &height);
-  ASSERT_EQ(bars.size(), static_cast<size_t>(width) * height * 3);
-  // White, yellow, cyan, green, magenta, red, blue, black: bits 2, 4 and 1 of the
-  // bar's index turn red, green and blue off.
-  const int offBit[3] = {2, 4, 1};
-  for (int bar = 0; bar < 8; ++bar) {
-    const uint8_t* pixel = &bars[((height / 2) * width + width * bar / 8 + width / 16) * 3];
-    for (int c = 0; c < 3; ++c) EXPECT_NEAR(pixel[c], bar & offBit[c] ? 0 : 255, 4) << bar << "/" << c;
-  }
-  const std::vector<uint8_t> depth = ReadPng("out/depth_ramp.png", PNG_FORMAT_RGB, &width, &height);
-  ASSERT_FALSE(depth.empty());
-  const uint8_t* row = &depth[static_cast<size_t>(height - 1) * width * 3];  // below the near disc
-  EXPECT_GT(row[2], row[0]) << "near is blue";
-  EXPECT_GT(row[(width - 1) * 3], row[(width - 1) * 3 + 2]) << "far is red";
-  for (int x = 3; x < width * 3; ++x) ASSERT_LE(std::abs(row[x] - row[x - 3]), 8) << "smooth at " << x / 3;
-  const SF_INFO tones = WavInfo("out/tones_16k_mono.wav");
-  EXPECT_EQ(std::tuple(tones.samplerate, tones.channels, tones.frames), std::tuple(16000, 1, sf_count_t{32000}));
-}
-
 }  // namespace

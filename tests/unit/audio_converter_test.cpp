@@ -1,6 +1,6 @@
 // The audio converter over fake audio objects: pass-through, set-up and its log
-// line, streaming in chunks, multi-channel sources and destinations, failures,
-// and the real allocator end to end.
+// line, streaming in chunks, multi-channel sources and destinations, failures.
+// The real allocator's audio objects are converted end to end by lmxtool's tests.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -8,12 +8,10 @@
 
 #include "audio_converter.h"
 #include "audio_fakes.h"
-#include "lmxallocator.h"
 #include "module_factories.h"
 #include "test_support.h"
 
 using lmx::AudioConverter;
-using lmx::CreateAllocator;
 using lmx::CreateAudioConverter;
 
 using namespace Norvik::Lumetra;
@@ -203,32 +201,4 @@ TEST_F(AudioConverterTest, FailuresLogAndReturnTheirStatus) {
   EXPECT_EQ(orphan->ConvertAudio(src, kMono16k, dst), LMX_STATUS_ALLOC_FAILED);
   orphan->Release();
   for (auto* object : {src, odd, empty}) object->Release();
-}
-
-// The factory's converter on the real allocator's audio objects gives the stream
-// the fake objects give.
-TEST(AudioConverterEndToEnd, RealAllocatorConverts48kHzTo16kHz) {
-  Base* allocatorObject = nullptr;
-  ASSERT_EQ(CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, &allocatorObject), LMX_STATUS_NO_ERROR);
-  auto* allocator = static_cast<LMXAllocator*>(allocatorObject);
-  LMXAudioConversion* converter = MakeConverter(allocatorObject);
-  std::vector<int16_t> tone = Noise(4800, 11);
-  LMXAudio::AudioInfo info = MakeInfo(4800, LMXAudio::AUDIO_FORMAT_PCM, 48000, 1);
-  LMXAudio::AudioData given{LMXAudio::AUDIO_FORMAT_PCM, 4800, reinterpret_cast<uint8_t*>(tone.data())};
-  LMXAudio* src = nullptr;
-  ASSERT_EQ(allocator->CreateAudio(&info, 0, &given, &src), LMX_STATUS_NO_ERROR);
-
-  LMXAudio* dst = nullptr;
-  ASSERT_EQ(converter->ConvertAudio(src, kMono16k, dst), LMX_STATUS_NO_ERROR);
-  EXPECT_EQ(dst->QueryInfo().sampleRate, 16000);
-  LMXAudio::AudioData out{};
-  ASSERT_EQ(dst->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_PCM, &out), LMX_STATUS_NO_ERROR);
-  const auto* samples = reinterpret_cast<const int16_t*>(out.dataPtr);
-  auto* fakes = new FakeAllocator;
-  LMXAudioConversion* reference = MakeConverter(fakes);
-  EXPECT_EQ(std::vector<int16_t>(samples, samples + out.dataSize), Stream(reference, tone, 48000, 1, 16000, 4800));
-  EXPECT_EQ(dst->ReleaseAccess(&out), LMX_STATUS_NO_ERROR);
-  for (Base* object : {static_cast<Base*>(dst), static_cast<Base*>(src), static_cast<Base*>(converter),
-                       static_cast<Base*>(reference), static_cast<Base*>(allocator), static_cast<Base*>(fakes)})
-    object->Release();
 }

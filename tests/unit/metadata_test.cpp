@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstring>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "core_metadata.h"
@@ -71,8 +72,7 @@ TEST(Metadata, BuffersAreCopiedAndGuarded) {
   uint8_t* stored = nullptr;
   int32_t size = 0;
   ASSERT_EQ(internal->QueryInternalBuffer(7, &stored, &size), LMX_STATUS_NO_ERROR);
-  EXPECT_EQ(size, 4);
-  EXPECT_EQ(stored[3], 4);
+  EXPECT_EQ(std::pair(size, stored[3]), std::pair(4, uint8_t{4}));
   EXPECT_EQ(internal->QueryInternalBuffer(8, &stored, &size), LMX_STATUS_ITEM_UNAVAILABLE);
   EXPECT_EQ(store->AttachSerializable(9, nullptr), LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(lmx::CreateMetadata(nullptr, nullptr), LMX_STATUS_HANDLE_INVALID);
@@ -82,8 +82,7 @@ TEST(Metadata, BuffersAreCopiedAndGuarded) {
 // nothing or its own complete record, and every UID is handed out once.
 TEST(Metadata, ConcurrentAttachAndQueryKeepRecordsWhole) {
   auto store = NewStore();
-  constexpr int kThreads = 4;
-  constexpr int kRounds = 300;
+  constexpr int kThreads = 4, kRounds = 300;
   std::atomic<int> faults{0};
   std::vector<std::vector<int32_t>> uids(kThreads);
   std::vector<std::thread> threads;
@@ -115,8 +114,7 @@ TEST(Metadata, CountedObjectsStayLiveUntilReadOthersAreSerialisedAtOnce) {
   auto store = NewStore();
   Serializable counted(true, {1, 2, 3}, 3);
   ASSERT_EQ(store->AttachSerializable(1, static_cast<LMXSerializableService*>(&counted)), LMX_STATUS_NO_ERROR);
-  EXPECT_EQ(counted.refs, 2) << "the store holds a reference";
-  EXPECT_EQ(counted.queries, 0) << "never serialised before it is read";
+  EXPECT_EQ(std::pair(counted.refs, counted.queries), std::pair(2, 0)) << "held, never serialised before a read";
   EXPECT_EQ(store->QueryBufferSize(1), 640 + 3);
   EXPECT_EQ(counted.queries, 2);
   std::vector<uint8_t> bytes(643);
@@ -125,8 +123,7 @@ TEST(Metadata, CountedObjectsStayLiveUntilReadOthersAreSerialisedAtOnce) {
 
   Serializable plain(false, {9, 8}, 2);
   ASSERT_EQ(store->AttachSerializable(2, static_cast<LMXSerializableService*>(&plain)), LMX_STATUS_NO_ERROR);
-  EXPECT_EQ(plain.queries, 2);
-  EXPECT_EQ(plain.refs, 1);
+  EXPECT_EQ(std::pair(plain.refs, plain.queries), std::pair(1, 2)) << "serialised at once, not held";
   EXPECT_EQ(store->QueryBufferSize(2), 642);
 
   EXPECT_EQ(store->DetachMetadata(1), LMX_STATUS_NO_ERROR);
@@ -200,9 +197,9 @@ TEST(Metadata, CreateSerializableRebuildsThroughTheSession) {
   ASSERT_EQ(store->CreateSerializable(7, Serializable::kIid, &instance), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(instance, static_cast<LMXSerializableService*>(&accepting));
   EXPECT_EQ(accepting.received, (std::vector<uint8_t>{9, 8}));
-  EXPECT_EQ(refusing.refs, 0) << "a candidate that refuses the state is released";
-  EXPECT_EQ(other.refs, 1) << "another implementation code is never created";
-  EXPECT_EQ(accepting.refs, 2) << "the creation reference for the caller, one kept by the store";
+  // A candidate refusing the state is released; another code is never created; the
+  // one accepting has the creation reference for the caller and one kept by the store.
+  EXPECT_EQ(std::tuple(refusing.refs, other.refs, accepting.refs), std::tuple(0, 1, 2));
   EXPECT_EQ(session.queryImplCalls, 2);
   ASSERT_EQ(store->CreateSerializable(7, Serializable::kIid, &instance), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(accepting.refs, 3) << "the live object is handed out again";

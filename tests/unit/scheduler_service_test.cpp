@@ -32,8 +32,7 @@ TEST(SchedulerService, SessionsWithoutServiceGetPrivateMasters) {
   EXPECT_EQ(orphan.status(), LMX_STATUS_NO_ERROR);
   HostSession bare{HostSession::WithoutService{}};
   SchedulerRef first(&bare), second(&bare);
-  EXPECT_TRUE(first->IsMaster());
-  EXPECT_TRUE(second->IsMaster()) << "nobody can find a private master";
+  EXPECT_TRUE(first->IsMaster() && second->IsMaster()) << "nobody can find a private master";
   RecordingTask task(L"(inline) works");
   EXPECT_EQ(second.service()->RequestInputs(0, nullptr, &task), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(task.Runs(), 1);
@@ -41,10 +40,8 @@ TEST(SchedulerService, SessionsWithoutServiceGetPrivateMasters) {
 
 TEST(SchedulerService, SchedulersOfOneSessionShareTheMaster) {
   HostSession session;
-  SchedulerRef first(&session);
-  SchedulerRef second(&session);
-  EXPECT_EQ(second->Master(), first.get());
-  EXPECT_EQ(second->State(), first->State());
+  SchedulerRef first(&session), second(&session);
+  EXPECT_TRUE(second->Master() == first.get() && second->State() == first->State());
   EXPECT_EQ(first->State()->users, 2u);
 
   int output;
@@ -70,25 +67,23 @@ TEST(SchedulerService, DestructionOrderAndANewMaster) {
   auto oldState = (*master)->State();
   follower.reset();
   EXPECT_EQ(oldState->users, 1u);
-  ASSERT_NE(oldState->task_scheduler, nullptr) << "the master keeps working";
   RecordingTask task(L"After");
   (*master)->SubmitTask(&task, LMX_STATUS_NO_ERROR);
-  ASSERT_TRUE(task.WaitForRuns(1));
+  ASSERT_TRUE(task.WaitForRuns(1)) << "the master keeps working";
   master.reset();
   EXPECT_EQ(*slot, nullptr) << "the last scheduler frees the slot";
   EXPECT_EQ(oldState->task_scheduler, nullptr);
 
   SchedulerRef fresh(&session);
-  EXPECT_TRUE(fresh->IsMaster());
-  EXPECT_NE(fresh->State(), oldState);
-  EXPECT_NE(fresh->State()->task_scheduler, nullptr) << "with a pool of its own";
+  EXPECT_TRUE(fresh->IsMaster() && fresh->State() != oldState && fresh->State()->task_scheduler)
+      << "a new master with a pool of its own";
 
   // The master going first leaves its follower working and frees the slot.
   auto follower2 = std::make_unique<SchedulerRef>(&session);
   fresh.reset();
   EXPECT_EQ(*slot, nullptr);
   RecordingTask late(L"(inline) late");
-  EXPECT_EQ((*follower2)->SubmitTask(&late, LMX_STATUS_NO_ERROR), LMX_STATUS_NO_ERROR);
+  (*follower2)->SubmitTask(&late, LMX_STATUS_NO_ERROR);
   EXPECT_EQ(late.Runs(), 1);
   SchedulerRef another(&session);
   EXPECT_TRUE(another->IsMaster());

@@ -87,8 +87,7 @@ TEST_F(SyncPointTest, WaitManyCountsNullsAgainstTheLimit) {
 }
 
 TEST_F(SyncPointTest, WaitAnyMapsTheIndexBackThroughNulls) {
-  LMXSyncPoint* a = Make();
-  LMXSyncPoint* b = Make();
+  LMXSyncPoint *a = Make(), *b = Make();
   ForeignSyncPoint foreign;  // skipped like a null entry
   LMXSyncPoint* sps[] = {&foreign, a, b};
   int32_t idx = -7;
@@ -103,7 +102,6 @@ TEST_F(SyncPointTest, WaitAnyMapsTheIndexBackThroughNulls) {
   void* events[] = {nullptr, raw};
   LMXSyncPoint* pending[] = {nullptr, a, nullptr};
   lmx::platform::SetEvent(raw);
-  idx = -7;
   EXPECT_EQ(a->SynchronizeExINT(3, pending, 2, events, &idx, 100), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(idx, 4);
   lmx::platform::CloseEvent(raw);
@@ -111,9 +109,7 @@ TEST_F(SyncPointTest, WaitAnyMapsTheIndexBackThroughNulls) {
 
 TEST_F(SyncPointTest, WaitAllReportsTheFirstErrorAndIgnoresWarnings) {
   ScopedCapture capture;
-  LMXSyncPoint* a = Make();
-  LMXSyncPoint* b = Make();
-  LMXSyncPoint* c = Make();
+  LMXSyncPoint *a = Make(), *b = Make(), *c = Make();
   LMXSyncPoint* sps[] = {a, nullptr, b, c};
   Signal(a, LMX_STATUS_TIME_GAP);
   Signal(b, LMX_STATUS_PARAM_INPLACE);
