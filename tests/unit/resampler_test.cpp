@@ -65,9 +65,9 @@ TEST(Resampler, SetUpLimits) {
   ASSERT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(44100, 48000, 64, &size, &len, &num, vkpAlgHintAccurate), kVkpOk);
   EXPECT_EQ(std::pair(num, len), std::pair(160, 64));
   EXPECT_GE(size, 160 * 64 * (8 + 4));  // the bank in double and in float
-  // (in rate, out rate, length, answer); coprime rates would need 48000 phases.
   ASSERT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(48000, 16000, 64, &size, &len, &num, vkpAlgHintAccurate), kVkpOk);
   EXPECT_EQ(num, 1);
+  // (in rate, out rate, length, answer); coprime rates would need 48000 phases.
   for (auto [in, out, length, answer] : {std::tuple{44101, 48000, 64, kVkpTooManyPhases}, {48000, 1000, 64, kVkpBadRatio},
                                          {0, 16000, 64, kVkpBadRate}, {16000, -1, 64, kVkpBadRate},
                                          {16000, 8000, 60, kVkpBadLength}})
