@@ -131,7 +131,7 @@ FAULTS = [
     ("L04", "log_utils/src/log_bootstrap.cpp", "{L\"WARN\", LOG_LEVEL_WARN}", "{L\"WARNING\", LOG_LEVEL_WARN}",
      "level name WARN not recognised"),
     ("L05", "log_utils/src/log_bootstrap.cpp", "{kDispatchKey, L\"LocalRuntime\", true}",
-     "{kDispatchKey, L\"LocalRunTime\", true}", "registry value name of the local runtime misspelt"),
+     "{kDispatchKey, L\"LocalRuntme\", true}", "registry value name of the local runtime misspelt"),
     # Audio.
     ("A01", "liblmxcore/src/dsp/audio_kernels_avx2.cpp", "_mm256_packs_epi32(_mm256_cvtps_epi32(a), _mm256_cvtps_epi32(b))",
      "_mm256_packs_epi32(_mm256_cvttps_epi32(a), _mm256_cvttps_epi32(b))",

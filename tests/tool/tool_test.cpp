@@ -68,13 +68,6 @@ class Lmxtool : public ::testing::Test {
     if (width) *width = static_cast<int>(image.width), *height = static_cast<int>(image.height);
     return pixels;
   }
-  SF_INFO WavInfo(const std::string& name) {
-    SF_INFO info{};
-    SNDFILE* file = sf_open(P(name).c_str(), SFM_READ, &info);
-    EXPECT_NE(file, nullptr) << name;
-    if (file) sf_close(file);
-    return info;
-  }
 
   const fs::path dir = fs::temp_directory_path() / ("lmxtool_test_" + std::to_string(::getpid()) + "_" +
                                                     ::testing::UnitTest::GetInstance()->current_test_info()->name());
@@ -110,8 +103,6 @@ TEST_F(Lmxtool, PictureFilesConvertRotateMirrorAndRunInBatches) {
 
   const std::vector<uint8_t> grey = Pattern(3 * 2, 5);  // 3 wide, 2 high
   WritePnm("in.pgm", 3, 2, 1, grey);
-  RunOk("convert " + P("in.pgm") + " " + P("rotated.png") + " --rotate 180");
-  EXPECT_EQ(ReadPng("rotated.png", PNG_FORMAT_GRAY), std::vector<uint8_t>(grey.rbegin(), grey.rend()));
   RunOk("convert " + P("in.pgm") + " " + P("rotated90.png") + " --to Y8 --rotate 90");
   EXPECT_EQ(ReadPng("rotated90.png", PNG_FORMAT_GRAY, &width, &height).size(), 6u);
   EXPECT_EQ(std::pair(width, height), std::pair(2, 3));
@@ -146,7 +137,9 @@ TEST_F(Lmxtool, ResampledFileKeepsRateLengthAndFormat) {
 
   EXPECT_NE(RunOk("resample " + P("tone.wav") + " " + P("out.wav") + " --rate 16000").out.find("48000 Hz"),
             std::string::npos);
-  const SF_INFO out = WavInfo("out.wav");
+  SF_INFO out{};
+  ASSERT_NE(file = sf_open(P("out.wav").c_str(), SFM_READ, &out), nullptr);
+  sf_close(file);
   EXPECT_EQ(std::tuple(out.samplerate, out.channels, out.frames, out.format & SF_FORMAT_SUBMASK),
             std::tuple(16000, 1, sf_count_t{16000}, SF_FORMAT_PCM_16));
 }

@@ -1,6 +1,5 @@
 // Registry values on either back end (a .reg file or the real registry): keys as
-// RegistryKey reads them, the worker pool chosen by "NumberThreads", the forced
-// debugger-output logger by "DebugView".
+// RegistryKey reads them and the worker pool chosen by "NumberThreads".
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,24 +7,11 @@
 
 #include "corescheduler_pool.h"
 #include "lmx/platform/registry.h"
-#include "log_bootstrap_support.h"
 #include "support/test_registry.h"
 
 using namespace lmxtest;
-using namespace lmsdk::log_bootstrap;
 
-namespace {
 const std::wstring kSdkKey = L"Software\\Norvik\\LMSDK";
-const std::wstring kLoggingKey = L"Software\\Norvik\\LMSDK\\Logging";
-
-int32_t ForcedDebugViewLevel(TestContext& test) {
-  BootstrapResult result = SelectLogger(test.context, "test");
-  ResultGuard guard{result};
-  if (result.source != LoggerSource::kDebugView || !result.logger) return -1;
-  EXPECT_EQ(result.module, nullptr) << "a forced debugger output loads no logging module";
-  return result.logger->QueryLevel();
-}
-}  // namespace
 
 TEST(RegistryDriven, KeysReadTypedValuesByCaseInsensitiveNameAndListDirectSubkeys) {
   using lmx::platform::RegistryKey;
@@ -65,16 +51,4 @@ TEST(RegistryDriven, NumberThreadsOneSelectsTheSingleWorker) {
     ASSERT_NE(threads, nullptr) << value;
     EXPECT_EQ(threads->ThreadCount(), lmx::HardwareThreadCount()) << "the value is not a thread count";
   }
-}
-
-TEST(RegistryDriven, DebugViewLevelsAreExactAndPerModuleValuesWin) {
-  TempFolder folder;
-  TestContext test(folder);
-  ScopedTestRegistry registry;
-  EXPECT_EQ(ForcedDebugViewLevel(test), -1) << "no value: no forced debugger output";
-
-  registry.SetString(kLoggingKey, L"DebugView", L"VERBOSE");
-  EXPECT_EQ(ForcedDebugViewLevel(test), 2500);
-  registry.SetString(kLoggingKey, test.context.moduleName, L"ERROR");
-  EXPECT_EQ(ForcedDebugViewLevel(test), 40000) << "the value named after the module overrides DebugView";
 }

@@ -85,30 +85,3 @@ TEST(ConcurrentPointerMap, WriterHoldsTheEntryUntilItsAccessorEnds) {
   EXPECT_FALSE(map.Erase(&key));
   EXPECT_EQ(map.Size(), 0u);
 }
-
-TEST(ConcurrentPointerMap, ConcurrentInsertFindErase) {
-  Map map;
-  static char keys[256];
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&, t] {
-      for (int round = 0; round < 200; ++round) {
-        for (int k = t; k < 256; k += 2) {  // threads overlap on half the keys
-          Map::Accessor a;
-          map.Insert(a, &keys[k]);
-          ++a.value();
-        }
-        for (int k = 0; k < 256; k += 3) {
-          Map::ConstAccessor r;
-          if (map.Find(r, &keys[k])) { EXPECT_GT(r.value(), 0); }
-        }
-        if (round % 50 == 49)
-          for (int k = t; k < 256; k += 4) map.Erase(&keys[k]);
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_LE(map.Size(), 256u);
-  map.Clear();
-  EXPECT_EQ(map.Size(), 0u);
-}

@@ -57,6 +57,12 @@ TEST_F(LogBootstrapRegistry, DebugViewIsForcedByTheRegistry) {
     static_cast<lmsdk::LoggerDebugView*>(result.logger)->FormatLine(line, 2500, "m", "a/b.cpp", 7);
     EXPECT_STREQ(line, "bootstrap_test: VERBOSE: b.cpp: 7: m\n") << "named after the module";
   }
+  registry_->SetString(kSdk + L"\\Logging", test_.context.moduleName, L"ERROR");
+  {
+    BootstrapResult result = SelectLogger(test_.context, kFunction);
+    ResultGuard guard{result};
+    EXPECT_EQ(result.logger->QueryLevel(), 40000) << "the value named after the module overrides DebugView";
+  }
   // Nothing in the default view: the 32-bit view is asked.
   Fresh().SetString(kWow + L"\\Logging", L"DebugView", L"WARN");
   BootstrapResult result = SelectLogger(test_.context, kFunction);
@@ -95,8 +101,8 @@ TEST_F(LogBootstrapRegistry, PropertiesFileRowsInOrder) {
   PlaceModule(FakeLoggingModule(), test_.context.runtimeDirectory);
   const char malformed[] = "log4j.rootLogger = = DEBUG,\n[no key\n\x01\x7f=\n";
   folder_.Write("a/config/lmxlog.properties", malformed);
-  Fresh().SetString(kWow + L"\\Dispatch", L"LocalRuntime", L"1");
-  {
+  for (const std::wstring& root : {kSdk, kWow}) {
+    Fresh().SetString(root + L"\\Dispatch", L"LocalRuntime", L"1");
     BootstrapResult result = SelectLogger(test_.context, kFunction);
     ResultGuard guard{result};
     ASSERT_NE(result.logger, nullptr);
