@@ -113,12 +113,17 @@ struct TestContext {
   std::vector<std::string> events;
 };
 
-// Releases the chosen logger and unloads the module at the end of a test.
-struct ResultGuard {
-  BootstrapResult& result;
-  ~ResultGuard() {
-    if (result.logger) result.logger->Release();
-    if (result.module) lmx::platform::UnloadModule(result.module);
+inline constexpr char kFunction[] = "test-function";
+
+// The bootstrap's choice for a context; the logger is released and the module
+// unloaded at the end of the scope.
+struct Selection : BootstrapResult {
+  explicit Selection(const BootstrapContext& context)
+      : BootstrapResult(lmsdk::log_bootstrap::SelectLogger(context, kFunction)) {}
+  Selection(const Selection&) = delete;
+  ~Selection() {
+    if (logger) logger->Release();
+    if (module) lmx::platform::UnloadModule(module);
   }
 };
 

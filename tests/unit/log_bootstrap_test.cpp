@@ -13,7 +13,6 @@ using namespace lmsdk::log_bootstrap;
 
 namespace {
 
-constexpr char kFunction[] = "test-function";
 const std::wstring kModuleFile = LoggingModuleFileName();
 
 std::wstring Native(std::wstring text) {
@@ -69,8 +68,7 @@ TEST(LogBootstrapNames, ModuleNamesAndExactLevelNames) {
 TEST_F(LogBootstrap, NothingConfiguredChoosesNothingAndWritesNoFile) {
   PlaceModule(FakeLoggingModule(), test_.context.runtimeDirectory);
   folder_.Directory("tmp/lmsdk_logs");
-  BootstrapResult result = SelectLogger(test_.context, kFunction);
-  ResultGuard guard{result};
+  Selection result(test_.context);
   EXPECT_EQ(result.source, LoggerSource::kNone);
   EXPECT_TRUE(result.logger == nullptr && result.module == nullptr) << "no properties file: no module loaded";
   EXPECT_FALSE(fs::exists(ToPath(GeneratedPropertiesPath(test_.context))));
@@ -78,8 +76,7 @@ TEST_F(LogBootstrap, NothingConfiguredChoosesNothingAndWritesNoFile) {
   // The tracing collector alone cannot create the folder the file belongs in.
   fs::remove(ToPath(test_.context.temporaryDirectory + L"lmsdk_logs"));
   test_.environment[L"NORVIK_LIBQTRNOTIFY64"] = L"1";
-  BootstrapResult second = SelectLogger(test_.context, kFunction);
-  ResultGuard secondGuard{second};
+  Selection second(test_.context);
   EXPECT_TRUE(second.logger == nullptr && !second.propertiesGenerated);
   EXPECT_FALSE(fs::exists(ToPath(test_.context.temporaryDirectory + L"lmsdk_logs")));
   EXPECT_TRUE(test_.events.empty());
@@ -90,8 +87,7 @@ TEST_F(LogBootstrap, TracingCollectorConfiguresTheModuleWithAGeneratedFileThenEm
   PlaceModule(FakeLoggingModule(), test_.context.runtimeDirectory);
   Prepare(test_.context.runtimeDirectory).level = 10000;
 
-  BootstrapResult result = SelectLogger(test_.context, kFunction);
-  ResultGuard guard{result};
+  Selection result(test_.context);
   ASSERT_EQ(result.source, LoggerSource::kExternalModule);
   EXPECT_EQ(result.modulePath, test_.context.runtimeDirectory + kModuleFile);
   EXPECT_TRUE(result.propertiesGenerated);
@@ -122,8 +118,7 @@ TEST_F(LogBootstrap, TracingCollectorConfiguresTheModuleWithAGeneratedFileThenEm
 
   // The created line only when the module enables INFO.
   RecordOf(result.module)->level = 30000;
-  BootstrapResult quiet = SelectLogger(test_.context, kFunction);
-  ResultGuard quietGuard{quiet};
+  Selection quiet(test_.context);
   EXPECT_EQ(RecordOf(quiet.module)->logCalls, 1);
 }
 
@@ -142,13 +137,11 @@ TEST_F(LogBootstrap, ModuleSearchOrder) {
   ActivateTracing();
   PlaceModule(FakeLoggingModule(), runtime + Native(L"x64/"));
   PlaceModule(FakeLoggingModule(), test_.environment[L"LMSDK_DIR"] + Native(L"runtime/logging/x64/"));
-  BootstrapResult viaX64 = SelectLogger(test_.context, kFunction);
-  ResultGuard guardX64{viaX64};
+  Selection viaX64(test_.context);
   EXPECT_TRUE(viaX64.logger && viaX64.modulePath == expected[2]);
 
   PlaceModule(FakeLoggingModule(), ToWide(ToPath(runtime + Native(L"../../logging/x64/")).lexically_normal()));
-  BootstrapResult viaLogging = SelectLogger(test_.context, kFunction);
-  ResultGuard guardLogging{viaLogging};
+  Selection viaLogging(test_.context);
   EXPECT_EQ(viaLogging.modulePath, expected[0]);
 
   // Without a runtime directory or LMSDK_DIR nothing is guessed relative to the working directory.
@@ -159,8 +152,7 @@ TEST_F(LogBootstrap, ModuleSearchOrder) {
 
 TEST_F(LogBootstrap, MissingModuleIsReportedToTheEventLog) {
   ActivateTracing();
-  BootstrapResult result = SelectLogger(test_.context, kFunction);
-  ResultGuard guard{result};
+  Selection result(test_.context);
   EXPECT_TRUE(result.logger == nullptr && result.module == nullptr);
   EXPECT_EQ(test_.events, std::vector<std::string>{"failed to load " + ToPath(kModuleFile).string()});
   std::error_code error;
@@ -170,8 +162,7 @@ TEST_F(LogBootstrap, MissingModuleIsReportedToTheEventLog) {
 TEST_F(LogBootstrap, ModuleWithoutAValidTableOrConfigurationGivesNoLogger) {
   ActivateTracing();
   PlaceModule(BadSignatureLoggingModule(), test_.context.runtimeDirectory);
-  BootstrapResult bad = SelectLogger(test_.context, kFunction);
-  ResultGuard badGuard{bad};
+  Selection bad(test_.context);
   ASSERT_NE(bad.module, nullptr) << "the module loads";
   EXPECT_TRUE(bad.logger == nullptr && RecordOf(bad.module)->factoryCalls == 0) << "a wrong table is not used";
   EXPECT_TRUE(test_.events.empty());
@@ -180,8 +171,7 @@ TEST_F(LogBootstrap, ModuleWithoutAValidTableOrConfigurationGivesNoLogger) {
   PlaceModule(FakeLoggingModule(), refusing);
   test_.context.runtimeDirectory = refusing;
   Prepare(refusing).refuseConfigure = true;
-  BootstrapResult unconfigured = SelectLogger(test_.context, kFunction);
-  ResultGuard unconfiguredGuard{unconfigured};
+  Selection unconfigured(test_.context);
   ASSERT_NE(unconfigured.module, nullptr);
   EXPECT_EQ(unconfigured.logger, nullptr);
   const FakeLoggingRecord& record = *RecordOf(unconfigured.module);

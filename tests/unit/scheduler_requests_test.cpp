@@ -112,17 +112,6 @@ TEST_F(RequestsTest, InlineRunsOnTheCompletingThreadOthersOnTheWorkers) {
   scheduler.reset();  // joins the workers before the tasks go
 }
 
-TEST_F(RequestsTest, InlineCallbackMayCompleteFurtherOutputs) {
-  RecordingTask downstream(L"(inline) downstream");
-  RecordingTask stage(L"(inline) stage", [&](Status sts) { service->MarkOutputs(1, std::vector<void*>{&b}.data(), sts); });
-  Mark({&a, &b}, LMX_STATUS_EXEC_INPROGRESS);
-  Request({&a}, &stage);
-  Request({&b}, &downstream);
-  Mark({&a}, LMX_STATUS_TIME_GAP);
-  EXPECT_EQ(std::pair(downstream.Runs(), downstream.Last()), std::pair(1, LMX_STATUS_TIME_GAP))
-      << "completed from inside a callback, under the recursive lock";
-}
-
 TEST_F(RequestsTest, BadArgumentsAreRefusedAndLogged) {
   ScopedCapture capture;
   RecordingTask cb;
