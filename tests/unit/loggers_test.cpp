@@ -14,28 +14,6 @@
 using namespace Norvik::Lumetra;
 using lmsdk::LoggerDebugView;
 
-namespace {
-
-std::string Format(LoggerDebugView& logger, int32_t level, const char* message, const char* file, int line) {
-  char buffer[LoggerDebugView::kLineBufferSize];
-  logger.FormatLine(buffer, level, message, file, line);
-  return buffer;
-}
-
-}  // namespace
-
-TEST(LoggerDebugView, ThresholdAndLineOfNameLevelBareFileLineAndMessage) {
-  LoggerDebugView logger;
-  EXPECT_TRUE(logger.IsLevelEnabled(1)) << "threshold 0 until SetLevel: everything passes";
-  logger.SetLevel(LOG_LEVEL_ERROR);
-  EXPECT_EQ(logger.QueryLevel(), LOG_LEVEL_ERROR);
-
-  logger.SetName(L"caf\u00e9");
-  EXPECT_EQ(Format(logger, 20000, "m", "f", 2), "caf\xc3\xa9: INFO: f: 2: m\n") << "a wide name is printed as UTF-8";
-  logger.SetName(L"n");
-  EXPECT_EQ(Format(logger, 15000, "odd", "x.cpp", 3), "n: : x.cpp: 3: odd\n") << "a level outside the table: no name";
-}
-
 TEST(LoggerDebugView, LongLineIsCutWithinTheBuffer) {
   LoggerDebugView logger;
   logger.SetName(L"n");
@@ -66,17 +44,22 @@ TEST(EmptyLogger, EveryLevelDisabledAndTheGlobalLoggerIsNeverNull) {
   EXPECT_FALSE(handler.Report(nullptr));
 }
 
-TEST(DebugOutput, LoggerLinesArriveWholeAndFiltered) {
+TEST(DebugOutput, LoggerLinesOfNameLevelBareFileLineAndMessageArriveFiltered) {
   LoggerDebugView logger;
-  logger.SetName(L"lmsdk.test");
+  EXPECT_TRUE(logger.IsLevelEnabled(1)) << "threshold 0 until SetLevel: everything passes";
+  logger.SetName(L"caf\u00e9");
   logger.SetLevel(LOG_LEVEL_ERROR);
+  EXPECT_EQ(logger.QueryLevel(), LOG_LEVEL_ERROR);
+  char line[LoggerDebugView::kLineBufferSize];
+  logger.FormatLine(line, 15000, "odd", "x.cpp", 3);
+  EXPECT_STREQ(line, "caf\xc3\xa9: : x.cpp: 3: odd\n") << "a level outside the table: no name";
   lmxtest::DebugOutputCapture capture;
   logger.Log(LOG_LEVEL_ERROR, "narrow shown", "C:\\src\\dir\\file.cpp", 7, "F");
   logger.Log(LOG_LEVEL_WARN, "below the threshold", "file.cpp", 8, "F");
   logger.LogW(LOG_LEVEL_FATAL, L"wide shown", "log_utils/src/x.cpp", 9, "F");
   const std::string text = capture.Finish();
-  EXPECT_NE(text.find("lmsdk.test: ERROR: file.cpp: 7: narrow shown\n"), std::string::npos) << text;
-  EXPECT_NE(text.find("lmsdk.test: FATAL: x.cpp: 9: wide shown\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("caf\xc3\xa9: ERROR: file.cpp: 7: narrow shown\n"), std::string::npos) << "a wide name as UTF-8";
+  EXPECT_NE(text.find("caf\xc3\xa9: FATAL: x.cpp: 9: wide shown\n"), std::string::npos) << text;
   EXPECT_EQ(text.find("below the threshold"), std::string::npos) << text;
 }
 

@@ -50,21 +50,12 @@ std::vector<int16_t> Tone(double frequency, double rate, double amplitude, size_
   return v;
 }
 
-// Root mean square of the output after the filter has settled.
-double SettledRms(const std::vector<int16_t>& v) {
-  double sum = 0;
-  size_t from = 100, to = v.size() - 100;
-  for (size_t i = from; i < to; ++i) sum += double(v[i]) * v[i];
-  return std::sqrt(sum / double(to - from));
-}
-
 }  // namespace
 
 TEST(Resampler, SetUpLimits) {
   int32_t size = 0, len = 0, num = 0;
   ASSERT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(44100, 48000, 64, &size, &len, &num, vkpAlgHintAccurate), kVkpOk);
   EXPECT_EQ(std::pair(num, len), std::pair(160, 64));
-  EXPECT_GE(size, 160 * 64 * (8 + 4));  // the bank in double and in float
   ASSERT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(48000, 16000, 64, &size, &len, &num, vkpAlgHintAccurate), kVkpOk);
   EXPECT_EQ(num, 1);
   // (in rate, out rate, length, answer); coprime rates would need 48000 phases.
@@ -116,9 +107,10 @@ TEST(Resampler, ToneKeepsFrequencyLevelAndSnrAndStopBandIsBelowMinus80dB) {
   }
   // 10 kHz lies in the stop band of 48 kHz -> 16 kHz (it would alias to 6 kHz).
   auto state = MakeState(48000, 16000);
-  const double in = amplitude / std::sqrt(2.0);
-  const double aliased = SettledRms(Resample(state, Tone(10000, 48000, amplitude, 48000), 48000, 16000));
-  EXPECT_LE(20 * std::log10(aliased / in), -80.0);
+  const auto aliased = Resample(state, Tone(10000, 48000, amplitude, 48000), 48000, 16000);
+  double energy = 0;  // over the settled part, against the input's amplitude / sqrt(2)
+  for (size_t i = 100; i < aliased.size() - 100; ++i) energy += double(aliased[i]) * aliased[i];
+  EXPECT_LE(10 * std::log10(energy / double(aliased.size() - 200) / (amplitude * amplitude / 2)), -80.0);
 }
 
 // The variants under test: the double reference first, then each fast path the

@@ -33,9 +33,7 @@ class RecordingTask final : public LMXSchedulerService::Callback {
   Norvik::Lumetra::Status Run(Norvik::Lumetra::Status sts) override {
     if (body_) body_(sts);
     std::lock_guard lock(mutex_);
-    ++runs_;
-    last_ = sts;
-    thread_ = std::this_thread::get_id();
+    ++runs_, last_ = sts, thread_ = std::this_thread::get_id();
     changed_.notify_all();
     return Norvik::Lumetra::LMX_STATUS_NO_ERROR;
   }

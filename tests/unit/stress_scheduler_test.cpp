@@ -1,7 +1,5 @@
 // Stress: a three-stage pipeline on one scheduler, driven from many threads with
-// failures drawn from a fixed seed. The outcomes are deterministic;
-// the interleavings are not, which is what ThreadSanitizer runs of these tests
-// ("stress" label) are for.
+// failures from a fixed seed: deterministic outcomes, interleavings for ThreadSanitizer.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,30 +18,15 @@ using namespace lmxtest;
 
 namespace {
 
-// One node of the pipeline: its output, its sync point, and (stages B and C) the
-// callback that consumes its inputs.
+// One node: its output (the address is the handle), its sync point, the indexes of
+// its inputs in the previous stage, its consumer callback and what it completed with.
 struct Node {
-  int output = 0;  // its address is the output handle
+  int output = 0;
   LMXSyncPoint* sp = nullptr;
-  std::vector<int> inputs;           // indexes into the previous stage
+  std::vector<int> inputs;
   std::unique_ptr<RecordingTask> task;
-  std::atomic<Status> result{LMX_STATUS_EXEC_INPROGRESS};  // what the node completed with
+  std::atomic<Status> result{LMX_STATUS_EXEC_INPROGRESS};
 };
-
-// Expected outcome of a consumer: success when every input succeeded, else the
-// error of one of the failed inputs.
-void ExpectConsumerStatus(const Node& node, const std::vector<std::unique_ptr<Node>>& inputs, Status got) {
-  std::set<Status> errors;
-  for (int i : node.inputs) {
-    const Status sts = inputs[i]->result.load();
-    if (sts < 0) errors.insert(sts);
-  }
-  if (errors.empty()) {
-    EXPECT_EQ(got, LMX_STATUS_NO_ERROR);
-  } else {
-    EXPECT_TRUE(errors.count(got)) << "status " << got << " is none of the inputs' errors";
-  }
-}
 
 }  // namespace
 
@@ -113,13 +96,8 @@ TEST(StressScheduler, PipelineRunsEveryCallbackOnceWithTheRightStatus) {
     threads.emplace_back([&, c] { request(middle, sources, c, 2); });
     threads.emplace_back([&, c] { request(sinks, middle, c, 2); });
   }
-  threads.emplace_back([&] {  // a waiter on every seventh sync point of the first two stages
+  threads.emplace_back([&] {  // a waiter on every seventh source's sync point
     for (int i = 0; i < kSources; i += 7) EXPECT_EQ(sources[i]->sp->Synchronize(10000), sourceStatus[i]);
-    for (int j = 0; j < kMiddle; j += 7) {
-      const Status sts = middle[j]->sp->Synchronize(10000);
-      EXPECT_EQ(sts, middle[j]->result.load());
-      EXPECT_EQ(middle[j]->sp->QueryOutputStatus(&middle[j]->output), sts);
-    }
   });
   for (auto& thread : threads) thread.join();
 
@@ -129,10 +107,14 @@ TEST(StressScheduler, PipelineRunsEveryCallbackOnceWithTheRightStatus) {
   ASSERT_EQ(scheduler->SubmitTask(&drain, LMX_STATUS_NO_ERROR), LMX_STATUS_NO_ERROR);
   ASSERT_TRUE(drain.WaitForRuns(1, 10000ms));
 
+  // Once each: success when every input succeeded, else one of the inputs' errors.
   for (auto [consumers, producers] : {std::pair{&middle, &sources}, {&sinks, &middle}})
     for (auto& node : *consumers) {
       ASSERT_EQ(node->task->Runs(), 1);
-      ExpectConsumerStatus(*node, *producers, node->task->Last());
+      std::set<Status> expected;
+      for (int i : node->inputs) expected.insert(std::min((*producers)[i]->result.load(), LMX_STATUS_NO_ERROR));
+      if (expected.size() > 1) expected.erase(LMX_STATUS_NO_ERROR);
+      EXPECT_TRUE(expected.count(node->task->Last())) << node->task->Last();
     }
   // Every sync point holds its node's status.
   for (auto* stage : {&sources, &middle})
