@@ -26,7 +26,7 @@ using namespace Norvik::Lumetra;
 namespace {
 
 struct Output {
-  std::vector<Status> statuses;
+  bool ok = true, refused = false;  // every call succeeded; one found no destination
   std::vector<int16_t> samples;
   int64_t count = 0;
 };
@@ -51,7 +51,8 @@ Output Convert(const std::vector<int16_t>& samples, const LMXAudio::AudioInfo& s
     LMXAudio* dst = nullptr;
     const Status sts = converter->ConvertAudio(src, dst_info, dst);
     // The same-rate copy answers CopyAudio's own status; only success or failure is compared.
-    output.statuses.push_back(sts < 0 ? sts : LMX_STATUS_NO_ERROR);
+    output.ok = output.ok && sts >= 0;
+    output.refused = output.refused || sts == LMX_STATUS_ALLOC_FAILED;
     if (dst) {
       auto* audio = static_cast<VectorAudio*>(dst);
       Check(audio->dataSize >= 0 && audio->dataSize <= audio->QueryInfo().bufferSize);
@@ -101,16 +102,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const Output pieces = Convert(samples, src_info, dst_info, chunks);
   const Output whole = Convert(samples, src_info, dst_info, {});
   // Every chunk call failing or succeeding alike, and the same samples in the end.
-  bool allOk = true, refused = whole.statuses[0] == LMX_STATUS_ALLOC_FAILED;
-  for (Status sts : pieces.statuses) {
-    allOk = allOk && sts >= 0;
-    refused = refused || sts == LMX_STATUS_ALLOC_FAILED;
-  }
   // A destination beyond the allocator's limit (large upsampling of a long chunk)
   // fails that call only: the two runs are not comparable then.
-  if (refused) return 0;
-  Check(allOk == (whole.statuses[0] >= 0));
-  if (!allOk) return 0;
+  if (pieces.refused || whole.refused) return 0;
+  Check(pieces.ok == whole.ok);
+  if (!pieces.ok) return 0;
   const int64_t frameDifference = std::abs(pieces.count - whole.count) / dst_info.nchannels;
   const bool wholePositions = src_info.sampleRate == dst_info.sampleRate ||
                               (dst_info.sampleRate > 0 && src_info.sampleRate % dst_info.sampleRate == 0);

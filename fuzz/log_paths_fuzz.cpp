@@ -1,8 +1,6 @@
-// Fuzz target: the logging bootstrap's names and paths. Arbitrary wide texts (any
-// code unit, unpaired surrogates and values beyond Unicode included) go in as
-// module names, paths and directories, and into the registry the bootstrap reads
-// ($LMSDK_REGISTRY names a file this target rewrites for every input). Nothing
-// here loads a module or writes anywhere but that one file.
+// Fuzz target: the logging bootstrap's names and paths. Arbitrary wide texts (beyond
+// Unicode included) go in as names, paths, directories and registry values (a file
+// named by $LMSDK_REGISTRY, rewritten per input); nothing else is loaded or written.
 #include <fuzzer/FuzzedDataProvider.h>
 #include <stdlib.h>
 #include <unistd.h>

@@ -1,9 +1,7 @@
-// Fuzz target: a metadata store driven by arbitrary operations on a few
-// identifiers (any identifier now and then): buffers attached and read back with
-// right, short, zero or negative sizes; reserved identifiers; zero-copy reads;
-// serialisable objects, counted or not, attached and rebuilt through a test
-// session. A shadow model of the plain buffers checks the reads; every object's
-// count must be back at its creator's one at the end.
+// Fuzz target: a metadata store driven by arbitrary operations on a few identifiers:
+// buffers attached and read with any sizes, reserved identifiers, zero-copy reads,
+// serialisable objects attached and rebuilt through a test session. A shadow model
+// of the plain buffers checks the reads; every object's count ends at its creator's.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cstdint>
@@ -21,13 +19,8 @@
 
 using namespace Norvik::Lumetra;
 
-namespace {
-
 using lmxtest::FakeSerializable;
-
 constexpr uint32_t kCode = 0x5A5A4C54;  // what the session offers
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   FuzzedDataProvider input(bytes, size);

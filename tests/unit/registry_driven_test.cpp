@@ -1,5 +1,5 @@
 // Registry values on either back end (a .reg file or the real registry): keys as
-// RegistryKey reads them and the worker pool chosen by "NumberThreads".
+// RegistryKey reads them (both views) and the worker pool chosen by "NumberThreads".
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,6 +20,7 @@ TEST(RegistryDriven, KeysReadTypedValuesByCaseInsensitiveNameAndListDirectSubkey
   registry.SetString(root, L"DebugView", L"say \"hi\" C:\\dir");
   registry.SetString(root, L"Empty", L"");
   registry.SetDword(root, L"NumberThreads", 0xFFFFFFFFu);
+  registry.SetDword(L"Software\\Wow6432Node\\Norvik\\LMSDKTest", L"NumberThreads", 32);
   registry.SetDword(root + L"\\Beta", L"v", 1);
   registry.SetDword(root + L"\\Alpha\\Nested", L"v", 2);  // Alpha exists through its descendant
   const RegistryKey key = RegistryKey::OpenLocalMachine(L"SOFTWARE\\norvik\\LMSDKTest");
@@ -27,6 +28,8 @@ TEST(RegistryDriven, KeysReadTypedValuesByCaseInsensitiveNameAndListDirectSubkey
   EXPECT_EQ(key.ReadString(L"debugview"), L"say \"hi\" C:\\dir");
   EXPECT_EQ(key.ReadString(L"Empty"), L"");
   EXPECT_EQ(key.ReadDword(L"NUMBERTHREADS"), 0xFFFFFFFFu);
+  EXPECT_EQ(RegistryKey::OpenLocalMachine(root, lmx::platform::RegistryView::k32Bit).ReadDword(L"NumberThreads"), 32u)
+      << "the 32-bit view reads the Wow6432Node twin";
   // A value of the other type, or none at all, answers nothing.
   EXPECT_FALSE(key.ReadDword(L"DebugView") || key.ReadString(L"NumberThreads") || key.ReadString(L"Missing"));
   auto subkeys = key.EnumerateSubkeys();
