@@ -26,10 +26,9 @@ class ForeignSyncPoint final : public LMXSyncPoint {
 
 class SyncPointTest : public ::testing::Test {
  protected:
-  LMXSyncPoint* Make(void* output = nullptr) {
+  LMXSyncPoint* Make() {
     LMXSyncPoint* sp = nullptr;
-    void* outputs[] = {output};
-    EXPECT_EQ(scheduler.service()->CreateSyncPoint(output ? 1 : 0, outputs, &sp), LMX_STATUS_NO_ERROR);
+    EXPECT_EQ(scheduler.service()->CreateSyncPoint(0, nullptr, &sp), LMX_STATUS_NO_ERROR);
     created.push_back(sp);
     return sp;
   }

@@ -54,19 +54,14 @@ TEST_F(RegistryFile, Utf16FileWithBomAndDeletions) {
   const std::string text =
       "Windows Registry Editor Version 5.00\r\n"
       "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n"
-      "\"DebugView\"=\"caf\xC3\xA9\"\r\n"
+      "\"DebugView\"=\"caf\xE9\"\r\n"
       "\"Gone\"=\"x\"\r\n"
       "\"Gone\"=-\r\n"
       "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\Old]\r\n"
       "\"v\"=dword:1\r\n"
       "[-HKEY_LOCAL_MACHINE\\Software\\Norvik\\Old]\r\n";
-  std::string utf16 = "\xFF\xFE";
-  for (size_t i = 0; i < text.size(); ++i) {
-    unsigned cp = static_cast<unsigned char>(text[i]);
-    if (cp == 0xC3) cp = 0xC0 | (static_cast<unsigned char>(text[++i]) & 0x3F);  // the one two-byte character
-    utf16.push_back(static_cast<char>(cp & 0xFF));
-    utf16.push_back(static_cast<char>(cp >> 8));
-  }
+  std::string utf16 = "\xFF\xFE";  // Latin-1 text widened to UTF-16LE
+  for (char c : text) utf16 += {c, '\0'};
   Write(utf16);
   auto logging = RegistryKey::OpenLocalMachine(L"Software\\Norvik\\LMSDK\\Logging");
   EXPECT_EQ(logging.ReadString(L"DebugView"), L"caf\u00e9");
