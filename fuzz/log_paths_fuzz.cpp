@@ -81,13 +81,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   };
   context.reportEvent = [](const char*) {};
 
+  // The generated file stays inside the temporary directory, and needs one.
   const std::wstring generated = bootstrap::GeneratedPropertiesPath(context);
-  const std::wstring tail = std::wstring(L"lmsdk_logs") + bootstrap::kSeparator + L"lmxlog.properties";
-  Check(context.temporaryDirectory.empty() ? generated.empty()
-                                           : generated.rfind(context.temporaryDirectory, 0) == 0 &&
-                                                 generated.size() >= tail.size() &&
-                                                 generated.compare(generated.size() - tail.size(), tail.size(),
-                                                                   tail) == 0);
+  Check(generated.empty() == context.temporaryDirectory.empty() && generated.rfind(context.temporaryDirectory, 0) == 0);
 
   // The registry the bootstrap reads: the logging key, a dispatch entry and the
   // local-runtime row, with fuzzed names, values and paths.
