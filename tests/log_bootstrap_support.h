@@ -35,8 +35,6 @@ class ScopedEnvironment {
     lmx::platform::WriteEnvironmentVariable(name_, value);
   }
   ~ScopedEnvironment() { lmx::platform::WriteEnvironmentVariable(name_, previous_); }
-  ScopedEnvironment(const ScopedEnvironment&) = delete;
-  ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
 
  private:
   std::wstring name_;
@@ -57,8 +55,6 @@ class TempFolder {
     std::error_code error;
     fs::remove_all(path_, error);
   }
-  TempFolder(const TempFolder&) = delete;
-  TempFolder& operator=(const TempFolder&) = delete;
 
   const fs::path& path() const { return path_; }
   // "<folder>/<relative>/" as wide text with a trailing separator; created.
@@ -92,8 +88,7 @@ inline void PlaceModule(const fs::path& module, const std::wstring& directory) {
 }
 
 inline FakeLoggingRecord* RecordOf(lmx::platform::ModuleHandle module) {
-  auto function = reinterpret_cast<FakeLoggingRecordFunction>(
-      lmx::platform::FindExport(module, kFakeLoggingRecordExport));
+  auto function = reinterpret_cast<FakeLoggingRecordFunction>(lmx::platform::FindExport(module, kFakeLoggingRecordExport));
   return function ? function() : nullptr;
 }
 
@@ -107,25 +102,28 @@ struct TestContext {
     context.temporaryDirectory = folder.Directory("tmp");
     context.environment = [this](const std::wstring& name) -> std::optional<std::wstring> {
       const auto it = environment.find(name);
-      if (it == environment.end()) return std::nullopt;
-      return it->second;
+      return it == environment.end() ? std::nullopt : std::optional(it->second);
     };
     context.reportEvent = [this](const char* text) { events.emplace_back(text); };
   }
-  TestContext(const TestContext&) = delete;
-  TestContext& operator=(const TestContext&) = delete;
+  TestContext(const TestContext&) = delete;  // the callbacks hold `this`
 
   BootstrapContext context;
   std::map<std::wstring, std::wstring> environment;
   std::vector<std::string> events;
 };
 
-// Releases the chosen logger and unloads the module at the end of a test.
-struct ResultGuard {
-  BootstrapResult& result;
-  ~ResultGuard() {
-    if (result.logger) result.logger->Release();
-    if (result.module) lmx::platform::UnloadModule(result.module);
+inline constexpr char kFunction[] = "test-function";
+
+// The bootstrap's choice for a context; the logger is released and the module
+// unloaded at the end of the scope.
+struct Selection : BootstrapResult {
+  explicit Selection(const BootstrapContext& context)
+      : BootstrapResult(lmsdk::log_bootstrap::SelectLogger(context, kFunction)) {}
+  Selection(const Selection&) = delete;
+  ~Selection() {
+    if (logger) logger->Release();
+    if (module) lmx::platform::UnloadModule(module);
   }
 };
 

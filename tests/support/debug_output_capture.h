@@ -1,11 +1,6 @@
 // debug_output_capture.h: collects what the process writes to the debugger output
 // while it lives (POSIX: standard error; Windows: OutputDebugStringA). One source
 // per platform, chosen by CMake.
-//
-// Example:
-//   lmxtest::DebugOutputCapture capture;
-//   logger.Log(...);
-//   EXPECT_NE(capture.Finish().find("ERROR"), std::string::npos);
 #pragma once
 
 #include <memory>

@@ -2,15 +2,14 @@
 // copy between audio objects with format conversion.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdio>
 #include <limits>
+#include <tuple>
 
 #include "audio_fakes.h"
 #include "lmxutils.h"
 #include "test_support.h"
 
-using lmx::BaseAudio;
 using lmx::AudioSysMem;
 
 using namespace Norvik::Lumetra;
@@ -47,14 +46,12 @@ TEST(AudioSysMem, AllocatesSampleSizeTimesCountAndRefusesImpossibleSizes) {
 
   // Negative or beyond the 32-bit size: an allocation failure, object still destroyable.
   for (int32_t samples : {-1, std::numeric_limits<int32_t>::max()}) {
-    capture->Clear();
     AudioSysMem* storage = MakeStorage(samples, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, &sts);
     EXPECT_EQ(sts, LMX_STATUS_ALLOC_FAILED);
     ASSERT_NE(storage, nullptr);
     storage->Release();
   }
 
-  capture->Clear();
   AudioSysMem* storage = MakeStorage(8, LMXAudio::AUDIO_FORMAT_PCM, &sts);
   EXPECT_EQ(storage->AcquireNativeAccess(LMXAudio::ACCESS_READ, 0, nullptr), LMX_STATUS_HANDLE_INVALID);
   storage->Release();
@@ -64,21 +61,16 @@ TEST(AudioSysMem, ReleaseTakesTheWritersCountClampedIntoTheBuffer) {
   lmxtest::ScopedCapture capture;
   Status sts;
   AudioSysMem* storage = MakeStorage(100, LMXAudio::AUDIO_FORMAT_PCM, &sts);
-  struct Case {
-    int32_t written;
-    int32_t kept;
-    Status status;
-  };
-  for (Case c : {Case{40, 40, LMX_STATUS_NO_ERROR}, Case{100, 100, LMX_STATUS_NO_ERROR},
-                 Case{101, 100, LMX_STATUS_PARAM_UNSUPPORTED}, Case{-5, 0, LMX_STATUS_PARAM_UNSUPPORTED}}) {
+  // (written, kept, status)
+  for (auto [written, kept, status] : {std::tuple{40, 40, LMX_STATUS_NO_ERROR}, {100, 100, LMX_STATUS_NO_ERROR},
+                                       {101, 100, LMX_STATUS_PARAM_UNSUPPORTED}, {-5, 0, LMX_STATUS_PARAM_UNSUPPORTED}}) {
     LMXAudio::AudioData data{};
     ASSERT_EQ(storage->AcquireNativeAccess(LMXAudio::ACCESS_WRITE, 0, &data), LMX_STATUS_NO_ERROR);
-    data.dataSize = c.written;
-    EXPECT_EQ(storage->ReleaseNativeAccess(&data), c.status) << c.written;
-    EXPECT_EQ(data.format, 0) << "the record is cleared even when the count is refused";
-    EXPECT_EQ(data.dataPtr, nullptr);
+    data.dataSize = written;
+    EXPECT_EQ(storage->ReleaseNativeAccess(&data), status) << written;
+    EXPECT_TRUE(data.format == 0 && data.dataPtr == nullptr) << "the record is cleared even when the count is refused";
     ASSERT_EQ(storage->AcquireNativeAccess(LMXAudio::ACCESS_READ, 0, &data), LMX_STATUS_NO_ERROR);
-    EXPECT_EQ(data.dataSize, c.kept);
+    EXPECT_EQ(data.dataSize, kept);
   }
   storage->Release();
 }
@@ -99,9 +91,7 @@ TEST(AudioCopy, ConvertsBetweenPcmAndFloatWithRoundingAndSaturation) {
   EXPECT_EQ(asPcm->Samples<int16_t>(), (std::vector<int16_t>{32767, -32768, 2, 4, -2, 32767, 0, 8192}));
   EXPECT_EQ(floats->acquisitions, 1);
   EXPECT_EQ(floats->releases, 1);
-  for (auto* object : {static_cast<BaseAudio*>(pcm), static_cast<BaseAudio*>(asFloat), static_cast<BaseAudio*>(floats),
-                       static_cast<BaseAudio*>(asPcm)})
-    object->Release();
+  for (VectorAudio* object : {pcm, asFloat, floats, asPcm}) object->Release();
 }
 
 TEST(AudioCopy, RefusesMismatchedLayoutsAndOversizedSources) {

@@ -1,41 +1,18 @@
-// LoggerDebugView's filtering and line format, EmptyLogger, and the global logger.
+// LoggerDebugView's filtering and line format, its lines as they arrive at the
+// debugger output, EmptyLogger, and the global logger.
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "lmx_loggers.h"
+#include "support/debug_output_capture.h"
 
 using namespace Norvik::Lumetra;
 using lmsdk::LoggerDebugView;
-
-namespace {
-
-std::string Format(LoggerDebugView& logger, int32_t level, const char* message, const char* file, int line) {
-  char buffer[LoggerDebugView::kLineBufferSize];
-  logger.FormatLine(buffer, level, message, file, line);
-  return buffer;
-}
-
-}  // namespace
-
-TEST(LoggerDebugView, ThresholdAndLineOfNameLevelBareFileLineAndMessage) {
-  LoggerDebugView logger;
-  EXPECT_TRUE(logger.IsLevelEnabled(1)) << "threshold 0 until SetLevel: everything passes";
-  logger.SetLevel(LOG_LEVEL_ERROR);
-  EXPECT_TRUE(logger.IsLevelEnabled(LOG_LEVEL_FATAL));
-  EXPECT_FALSE(logger.IsLevelEnabled(LOG_LEVEL_WARN));
-  EXPECT_EQ(logger.QueryLevel(), LOG_LEVEL_ERROR);
-
-  logger.SetName(L"caf\u00e9");
-  EXPECT_EQ(Format(logger, 20000, "m", "f", 2), "caf\xc3\xa9: INFO: f: 2: m\n") << "a wide name is printed as UTF-8";
-  logger.SetName(L"lmsdk.liblmxcore");
-  EXPECT_EQ(Format(logger, 40000, "failed on data", "liblmxcore/src/coreaccel_manager.cpp", 88),
-            "lmsdk.liblmxcore: ERROR: coreaccel_manager.cpp: 88: failed on data\n");
-  EXPECT_EQ(Format(logger, 15000, "odd", "C:\\build\\src\\x.cpp", 3), "lmsdk.liblmxcore: : x.cpp: 3: odd\n")
-      << "a level outside the table has an empty name; a backslash path is cut too";
-  EXPECT_EQ(Format(logger, 2500, "m", "plain.cpp", 1), "lmsdk.liblmxcore: VERBOSE: plain.cpp: 1: m\n");
-}
 
 TEST(LoggerDebugView, LongLineIsCutWithinTheBuffer) {
   LoggerDebugView logger;
@@ -61,11 +38,52 @@ TEST(EmptyLogger, EveryLevelDisabledAndTheGlobalLoggerIsNeverNull) {
   lmsdk::LogUtil::SetLogger(nullptr);
   EXPECT_EQ(lmsdk::LogUtil::GetLogger(), static_cast<LoggingService*>(&empty));
   lmsdk::LogUtil::SetLogger(before);
+
+  lmsdk::LoggerEventHandler handler;  // registered under the executable's name
+  EXPECT_TRUE(handler.IsRegistered() && handler.Report("lmxcore test: event log entry"));
+  EXPECT_FALSE(handler.Report(nullptr));
 }
 
-TEST(LoggerEventHandler, RegistersUnderTheExecutableNameAndReports) {
-  lmsdk::LoggerEventHandler handler;
-  EXPECT_TRUE(handler.IsRegistered());
-  EXPECT_TRUE(handler.Report("lmxcore test: event log entry"));
-  EXPECT_FALSE(handler.Report(nullptr));
+TEST(DebugOutput, LoggerLinesOfNameLevelBareFileLineAndMessageArriveFiltered) {
+  LoggerDebugView logger;
+  EXPECT_TRUE(logger.IsLevelEnabled(1)) << "threshold 0 until SetLevel: everything passes";
+  logger.SetName(L"caf\u00e9");
+  logger.SetLevel(LOG_LEVEL_ERROR);
+  EXPECT_EQ(logger.QueryLevel(), LOG_LEVEL_ERROR);
+  char line[LoggerDebugView::kLineBufferSize];
+  logger.FormatLine(line, 15000, "odd", "x.cpp", 3);
+  EXPECT_STREQ(line, "caf\xc3\xa9: : x.cpp: 3: odd\n") << "a level outside the table: no name";
+  lmxtest::DebugOutputCapture capture;
+  logger.Log(LOG_LEVEL_ERROR, "narrow shown", "C:\\src\\dir\\file.cpp", 7, "F");
+  logger.Log(LOG_LEVEL_WARN, "below the threshold", "file.cpp", 8, "F");
+  logger.LogW(LOG_LEVEL_FATAL, L"wide shown", "log_utils/src/x.cpp", 9, "F");
+  const std::string text = capture.Finish();
+  EXPECT_NE(text.find("caf\xc3\xa9: ERROR: file.cpp: 7: narrow shown\n"), std::string::npos) << "a wide name as UTF-8";
+  EXPECT_NE(text.find("caf\xc3\xa9: FATAL: x.cpp: 9: wide shown\n"), std::string::npos) << text;
+  EXPECT_EQ(text.find("below the threshold"), std::string::npos) << text;
+}
+
+TEST(DebugOutput, LinesFromConcurrentThreadsNeverInterleave) {
+  LoggerDebugView logger;
+  logger.SetName(L"t");
+  constexpr int kThreads = 4, kLines = 50;
+  const std::string payload(200, 'p');
+  lmxtest::DebugOutputCapture capture;
+  {
+    std::vector<std::jthread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+      threads.emplace_back([&, t] {
+        for (int i = 0; i < kLines; ++i) logger.Log(LOG_LEVEL_INFO, payload.c_str(), "f.cpp", t, "F");
+      });
+    }
+  }
+  std::istringstream lines(capture.Finish());
+  int whole = 0;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("t: INFO", 0) != 0) continue;  // anything else the process printed
+    EXPECT_EQ(line.size(), std::string("t: INFO: f.cpp: 0: ").size() + payload.size()) << line;
+    EXPECT_EQ(line.substr(line.size() - payload.size()), payload);
+    ++whole;
+  }
+  EXPECT_EQ(whole, kThreads * kLines);
 }

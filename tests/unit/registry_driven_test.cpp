@@ -1,28 +1,43 @@
-// Behaviour chosen by registry values, on either back end: the worker pool by
-// "NumberThreads", the forced debugger-output logger by "DebugView".
+// Registry values on either back end (a .reg file or the real registry): keys as
+// RegistryKey reads them (both views) and the worker pool chosen by "NumberThreads".
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "corescheduler_pool.h"
-#include "log_bootstrap_support.h"
+#include "lmx/platform/registry.h"
 #include "support/test_registry.h"
 
 using namespace lmxtest;
-using namespace lmsdk::log_bootstrap;
 
-namespace {
 const std::wstring kSdkKey = L"Software\\Norvik\\LMSDK";
-const std::wstring kLoggingKey = L"Software\\Norvik\\LMSDK\\Logging";
 
-int32_t ForcedDebugViewLevel(TestContext& test) {
-  BootstrapResult result = SelectLogger(test.context, "test");
-  ResultGuard guard{result};
-  if (result.source != LoggerSource::kDebugView || !result.logger) return -1;
-  EXPECT_EQ(result.module, nullptr) << "a forced debugger output loads no logging module";
-  return result.logger->QueryLevel();
+TEST(RegistryDriven, KeysReadTypedValuesByCaseInsensitiveNameAndListDirectSubkeys) {
+  using lmx::platform::RegistryKey;
+  ScopedTestRegistry registry;
+  const std::wstring root = L"Software\\Norvik\\LMSDKTest";
+  registry.SetString(root, L"DebugView", L"say \"hi\" C:\\dir");
+  registry.SetString(root, L"Empty", L"");
+  registry.SetDword(root, L"NumberThreads", 0xFFFFFFFFu);
+  registry.SetDword(L"Software\\Wow6432Node\\Norvik\\LMSDKTest", L"NumberThreads", 32);
+  registry.SetDword(root + L"\\Beta", L"v", 1);
+  registry.SetDword(root + L"\\Alpha\\Nested", L"v", 2);  // Alpha exists through its descendant
+  const RegistryKey key = RegistryKey::OpenLocalMachine(L"SOFTWARE\\norvik\\LMSDKTest");
+  ASSERT_TRUE(key.IsOpen());
+  EXPECT_EQ(key.ReadString(L"debugview"), L"say \"hi\" C:\\dir");
+  EXPECT_EQ(key.ReadString(L"Empty"), L"");
+  EXPECT_EQ(key.ReadDword(L"NUMBERTHREADS"), 0xFFFFFFFFu);
+  EXPECT_EQ(RegistryKey::OpenLocalMachine(root, lmx::platform::RegistryView::k32Bit).ReadDword(L"NumberThreads"), 32u)
+      << "the 32-bit view reads the Wow6432Node twin";
+  // A value of the other type, or none at all, answers nothing.
+  EXPECT_FALSE(key.ReadDword(L"DebugView") || key.ReadString(L"NumberThreads") || key.ReadString(L"Missing"));
+  auto subkeys = key.EnumerateSubkeys();
+  std::sort(subkeys.begin(), subkeys.end());
+  EXPECT_EQ(subkeys, (std::vector<std::wstring>{L"Alpha", L"Beta"}));
+  const RegistryKey missing = RegistryKey::OpenLocalMachine(root + L"\\Nowhere");
+  EXPECT_FALSE(missing.IsOpen() || missing.ReadString(L"DebugView") || !missing.EnumerateSubkeys().empty());
 }
-}  // namespace
 
 TEST(RegistryDriven, NumberThreadsOneSelectsTheSingleWorker) {
   ScopedTestRegistry registry;
@@ -39,16 +54,4 @@ TEST(RegistryDriven, NumberThreadsOneSelectsTheSingleWorker) {
     ASSERT_NE(threads, nullptr) << value;
     EXPECT_EQ(threads->ThreadCount(), lmx::HardwareThreadCount()) << "the value is not a thread count";
   }
-}
-
-TEST(RegistryDriven, DebugViewLevelsAreExactAndPerModuleValuesWin) {
-  TempFolder folder;
-  TestContext test(folder);
-  ScopedTestRegistry registry;
-  EXPECT_EQ(ForcedDebugViewLevel(test), -1) << "no value: no forced debugger output";
-
-  registry.SetString(kLoggingKey, L"DebugView", L"VERBOSE");
-  EXPECT_EQ(ForcedDebugViewLevel(test), 2500);
-  registry.SetString(kLoggingKey, test.context.moduleName, L"ERROR");
-  EXPECT_EQ(ForcedDebugViewLevel(test), 40000) << "the value named after the module overrides DebugView";
 }

@@ -33,26 +33,15 @@ class RecordingTask final : public LMXSchedulerService::Callback {
   Norvik::Lumetra::Status Run(Norvik::Lumetra::Status sts) override {
     if (body_) body_(sts);
     std::lock_guard lock(mutex_);
-    ++runs_;
-    last_ = sts;
-    thread_ = std::this_thread::get_id();
+    ++runs_, last_ = sts, thread_ = std::this_thread::get_id();
     changed_.notify_all();
     return Norvik::Lumetra::LMX_STATUS_NO_ERROR;
   }
   const wchar_t* QueryName() override { return name_; }
 
-  int Runs() {
-    std::lock_guard lock(mutex_);
-    return runs_;
-  }
-  Norvik::Lumetra::Status Last() {
-    std::lock_guard lock(mutex_);
-    return last_;
-  }
-  std::thread::id Thread() {
-    std::lock_guard lock(mutex_);
-    return thread_;
-  }
+  int Runs() { return Locked(runs_); }
+  Norvik::Lumetra::Status Last() { return Locked(last_); }
+  std::thread::id Thread() { return Locked(thread_); }
   // Waits (bounded) until the task has run at least `runs` times.
   bool WaitForRuns(int runs, std::chrono::milliseconds limit = 2000ms) {
     std::unique_lock lock(mutex_);
@@ -60,6 +49,12 @@ class RecordingTask final : public LMXSchedulerService::Callback {
   }
 
  private:
+  template <class T>
+  T Locked(const T& field) {
+    std::lock_guard lock(mutex_);
+    return field;
+  }
+
   const wchar_t* name_;
   std::function<void(Norvik::Lumetra::Status)> body_;
   std::mutex mutex_;
@@ -98,8 +93,7 @@ class SchedulerRef {
 // The descriptor under which a session keeps its master scheduler.
 inline Norvik::Lumetra::Service::ImplDesc SchedulerDescriptor() {
   Norvik::Lumetra::Service::ImplDesc desc{};
-  desc.group = 0x80000000u;
-  desc.subgroup = 0x40000000u;
+  desc.group = 0x80000000u, desc.subgroup = 0x40000000u;
   return desc;
 }
 

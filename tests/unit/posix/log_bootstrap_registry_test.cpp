@@ -1,97 +1,70 @@
-// The logging bootstrap driven by the registry file: the forced debugger output,
+// The logging bootstrap driven by registry values: the forced debugger output,
 // the properties-file rows, the dispatch registry, and Init itself.
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 
-#include "lmx/platform/text.h"
 #include "lmx_loggers.h"
 #include "log_bootstrap_support.h"
+#include "support/test_registry.h"
 
 using namespace lmxtest;
 using namespace lmsdk::log_bootstrap;
 
 namespace {
 
-constexpr char kFunction[] = "test-function";
-constexpr char kHeader[] = "Windows Registry Editor Version 5.00\r\n\r\n";
 const std::wstring kModuleFile = LoggingModuleFileName();
-
-// Escapes a path for a .reg string value.
-std::string RegString(const std::wstring& text) {
-  std::string out;
-  for (char c : lmx::platform::WideToUtf8(text)) {
-    if (c == '\\' || c == '"') out.push_back('\\');
-    out.push_back(c);
-  }
-  return out;
-}
-
-std::string Utf16LeWithBom(const std::string& ascii) {
-  std::string bytes = "\xFF\xFE";
-  for (char c : ascii) {
-    bytes.push_back(c);
-    bytes.push_back('\0');
-  }
-  return bytes;
-}
+const std::wstring kSdk = L"Software\\Norvik\\LMSDK";
+const std::wstring kWow = L"Software\\Wow6432Node\\Norvik\\LMSDK";
 
 class LogBootstrapRegistry : public ::testing::Test {
  protected:
-  LogBootstrapRegistry()
-      : registryPath_(folder_.path() / "lmsdk.reg"), registry_(L"LMSDK_REGISTRY", ToWide(registryPath_)), test_(folder_) {}
-
-  void WriteRegistry(const std::string& body) { folder_.Write("lmsdk.reg", kHeader + body); }
-  void WriteRegistryBytes(const std::string& bytes) { folder_.Write("lmsdk.reg", bytes); }
-
-  // Selects with a tracing collector and a logging module in the runtime folder, so
-  // a debugger-output logger is seen to win over both.
-  BootstrapResult SelectWithModuleAvailable() {
-    test_.environment[L"NORVIK_LIBQTRNOTIFY64"] = L"1";
-    folder_.Directory("tmp/lmsdk_logs");
-    PlaceModule(FakeLoggingModule(), test_.context.runtimeDirectory);
-    return SelectLogger(test_.context, kFunction);
+  // Starts again from an empty registry.
+  ScopedTestRegistry& Fresh() {
+    registry_.reset();
+    return registry_.emplace();
+  }
+  // A dispatch entry below <version>\Dispatch\<name>.
+  void Dispatch(const std::wstring& version, const std::wstring& name, uint32_t cuid, const std::wstring& path) {
+    const std::wstring key = kSdk + L"\\" + version + L"\\Dispatch\\" + name;
+    registry_->SetDword(key, L"cuid", cuid);
+    registry_->SetString(key, L"path", path);
   }
 
   TempFolder folder_;
-  fs::path registryPath_;
-  ScopedEnvironment registry_;
-  TestContext test_;
+  TestContext test_{folder_};
+  std::optional<ScopedTestRegistry> registry_{std::in_place};
 };
-
-int32_t DebugViewLevel(const BootstrapResult& result) {
-  EXPECT_EQ(result.source, LoggerSource::kDebugView);
-  return result.logger ? result.logger->QueryLevel() : -1;
-}
 
 }  // namespace
 
 TEST_F(LogBootstrapRegistry, DebugViewIsForcedByTheRegistry) {
-  WriteRegistry("[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n\"DebugView\"=\"VERBOSE\"\r\n");
+  // A tracing collector and a logging module are there: the forced output wins over both.
+  test_.environment[L"NORVIK_LIBQTRNOTIFY64"] = L"1";
+  folder_.Directory("tmp/lmsdk_logs");
+  PlaceModule(FakeLoggingModule(), test_.context.runtimeDirectory);
+  registry_->SetString(kSdk + L"\\Logging", L"DebugView", L"VERBOSE");
   {
-    BootstrapResult result = SelectWithModuleAvailable();
-    ResultGuard guard{result};
-    ASSERT_NE(result.logger, nullptr);
-    EXPECT_EQ(DebugViewLevel(result), 2500);
-    EXPECT_TRUE(result.logger->IsLevelEnabled(2500));
+    Selection result(test_.context);
+    ASSERT_EQ(result.source, LoggerSource::kDebugView);
+    EXPECT_EQ(result.logger->QueryLevel(), 2500);
     EXPECT_EQ(result.module, nullptr) << "no logging module is loaded";
     EXPECT_FALSE(fs::exists(ToPath(GeneratedPropertiesPath(test_.context))));
     char line[lmsdk::LoggerDebugView::kLineBufferSize];
     static_cast<lmsdk::LoggerDebugView*>(result.logger)->FormatLine(line, 2500, "m", "a/b.cpp", 7);
     EXPECT_STREQ(line, "bootstrap_test: VERBOSE: b.cpp: 7: m\n") << "named after the module";
   }
-
-  // Exact level names and per-module values: see the registry-driven tests.
-
-  // Nothing in the default view: the 32-bit view is asked.
-  WriteRegistryBytes(Utf16LeWithBom(std::string(kHeader) +
-                                    "[HKEY_LOCAL_MACHINE\\Software\\Wow6432Node\\Norvik\\LMSDK\\Logging]\r\n"
-                                    "\"DebugView\"=\"WARN\"\r\n"));
+  registry_->SetString(kSdk + L"\\Logging", test_.context.moduleName, L"ERROR");
   {
-    BootstrapResult result = SelectLogger(test_.context, kFunction);
-    ResultGuard guard{result};
-    EXPECT_EQ(DebugViewLevel(result), 30000);
+    Selection result(test_.context);
+    EXPECT_EQ(result.logger->QueryLevel(), 40000) << "the value named after the module overrides DebugView";
   }
+  // Nothing in the default view: the 32-bit view is asked.
+  Fresh().SetString(kWow + L"\\Logging", L"DebugView", L"WARN");
+  Selection result(test_.context);
+  EXPECT_EQ(result.source, LoggerSource::kDebugView);
+  EXPECT_EQ(result.logger ? result.logger->QueryLevel() : -1, 30000);
 }
 
 TEST_F(LogBootstrapRegistry, PropertiesFileRowsInOrder) {
@@ -101,15 +74,12 @@ TEST_F(LogBootstrapRegistry, PropertiesFileRowsInOrder) {
 
   // A missing file in the first row falls through; a relative path (leading dot)
   // is taken against the executable's folder, with that key's watch delay.
-  WriteRegistry("[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n"
-                "\"ConfigFile\"=\"" + RegString(ToWide(folder_.path() / "missing.properties")) + "\"\r\n"
-                "\"ConfigWatchDelay\"=dword:00000064\r\n"
-                "[HKEY_LOCAL_MACHINE\\Software\\Wow6432Node\\Norvik\\LMSDK\\Logging]\r\n"
-                "\"ConfigFile\"=\".\\\\conf\\\\lmxlog.properties\"\r\n"
-                "\"ConfigWatchDelay\"=dword:00001388\r\n");
+  registry_->SetString(kSdk + L"\\Logging", L"ConfigFile", ToWide(folder_.path() / "missing.properties"));
+  registry_->SetDword(kSdk + L"\\Logging", L"ConfigWatchDelay", 100);
+  registry_->SetString(kWow + L"\\Logging", L"ConfigFile", L".\\conf\\lmxlog.properties");
+  registry_->SetDword(kWow + L"\\Logging", L"ConfigWatchDelay", 5000);
   {
-    BootstrapResult result = SelectLogger(test_.context, kFunction);
-    ResultGuard guard{result};
+    Selection result(test_.context);
     ASSERT_NE(result.logger, nullptr);
     EXPECT_FALSE(result.propertiesGenerated);
     EXPECT_EQ(result.propertiesFile, test_.context.executableDirectory + L"./conf/lmxlog.properties");
@@ -120,29 +90,23 @@ TEST_F(LogBootstrapRegistry, PropertiesFileRowsInOrder) {
   }
 
   // A local runtime keeps its file four folders above the runtime's binaries; the
-  // ConfigFile rows come first.
+  // ConfigFile rows come first. Malformed content is not parsed here: the logging
+  // module gets the file as it is.
   test_.context.runtimeDirectory = folder_.Directory("a/b/c/d/bin");
   PlaceModule(FakeLoggingModule(), test_.context.runtimeDirectory);
-  // Malformed content is not parsed here: the logging module gets the file as it is.
   const char malformed[] = "log4j.rootLogger = = DEBUG,\n[no key\n\x01\x7f=\n";
   folder_.Write("a/config/lmxlog.properties", malformed);
-  WriteRegistry("[HKEY_LOCAL_MACHINE\\Software\\Wow6432Node\\Norvik\\LMSDK\\Dispatch]\r\n"
-                "\"LocalRuntime\"=\"1\"\r\n");
-  {
-    BootstrapResult result = SelectLogger(test_.context, kFunction);
-    ResultGuard guard{result};
+  for (const std::wstring& root : {kSdk, kWow}) {
+    Fresh().SetString(root + L"\\Dispatch", L"LocalRuntime", L"1");
+    Selection result(test_.context);
     ASSERT_NE(result.logger, nullptr);
     EXPECT_STREQ(RecordOf(result.module)->propertiesText, malformed);
   }
-  WriteRegistry("[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Dispatch]\r\n\"LocalRuntime\"=\"1\"\r\n"
-                "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n"
-                "\"ConfigFile\"=\"" + RegString(ToWide(wow)) + "\"\r\n");
-  {
-    BootstrapResult result = SelectLogger(test_.context, kFunction);
-    ResultGuard guard{result};
-    ASSERT_NE(result.logger, nullptr);
-    EXPECT_EQ(result.propertiesFile, ToWide(wow));
-  }
+  Fresh().SetString(kSdk + L"\\Dispatch", L"LocalRuntime", L"1");
+  registry_->SetString(kSdk + L"\\Logging", L"ConfigFile", ToWide(wow));
+  Selection result(test_.context);
+  ASSERT_NE(result.logger, nullptr);
+  EXPECT_EQ(result.propertiesFile, ToWide(wow));
 }
 
 TEST_F(LogBootstrapRegistry, DispatchRegistryNamesTheModule) {
@@ -150,28 +114,21 @@ TEST_F(LogBootstrapRegistry, DispatchRegistryNamesTheModule) {
   const std::wstring newer = folder_.Directory("rt20/logging");
   PlaceModule(FakeLoggingModule(), newer);
   const fs::path properties = folder_.Write("lmxlog.properties", "log4j.rootLogger = INFO\n");
+  registry_->SetString(kSdk + L"\\Logging", L"ConfigFile", ToWide(properties));
   // Subkeys sort as text: "1.5" < "10.0" < "2.0"; the last match wins.
-  WriteRegistry("[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n"
-                "\"ConfigFile\"=\"" + RegString(ToWide(properties)) + "\"\r\n"
-                "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\2.0\\Dispatch\\Logging]\r\n"
-                "\"cuid\"=dword:3870db28\r\n\"path\"=\"" + RegString(newer) + "\"\r\n"
-                "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\2.0\\Dispatch\\Zeta]\r\n"
-                "\"cuid\"=dword:00000001\r\n\"path\"=\"" + RegString(older) + "\"\r\n"
-                "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\1.5\\Dispatch\\Logging]\r\n"
-                "\"cuid\"=dword:3870db28\r\n\"path\"=\"" + RegString(older) + "\"\r\n"
-                "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\10.0\\Dispatch\\Logging]\r\n"
-                "\"cuid\"=dword:3870db28\r\n\"path\"=\"" + RegString(older + kModuleFile) + "\"\r\n");
+  Dispatch(L"2.0", L"Logging", 0x3870db28, newer);
+  Dispatch(L"2.0", L"Zeta", 1, older);
+  Dispatch(L"1.5", L"Logging", 0x3870db28, older);
+  Dispatch(L"10.0", L"Logging", 0x3870db28, older + kModuleFile);
   EXPECT_EQ(DispatchRegistryPath(), newer + kModuleFile) << "a folder gets the module's file name";
 
-  BootstrapResult result = SelectLogger(test_.context, kFunction);
-  ResultGuard guard{result};
+  Selection result(test_.context);
   ASSERT_NE(result.logger, nullptr);
   EXPECT_EQ(result.modulePath, newer + kModuleFile);
 }
 
 TEST_F(LogBootstrapRegistry, InitInstallsTheChosenLogger) {
   Norvik::Lumetra::LoggingService* const previous = lmsdk::LogUtil::GetLogger();
-  WriteRegistry("");
   lmsdk::LogUtil::Init(nullptr);
   EXPECT_EQ(lmsdk::LogUtil::GetLogger(), &lmsdk::EmptyLogger::Instance());
 
@@ -180,10 +137,8 @@ TEST_F(LogBootstrapRegistry, InitInstallsTheChosenLogger) {
   const std::wstring moduleDirectory = folder_.Directory("installed");
   PlaceModule(FakeLoggingModule(), moduleDirectory);
   const fs::path properties = folder_.Write("lmxlog.properties", "log4j.rootLogger = INFO\n");
-  WriteRegistry("[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n"
-                "\"ConfigFile\"=\"" + RegString(ToWide(properties)) + "\"\r\n"
-                "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\1.0\\Dispatch\\Logging]\r\n"
-                "\"cuid\"=dword:3870db28\r\n\"path\"=\"" + RegString(moduleDirectory) + "\"\r\n");
+  registry_->SetString(kSdk + L"\\Logging", L"ConfigFile", ToWide(properties));
+  Dispatch(L"1.0", L"Logging", 0x3870db28, moduleDirectory);
   lmsdk::LogUtil::Init(nullptr);
   Norvik::Lumetra::LoggingService* const installed = lmsdk::LogUtil::GetLogger();
   lmsdk::LogUtil::SetLogger(previous);
@@ -191,11 +146,8 @@ TEST_F(LogBootstrapRegistry, InitInstallsTheChosenLogger) {
 
   auto module = lmx::platform::LoadModule(ToPath(moduleDirectory + kModuleFile));
   const FakeLoggingRecord& record = *RecordOf(module);
-  const std::wstring name =
-      L"lmsdk." + ModuleNameFromPath(ToWide(lmx::platform::ExecutablePath()));
+  const std::wstring name = L"lmsdk." + ModuleNameFromPath(ToWide(lmx::platform::ExecutablePath()));
   EXPECT_EQ(std::wstring(record.name), name);
-  EXPECT_EQ(std::wstring(record.message), L"Logger '" + name + L"' created with level 0");
-  EXPECT_STREQ(record.file, "log_utils/src/log_utils.cpp");
   EXPECT_NE(std::string(record.function).find("lmsdk::LogUtil::Init"), std::string::npos) << record.function;
   installed->Release();
   lmx::platform::UnloadModule(module);

@@ -46,9 +46,8 @@ class LoggingModule : public ::testing::Test {
   }
 
   std::string LogFile() const {
-    std::ifstream file(folder_.path() / "child.log", std::ios::binary);
     std::stringstream text;
-    text << file.rdbuf();
+    text << std::ifstream(folder_.path() / "child.log", std::ios::binary).rdbuf();
     return text.str();
   }
 
@@ -58,10 +57,7 @@ class LoggingModule : public ::testing::Test {
 TEST_F(LoggingModule, LibraryLinesReachTheFileFilteredByLevel) {
   ASSERT_EQ(RunChild("lines", kDebugToFile), 0);
   const std::string log = LogFile();
-  const struct {
-    const char* text;
-    bool present;
-  } kExpected[] = {
+  const std::pair<const char*, bool> kExpected[] = {  // (text, present)
       // Level, logger name, source file and function reach the layout.
       {"INFO  lmsdk.log_module_child log_utils.cpp Init | Logger 'lmsdk.log_module_child' created with level 10000",
        true},
@@ -71,8 +67,7 @@ TEST_F(LoggingModule, LibraryLinesReachTheFileFilteredByLevel) {
       {"enter CreateImage", false},                                              // TRACE is below DEBUG
       {"verbose line", false},
   };
-  for (const auto& line : kExpected)
-    EXPECT_EQ(log.find(line.text) != std::string::npos, line.present) << line.text << "\n" << log;
+  for (auto [text, present] : kExpected) EXPECT_EQ(log.find(text) != std::string::npos, present) << text << "\n" << log;
 }
 
 TEST_F(LoggingModule, WatchedFileChangesTheLevelWhileRunning) {
