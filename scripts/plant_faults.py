@@ -117,8 +117,8 @@ FAULTS = [
      "wait-all combines statuses wrongly: a warning counts as the error"),
     ("S04", "liblmxcore/src/corescheduler_requests.cpp", "ready.Add(request->callback);\n        request->callback = nullptr;",
      "ready.Add(request->callback);", "a consumer is called twice after an error"),
-    ("S05", "liblmxcore/src/corescheduler_syncpoint.cpp", "> static_cast<int64_t>(platform::kMaximumWaitObjects)",
-     ">= static_cast<int64_t>(platform::kMaximumWaitObjects)", "wait limit off by one"),
+    ("S05", "liblmxcore/src/corescheduler_syncpoint.cpp", "value_or(INT64_MAX) <= platform::kMaximumWaitObjects;",
+     "value_or(INT64_MAX) < platform::kMaximumWaitObjects;", "wait limit off by one"),
     ("S06", "liblmxcore/src/corescheduler_requests.cpp", "if (!request) SubmitTask(cb, lateFailure);", "",
      "a consumer of outputs that are not pending is never called"),
     # Status checks, logging bootstrap, registry.
