@@ -16,8 +16,6 @@ namespace {
 constexpr size_t kInitialCapacity = 1024;
 // Lock attempts before blocking on a busy queue.
 constexpr int kLockSpins = 64;
-// Polls of an empty queue before a worker sleeps: a few microseconds.
-constexpr int kIdleSpins = 256;
 }  // namespace
 
 TaskQueue::TaskQueue() : ring(kInitialCapacity) {}
@@ -40,26 +38,12 @@ bool TaskQueue::Push(const Item& item) {
     ring.swap(wider);
   }
   ring[tail++ & (ring.size() - 1)] = item;
-  queued.store(tail - head, std::memory_order_relaxed);
   if (sleepers <= signalled) return false;
   ++signalled;
   return true;
 }
 
-TaskQueue::Item TaskQueue::Pop() {
-  const Item item = ring[head++ & (ring.size() - 1)];
-  queued.store(tail - head, std::memory_order_relaxed);
-  return item;
-}
-
-void TaskQueue::SpinWhileEmpty(std::unique_lock<std::mutex>& lock) {
-  lock.unlock();
-  for (int spin = 0; spin < kIdleSpins; ++spin) {
-    if (queued.load(std::memory_order_relaxed) != 0 || stop.load(std::memory_order_relaxed)) break;
-    CpuRelax();
-  }
-  lock = Lock();
-}
+TaskQueue::Item TaskQueue::Pop() { return ring[head++ & (ring.size() - 1)]; }
 
 void TaskQueue::Sleep(std::unique_lock<std::mutex>& lock) {
   ++sleepers;
@@ -111,7 +95,6 @@ uint32_t SingleWorker(void* argument) {
     TaskQueue::Item item;
     {
       std::unique_lock lock = queue.Lock();
-      if (queue.Empty()) queue.SpinWhileEmpty(lock);
       while (queue.Empty()) queue.Sleep(lock);
       item = queue.Pop();
     }
@@ -131,7 +114,6 @@ void PoolWorker(std::shared_ptr<TaskQueue> shared) {
     TaskQueue::Item item;
     {
       std::unique_lock lock = queue.Lock();
-      if (queue.Empty() && !queue.stop) queue.SpinWhileEmpty(lock);
       while (queue.Empty() && !queue.stop) queue.Sleep(lock);
       if (queue.Empty()) return;
       item = queue.Pop();

@@ -52,11 +52,6 @@ struct TaskQueue {
   bool Push(const Item& item);
   // Removes the front item. Requires: the lock is held and the queue is not empty.
   Item Pop();
-  // Releases the lock and polls briefly for an item, then takes the lock again:
-  // a task that follows closely is taken without an operating-system wake-up
-  // of this worker and without a signal by the submitter. Bounded, so an idle
-  // worker soon sleeps. Requires: the lock is held.
-  void SpinWhileEmpty(std::unique_lock<std::mutex>& lock);
   // Waits on the condition, counted as a sleeper. Requires: the lock is held.
   void Sleep(std::unique_lock<std::mutex>& lock);
   bool Empty() const { return head == tail; }
@@ -69,8 +64,6 @@ struct TaskQueue {
   size_t tail = 0;                     // next free
   uint32_t sleepers = 0;               // workers waiting on the condition
   uint32_t signalled = 0;              // sleepers signalled but not yet awake
-  // tail - head, written under mutex; polled without it by a spinning worker.
-  std::atomic<size_t> queued{0};
   // Written under mutex; the single worker reads it after each task without it.
   std::atomic<bool> stop{false};
 };
