@@ -2,9 +2,10 @@
 //
 // The key space is split over a fixed number of stripes, each an open-addressing
 // table behind its own reader/writer spin lock (the sections are short; no
-// allocation per entry; a table only grows). An accessor holds its entry's stripe lock for as long
-// as it lives: shared for a ConstAccessor (read), exclusive for an Accessor
-// (insert, update, erase). Entries never move while an accessor points at them.
+// allocation per entry; a table only grows). An accessor holds its entry's stripe
+// lock for as long as it lives: shared for a ConstAccessor (read), exclusive for
+// an Accessor (insert, update, erase). Entries never move while an accessor
+// points at them.
 //
 // Requires: keys are not null; a thread holds at most one accessor of one map at a
 // time (a second one on the same stripe would wait for itself).
