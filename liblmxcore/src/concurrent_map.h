@@ -1,10 +1,11 @@
 // concurrent_map.h: a hash map keyed by pointer for concurrent readers and writers.
 //
 // The key space is split over a fixed number of stripes, each an open-addressing
-// table behind its own std::shared_mutex (no allocation per entry; a table only
-// grows). An accessor holds its entry's stripe lock for as long
-// as it lives: shared for a ConstAccessor (read), exclusive for an Accessor
-// (insert, update, erase). Entries never move while an accessor points at them.
+// table behind its own reader/writer spin lock (the sections are short; no
+// allocation per entry; a table only grows). An accessor holds its entry's stripe
+// lock for as long as it lives: shared for a ConstAccessor (read), exclusive for
+// an Accessor (insert, update, erase). Entries never move while an accessor
+// points at them.
 //
 // Requires: keys are not null; a thread holds at most one accessor of one map at a
 // time (a second one on the same stripe would wait for itself).
@@ -25,9 +26,15 @@
 #include <shared_mutex>
 #include <vector>
 
+#include "spin_rw_lock.h"
+
 namespace lmx {
 
-template <class Value>
+// Whether a map keeps a count of all its entries for MayHoldEntries: one more
+// atomic read-modify-write per insert and erase, shared by all stripes.
+enum class MapCount { kNotKept, kKept };
+
+template <class Value, MapCount kCount = MapCount::kNotKept>
 class ConcurrentPointerMap {
   static constexpr size_t kInitialSlots = 16;
 
@@ -42,7 +49,7 @@ class ConcurrentPointerMap {
   // allocates per entry. Entries move only under the exclusive lock, which no
   // other accessor can hold meanwhile.
   struct alignas(64) Stripe {
-    mutable std::shared_mutex mutex;
+    mutable SpinRwLock mutex;
     std::vector<Slot> slots = std::vector<Slot>(kInitialSlots);  // power of two
     size_t count = 0;
 
@@ -53,14 +60,16 @@ class ConcurrentPointerMap {
       while (slots[i].key && slots[i].key != key) i = (i + 1) & Mask();
       return i;
     }
-    // Keeps at least half the slots free so that probes stay short.
-    void GrowIfHalfFull() {
-      if (2 * (count + 1) <= slots.size()) return;
+    // Keeps at least half the slots free so that probes stay short; returns
+    // whether the table grew (and its entries moved).
+    bool GrowIfHalfFull() {
+      if (2 * (count + 1) <= slots.size()) return false;
       std::vector<Slot> old(slots.size() * 2);
       old.swap(slots);
       for (Slot& slot : old) {
         if (slot.key) slots[Probe(slot.key, Hash(slot.key))] = std::move(slot);
       }
+      return true;
     }
     // Frees slot i and moves back the entries of its probe run that may not stay
     // behind the gap.
@@ -96,7 +105,7 @@ class ConcurrentPointerMap {
 
    private:
     friend class ConcurrentPointerMap;
-    std::shared_lock<std::shared_mutex> lock_;
+    std::shared_lock<SpinRwLock> lock_;
     const Value* value_ = nullptr;
   };
 
@@ -116,9 +125,9 @@ class ConcurrentPointerMap {
 
    private:
     friend class ConcurrentPointerMap;
-    std::unique_lock<std::shared_mutex> lock_;
+    std::unique_lock<SpinRwLock> lock_;
     Stripe* stripe_ = nullptr;
-    const void* key_ = nullptr;
+    size_t index_ = 0;  // the entry's slot in the stripe
     Value* value_ = nullptr;
   };
 
@@ -152,7 +161,7 @@ class ConcurrentPointerMap {
       accessor.release();
       return false;
     }
-    Hold(accessor, stripe, key, slot.value);
+    Hold(accessor, stripe, static_cast<size_t>(&slot - stripe.slots.data()));
     return true;
   }
 
@@ -166,19 +175,18 @@ class ConcurrentPointerMap {
     size_t i = stripe.Probe(key, hash);
     const bool created = !stripe.slots[i].key;
     if (created) {
-      stripe.GrowIfHalfFull();  // may throw, before anything changed
-      i = stripe.Probe(key, hash);
+      if (stripe.GrowIfHalfFull()) i = stripe.Probe(key, hash);  // may throw, before anything changed
       stripe.slots[i].key = key;
       ++stripe.count;
-      entries_.fetch_add(1, std::memory_order_relaxed);
+      if constexpr (kCount == MapCount::kKept) entries_.fetch_add(1, std::memory_order_relaxed);
     }
-    Hold(accessor, stripe, key, stripe.slots[i].value);
+    Hold(accessor, stripe, i);
     return created;
   }
 
   // Erases the entry the accessor holds and ends the accessor.
   void Erase(Accessor& accessor) {
-    if (accessor.stripe_) Unlink(*accessor.stripe_, accessor.key_);
+    if (accessor.stripe_) RemoveAt(*accessor.stripe_, accessor.index_);
     accessor.release();
   }
 
@@ -193,7 +201,10 @@ class ConcurrentPointerMap {
   // Whether the map may hold entries: false only when it held none at some
   // moment during the call. A caller that has synchronised with every writer
   // (through a lock they released after writing) reads the exact answer.
-  bool MayHoldEntries() const { return entries_.load(std::memory_order_relaxed) != 0; }
+  bool MayHoldEntries() const {
+    static_assert(kCount == MapCount::kKept, "the map keeps no count");
+    return entries_.load(std::memory_order_relaxed) != 0;
+  }
 
   // Number of entries; only a snapshot while other threads write.
   size_t Size() const {
@@ -229,23 +240,26 @@ class ConcurrentPointerMap {
   Stripe& StripeOf(uint64_t hash) { return stripes_[StripeIndex(hash)]; }
   const Stripe& StripeOf(uint64_t hash) const { return stripes_[StripeIndex(hash)]; }
 
-  static void Hold(Accessor& accessor, Stripe& stripe, const void* key, Value& value) {
+  static void Hold(Accessor& accessor, Stripe& stripe, size_t index) {
     accessor.stripe_ = &stripe;
-    accessor.key_ = key;
-    accessor.value_ = &value;
+    accessor.index_ = index;
+    accessor.value_ = &stripe.slots[index].value;
   }
 
   // Removes key from the stripe, whose lock the caller holds exclusively.
   bool Unlink(Stripe& stripe, const void* key) {
     const size_t i = stripe.Probe(key, Hash(key));
     if (!stripe.slots[i].key) return false;
-    stripe.RemoveAt(i);
-    entries_.fetch_sub(1, std::memory_order_relaxed);
+    RemoveAt(stripe, i);
     return true;
+  }
+  void RemoveAt(Stripe& stripe, size_t index) {
+    stripe.RemoveAt(index);
+    if constexpr (kCount == MapCount::kKept) entries_.fetch_sub(1, std::memory_order_relaxed);
   }
 
   std::array<Stripe, kStripes> stripes_;
-  std::atomic<size_t> entries_{0};  // all stripes together
+  std::atomic<size_t> entries_{0};  // all stripes together, when kept
 };
 
 }  // namespace lmx

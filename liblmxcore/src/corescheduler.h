@@ -15,8 +15,9 @@
 #include <mutex>
 
 #include "concurrent_map.h"
-#include "node_pool.h"
 #include "corescheduler_pool.h"
+#include "node_pool.h"
+#include "recursive_lock.h"
 #include "lmx/platform/event.h"
 #include "lmximpl.h"
 #include "lmxscheduler.h"
@@ -55,10 +56,28 @@ struct SchedulerState {
     Request* request;
     Waiter* next;
   };
-  // A pending output's waiters in the order they registered.
+  // A pending output's waiters in the order they registered: a ring reached
+  // through its last entry, so that a map slot holds one pointer beside its key.
   struct WaiterList {
-    Waiter* head = nullptr;
     Waiter* tail = nullptr;
+
+    void Append(Waiter* waiter) {
+      waiter->next = tail ? tail->next : waiter;
+      if (tail) tail->next = waiter;
+      tail = waiter;
+    }
+    // Calls visit(waiter) for each waiter in order; visit may recycle it.
+    template <class Visit>
+    void ForEach(Visit visit) const {
+      if (!tail) return;
+      for (Waiter* waiter = tail->next;;) {
+        Waiter* next = waiter->next;
+        const bool last = waiter == tail;
+        visit(waiter);
+        if (last) return;
+        waiter = next;
+      }
+    }
   };
 
   SchedulerState() = default;
@@ -67,7 +86,7 @@ struct SchedulerState {
 
   // Serialises registration of requests against completion of outputs; recursive
   // because inline callbacks run under it and may register or complete in turn.
-  std::recursive_mutex requestLock;
+  RecursiveLock requestLock;
   // Records and waiter entries are recycled, so registering and completing
   // allocate nothing once the pools have grown; guarded by requestLock.
   NodePool<Request> requestPool;
@@ -77,7 +96,7 @@ struct SchedulerState {
   // Waiter lists are read and changed only under requestLock.
   ConcurrentPointerMap<WaiterList> pendingOutputs;
   // The error each failed output was last completed with.
-  ConcurrentPointerMap<Norvik::Lumetra::Status> failedOutputs;
+  ConcurrentPointerMap<Norvik::Lumetra::Status, MapCount::kKept> failedOutputs;
   // Number of scheduler objects of the session that use this state.
   std::atomic<uint32_t> users{0};
   // Whether the session's slot points at this state's master; guarded by requestLock.

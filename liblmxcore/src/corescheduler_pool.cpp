@@ -3,11 +3,8 @@
 
 #include <new>
 
-#if defined(__x86_64__) || defined(_M_X64) || defined(__i386__)
-#include <immintrin.h>
-#endif
-
 #include "corescheduler_text.h"
+#include "cpu_relax.h"
 #include "lmx/platform/registry.h"
 #include "lmxutils.h"
 
@@ -19,13 +16,6 @@ namespace {
 constexpr size_t kInitialCapacity = 1024;
 // Lock attempts before blocking on a busy queue.
 constexpr int kLockSpins = 64;
-
-// Tells the processor that this is a spin-wait loop.
-inline void CpuRelax() {
-#if defined(__x86_64__) || defined(_M_X64) || defined(__i386__)
-  _mm_pause();
-#endif
-}
 }  // namespace
 
 TaskQueue::TaskQueue() : ring(kInitialCapacity) {}

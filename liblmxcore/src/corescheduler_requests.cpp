@@ -1,6 +1,5 @@
 // Input and output scheduling: consumers' requests, producers' outputs, sync
 // points and task submission, all on the session master's state.
-#include <cwchar>
 #include <new>
 #include <vector>
 
@@ -14,7 +13,7 @@ using namespace Norvik::Lumetra;
 using Request = SchedulerState::Request;
 using Waiter = SchedulerState::Waiter;
 using WaiterMap = lmx::ConcurrentPointerMap<SchedulerState::WaiterList>;
-using FailureMap = lmx::ConcurrentPointerMap<Status>;
+using FailureMap = lmx::ConcurrentPointerMap<Status, lmx::MapCount::kKept>;
 
 namespace {
 
@@ -41,6 +40,17 @@ class ReadyList {
   size_t count_ = 0;
   std::vector<LMXSchedulerService::Callback*> overflow_;
 };
+
+// Whether a task's name marks it to run on the calling thread: its first eight
+// characters are "(inline)". Compared in place: this runs for every task.
+bool IsInlineName(const wchar_t* name) {
+  if (!name) return false;
+  static constexpr wchar_t kPrefix[] = L"(inline)";
+  for (size_t i = 0; i + 1 < sizeof kPrefix / sizeof kPrefix[0]; ++i) {
+    if (name[i] != kPrefix[i]) return false;
+  }
+  return true;
+}
 
 // The recorded error of the first non-null input that has one, else NO_ERROR.
 Status FirstFailure(const FailureMap& failed, int32_t n, void** inputs) {
@@ -72,17 +82,17 @@ void SchedulerState::RequestList::Erase(Request* request) {
 Status Scheduler::SubmitTask(Callback* task, Status sts) {
   LMX_CHECK(task, LMX_STATUS_HANDLE_INVALID);
   const wchar_t* name = task->QueryName();
-  const bool inlineTask = name && std::wcsncmp(name, L"(inline)", 8) == 0;
+  const bool inlineTask = IsInlineName(name);
   // The trace text lives in a fixed buffer and is built only when the trace
   // level is on; it is never empty, so the level alone decides.
   LoggingService* logger = lmsdk::LogUtil::GetLogger();
   const bool traced = logger->IsLevelEnabled(LOG_LEVEL_TRACE);
-  char text[260] = "SubmitTask";
+  char text[260];
   if (traced) {
     if (inlineTask) {
       lmx::FormatTaskText(text, sizeof text, "", name, "");
-    } else if (name) {
-      lmx::FormatTaskText(text, sizeof text, "SubmitTask ", name, "");
+    } else {
+      lmx::FormatTaskText(text, sizeof text, name ? "SubmitTask " : "SubmitTask", name, "");
     }
     logger->TraceEnter(LOG_LEVEL_TRACE, text);
   }
@@ -139,9 +149,7 @@ Status Scheduler::RequestInputs(int32_t n, void** inputs, Callback* cb) try {
       }
       ++request->count;
       waiter->request = request;
-      SchedulerState::WaiterList& list = waiters.value();
-      (list.tail ? list.tail->next : list.head) = waiter;
-      list.tail = waiter;
+      waiters.value().Append(waiter);
     }
   }
   if (!request) SubmitTask(cb, lateFailure);
@@ -202,7 +210,7 @@ Status Scheduler::CompleteOutputs(int32_t n, void** outputs, Status sts) {
     if (!outputs[i]) continue;
     WaiterMap::Accessor waiters;
     if (!s.pendingOutputs.Find(waiters, outputs[i])) continue;
-    for (Waiter* waiter = waiters.value().head; waiter;) {
+    waiters.value().ForEach([&](Waiter* waiter) {
       Request* request = waiter->request;
       // An error reaches the consumer at once, and only once, even while other
       // inputs are still pending.
@@ -215,10 +223,8 @@ Status Scheduler::CompleteOutputs(int32_t n, void** outputs, Status sts) {
         s.requests.Erase(request);
         s.requestPool.Release(request);
       }
-      Waiter* next = waiter->next;
       s.waiterPool.Release(waiter);
-      waiter = next;
-    }
+    });
     s.pendingOutputs.Erase(waiters);
   }
   // Handed over while requestLock is held, so inline tasks run under it.

@@ -162,7 +162,7 @@ Status Scheduler::SyncPoint::SignalSyncPoint(Status sts) {
 Status Scheduler::SyncPoint::QueryOutputStatus(void* output) {
   if (!event) return LMX_STATUS_HANDLE_INVALID;
   {
-    lmx::ConcurrentPointerMap<Status>::ConstAccessor record;
+    decltype(masterState->failedOutputs)::ConstAccessor record;
     if (masterState->failedOutputs.Find(record, output)) return record.value();
   }
   return status.load();
