@@ -33,6 +33,7 @@ namespace {
 
 using lmxfuzz::ConsumeFormatKey;
 using lmxfuzz::CountOf;
+using lmxfuzz::Verified;
 
 constexpr int32_t kMaxSide = 96;  // content sizes stay small for speed
 
@@ -53,39 +54,18 @@ void ConsumeSize(FuzzedDataProvider& input, int32_t* width, int32_t* height) {
   }
 }
 
-// Caller planes of one format key for a width x height image, each plane its own
-// block of exactly pitch * (rows - 1) + row bytes; pitches may point upwards.
-struct CallerPlanes {
-  Image::ImageData data{};
-  std::vector<std::unique_ptr<uint8_t[]>> blocks;
-  int planes = 0;
+// The plane layout of a key for a width x height image, and its plane count.
+int32_t Layout(int32_t width, int32_t height, int32_t key, LMXImageService::PlaneInfo* layout) {
+  Image::ImageInfo info{width, height, key, 0};
+  return lmx::QueryPlaneInfo(&info, 0, layout);
+}
 
-  CallerPlanes(FuzzedDataProvider& input, int32_t width, int32_t height, int32_t key, bool allowUpward) {
-    data.format = key;
-    Image::ImageInfo layoutInfo{width, height, key, 0};
-    LMXImageService::PlaneInfo layout{};
-    planes = lmx::QueryPlaneInfo(&layoutInfo, 0, &layout);
-    for (int c = 0; c < planes; ++c) {
-      const auto& plane = layout.plane[c];
-      const int64_t row = static_cast<int64_t>(plane.width) * plane.bytesPerPixel;
-      if (row == 0 || plane.height == 0) continue;
-      const int64_t pitch = row + input.ConsumeIntegralInRange<int64_t>(0, 7);
-      const int64_t size = pitch * (plane.height - 1) + row;
-      auto block = std::make_unique<uint8_t[]>(static_cast<size_t>(size));
-      for (int64_t i = 0; i < size; ++i) block[i] = static_cast<uint8_t>(i * 37 + c);
-      const bool upward = allowUpward && input.ConsumeBool();
-      data.planes[c] = block.get() + (upward ? pitch * (plane.height - 1) : 0);
-      data.pitches[c] = static_cast<int32_t>(upward ? -pitch : pitch);
-      blocks.push_back(std::move(block));
-    }
-  }
-};
-
-// Touches every byte of an acquisition, as the layout of its key describes it.
-void TouchAcquired(const Image::ImageInfo& info, const Image::ImageData& data, bool writing) {
-  Image::ImageInfo layoutInfo{info.width, info.height, data.format, 0};
+// Caller planes of a key for a width x height image.
+std::unique_ptr<lmxfuzz::CallerPlanes> Caller(FuzzedDataProvider& input, int32_t width, int32_t height, int32_t key,
+                                              bool upward) {
   LMXImageService::PlaneInfo layout{};
-  lmxfuzz::TouchPlanes(layout, lmx::QueryPlaneInfo(&layoutInfo, 0, &layout), data, writing);
+  const int32_t count = Layout(width, height, key, &layout);
+  return std::make_unique<lmxfuzz::CallerPlanes>(input, layout, count, key, upward);
 }
 
 struct Held {
@@ -107,13 +87,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   const bool describable = info.width > 0 && info.height > 0 && info.width <= kMaxSide && info.height <= kMaxSide;
 
   // Adopted planes must outlive the image; they are never freed by it.
-  std::unique_ptr<CallerPlanes> adopted;
+  std::unique_ptr<lmxfuzz::CallerPlanes> adopted;
   if (describable && input.ConsumeBool()) {
-    adopted = std::make_unique<CallerPlanes>(input, info.width, info.height, info.format, false);
+    adopted = Caller(input, info.width, info.height, info.format, false);
     if (input.ConsumeBool()) adopted->data.format = 0;  // 0 names the description's format
   }
   Image* image = nullptr;
-  const Status created = allocator->CreateImage(&info, options, adopted ? &adopted->data : nullptr, &image);
+  const Status created = Verified(allocator->CreateImage(&info, options, adopted ? &adopted->data : nullptr, &image));
   if (created < 0) {
     Check(image == nullptr);
     allocator->Release();
@@ -132,7 +112,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     Image* target = (other && input.ConsumeIntegralInRange(0, 3) == 0) ? other : image;
     Image::ImageInfo targetInfo{};
     Check(target->QueryInfo(&targetInfo) >= 0);
-    switch (input.ConsumeIntegralInRange(0, 8)) {
+    switch (input.ConsumeIntegralInRange(0, 7)) {
       case 0:
       case 1: {  // acquire, touch, release now or later
         static constexpr int32_t kAccess[] = {Image::ACCESS_READ, Image::ACCESS_WRITE, Image::ACCESS_READ_WRITE};
@@ -142,8 +122,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
         static constexpr int32_t kRotations[] = {0, 0, 90, 180, 270};
         const int32_t rotation = input.ConsumeBool() ? input.PickValueInArray(kRotations) : input.ConsumeIntegral<int32_t>();
         auto data = std::make_unique<Image::ImageData>();
-        if (target->AcquireAccess(access, format, rotation, data.get()) < 0) break;
-        TouchAcquired(targetInfo, *data, access & Image::ACCESS_WRITE);
+        if (Verified(target->AcquireAccess(access, format, rotation, data.get())) < 0) break;
+        LMXImageService::PlaneInfo layout{};
+        const int32_t count = Layout(targetInfo.width, targetInfo.height, data->format, &layout);
+        lmxfuzz::TouchPlanes(layout, count, *data, access & Image::ACCESS_WRITE);
         // Only reads are held on: anything after a held write would wait out the
         // object's write timeout (seconds) before failing.
         if (!(access & Image::ACCESS_WRITE) && held.size() < 3 && input.ConsumeBool()) {
@@ -159,18 +141,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
         if (targetInfo.width <= 0 || targetInfo.height <= 0 || targetInfo.width > kMaxSide ||
             targetInfo.height > kMaxSide)
           break;
-        CallerPlanes caller(input, targetInfo.width, targetInfo.height, key, true);
+        auto caller = Caller(input, targetInfo.width, targetInfo.height, key, true);
         static constexpr int32_t kModes[] = {0, 1, 2, 3, 4, 6, 16, 18, 8};
         const int32_t mode = input.ConsumeBool() ? input.PickValueInArray(kModes) : input.ConsumeIntegral<int32_t>();
-        if (input.ConsumeBool()) {
-          target->ExportData(&caller.data, mode);
-        } else {
-          target->ImportData(&caller.data, mode);
-        }
+        Verified(input.ConsumeBool() ? target->ExportData(&caller->data, mode) : target->ImportData(&caller->data, mode));
+        Check(caller->Intact());
         break;
       }
       case 4:  // copy between the two images, either way
-        if (other) (input.ConsumeBool() ? image->CopyImage(other) : other->CopyImage(image));
+        if (other) Verified(input.ConsumeBool() ? image->CopyImage(other) : other->CopyImage(image));
         break;
       case 5: {  // mirroring pairs or a depth scale in the image's own store
         auto* metadata = static_cast<Metadata*>(target->QueryInstance(Metadata::kIid));
@@ -185,14 +164,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
         metadata->AttachBuffer(id, value.data(), static_cast<int32_t>(value.size()));
         break;
       }
-      case 6: {  // every held format stale
+      case 6: {  // every held format stale, and the plane query with any description
         auto* service = static_cast<LMXImageService*>(target->QueryInstance(LMXImageService::kIid));
         Check(service != nullptr);
-        service->InvalidateData();
-        break;
-      }
-      case 7: {  // the plane query with any description
-        auto* service = static_cast<LMXImageService*>(target->QueryInstance(LMXImageService::kIid));
+        Verified(service->InvalidateData());
         Image::ImageInfo query{0, 0, ConsumeFormatKey(input), 0};
         ConsumeSize(input, &query.width, &query.height);
         LMXImageService::PlaneInfo planes{};
