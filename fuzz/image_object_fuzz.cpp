@@ -1,31 +1,25 @@
 // Fuzz target: image objects as a host drives them. An allocator creates an image
 // from an arbitrary description (any format key with rotation bits; sizes small,
-// zero, negative or far too large), sometimes on planes the caller adopts, each
-// plane its own block of exactly the layout's size. Then an arbitrary sequence of
-// acquisitions (any access, format and rotation; some held across later
-// operations), exports and imports with any mode into caller planes sized exactly,
-// copies between two images, mirroring and depth-scale metadata, invalidation and
-// plane queries. Every plane handed out is read or written in full, so a plane
-// shorter than its layout is caught by AddressSanitizer. At the end every access
-// is released, the images' counts must be back at one, and everything is freed
-// (LeakSanitizer sees the rest).
+// zero, negative or far too large), sometimes on caller planes it adopts; then an
+// arbitrary sequence of acquisitions (some held across later operations), exports
+// and imports with any mode, copies between two images, mirroring and depth-scale
+// metadata, invalidation and plane queries. Every plane handed out is read or
+// written in full and caller planes are exactly their layout's size (see
+// CallerPlanes); every status is a table value; at the end every access is
+// released and the images' counts are back at one (LeakSanitizer sees the rest).
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <memory>
 #include <vector>
 
-#include "coreaccel_baseimage.h"
 #include "core_metadata.h"
+#include "coreaccel_baseimage.h"
+#include "fuzz_support.h"
 #include "lmxallocator.h"
 #include "module_factories.h"
-#include "fuzz_support.h"
-
-using lmx::CreateAllocator;
 
 using namespace Norvik::Lumetra;
 
@@ -54,13 +48,16 @@ void ConsumeSize(FuzzedDataProvider& input, int32_t* width, int32_t* height) {
   }
 }
 
+bool Describable(const Image::ImageInfo& info) {
+  return info.width > 0 && info.height > 0 && info.width <= kMaxSide && info.height <= kMaxSide;
+}
+
 // The plane layout of a key for a width x height image, and its plane count.
 int32_t Layout(int32_t width, int32_t height, int32_t key, LMXImageService::PlaneInfo* layout) {
   Image::ImageInfo info{width, height, key, 0};
   return lmx::QueryPlaneInfo(&info, 0, layout);
 }
 
-// Caller planes of a key for a width x height image.
 std::unique_ptr<lmxfuzz::CallerPlanes> Caller(FuzzedDataProvider& input, int32_t width, int32_t height, int32_t key,
                                               bool upward) {
   LMXImageService::PlaneInfo layout{};
@@ -68,38 +65,31 @@ std::unique_ptr<lmxfuzz::CallerPlanes> Caller(FuzzedDataProvider& input, int32_t
   return std::make_unique<lmxfuzz::CallerPlanes>(input, layout, count, key, upward);
 }
 
-struct Held {
-  Image* image;
-  std::unique_ptr<Image::ImageData> data;
-};
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   FuzzedDataProvider input(bytes, size);
   Base* object = nullptr;
-  Check(CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, &object) == LMX_STATUS_NO_ERROR);
+  Check(lmx::CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, &object) == LMX_STATUS_NO_ERROR);
   auto* allocator = static_cast<LMXAllocator*>(object);
 
   Image::ImageInfo info{0, 0, ConsumeFormatKey(input), input.ConsumeBool() ? 0 : input.ConsumeIntegral<int32_t>()};
   ConsumeSize(input, &info.width, &info.height);
   const int32_t options = input.ConsumeBool() ? 0 : input.ConsumeIntegral<int32_t>();
-  const bool describable = info.width > 0 && info.height > 0 && info.width <= kMaxSide && info.height <= kMaxSide;
 
   // Adopted planes must outlive the image; they are never freed by it.
   std::unique_ptr<lmxfuzz::CallerPlanes> adopted;
-  if (describable && input.ConsumeBool()) {
+  if (Describable(info) && input.ConsumeBool()) {
     adopted = Caller(input, info.width, info.height, info.format, false);
     if (input.ConsumeBool()) adopted->data.format = 0;  // 0 names the description's format
   }
   Image* image = nullptr;
   const Status created = Verified(allocator->CreateImage(&info, options, adopted ? &adopted->data : nullptr, &image));
-  if (created < 0) {
-    Check(image == nullptr);
+  Check((created >= 0) == (image != nullptr));
+  if (!image) {
     allocator->Release();
     return 0;
   }
-  Check(image != nullptr);
 
   // A second image for copies: same size mostly, another format.
   Image::ImageInfo otherInfo{info.width, info.height, ConsumeFormatKey(input), 0};
@@ -107,14 +97,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   Image* other = nullptr;
   if (allocator->CreateImage(&otherInfo, 0, nullptr, &other) < 0) Check(other == nullptr);
 
-  std::vector<Held> held;
+  std::vector<std::pair<Image*, std::unique_ptr<Image::ImageData>>> held;
   for (int step = 0; step < 24 && input.remaining_bytes() > 0; ++step) {
     Image* target = (other && input.ConsumeIntegralInRange(0, 3) == 0) ? other : image;
     Image::ImageInfo targetInfo{};
     Check(target->QueryInfo(&targetInfo) >= 0);
     switch (input.ConsumeIntegralInRange(0, 7)) {
-      case 0:
-      case 1: {  // acquire, touch, release now or later
+      case 0: case 1: {  // acquire, touch, release now or later
         static constexpr int32_t kAccess[] = {Image::ACCESS_READ, Image::ACCESS_WRITE, Image::ACCESS_READ_WRITE};
         const auto access = static_cast<Image::Access>(
             input.ConsumeIntegralInRange(0, 15) == 0 ? input.ConsumeIntegral<int32_t>() : input.PickValueInArray(kAccess));
@@ -128,19 +117,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
         lmxfuzz::TouchPlanes(layout, count, *data, access & Image::ACCESS_WRITE);
         // Only reads are held on: anything after a held write would wait out the
         // object's write timeout (seconds) before failing.
-        if (!(access & Image::ACCESS_WRITE) && held.size() < 3 && input.ConsumeBool()) {
-          held.push_back({target, std::move(data)});
-        } else {
+        if (!(access & Image::ACCESS_WRITE) && held.size() < 3 && input.ConsumeBool())
+          held.emplace_back(target, std::move(data));
+        else
           Check(target->ReleaseAccess(data.get()) >= 0);
-        }
         break;
       }
-      case 2:
-      case 3: {  // export or import through caller planes of any format and mode
+      case 2: case 3: {  // export or import through caller planes of any format and mode
         const int32_t key = input.ConsumeBool() ? targetInfo.format : ConsumeFormatKey(input);
-        if (targetInfo.width <= 0 || targetInfo.height <= 0 || targetInfo.width > kMaxSide ||
-            targetInfo.height > kMaxSide)
-          break;
+        if (!Describable(targetInfo)) break;
         auto caller = Caller(input, targetInfo.width, targetInfo.height, key, true);
         static constexpr int32_t kModes[] = {0, 1, 2, 3, 4, 6, 16, 18, 8};
         const int32_t mode = input.ConsumeBool() ? input.PickValueInArray(kModes) : input.ConsumeIntegral<int32_t>();
@@ -156,12 +141,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
         Check(metadata != nullptr);  // a face, not a new reference
         const int32_t id = input.ConsumeBool() ? lmx::kMetadataMirroring : lmx::kMetadataDepthScale;
         std::vector<uint8_t> value = input.ConsumeBytes<uint8_t>(input.ConsumeIntegralInRange(0, 40));
-        if (id == lmx::kMetadataMirroring && value.size() >= 8 && input.ConsumeBool()) {
-          const uint32_t property = 304;  // the mirroring property, so the rotation turns
-          std::memcpy(value.data(), &property, sizeof(property));
-        }
+        if (id == lmx::kMetadataMirroring && value.size() >= 8 && input.ConsumeBool())
+          value[0] = 304 & 0xFF, value[1] = 304 >> 8, value[2] = value[3] = 0;  // the mirroring property: turns
         metadata->DetachMetadata(id);
-        metadata->AttachBuffer(id, value.data(), static_cast<int32_t>(value.size()));
+        Verified(metadata->AttachBuffer(id, value.data(), static_cast<int32_t>(value.size())));
         break;
       }
       case 6: {  // every held format stale, and the plane query with any description
@@ -177,20 +160,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
       }
       default:  // end a held access early
         if (!held.empty()) {
-          Check(held.back().image->ReleaseAccess(held.back().data.get()) >= 0);
+          Check(held.back().first->ReleaseAccess(held.back().second.get()) >= 0);
           held.pop_back();
         }
         break;
     }
   }
 
-  for (auto it = held.rbegin(); it != held.rend(); ++it) Check(it->image->ReleaseAccess(it->data.get()) >= 0);
+  for (auto it = held.rbegin(); it != held.rend(); ++it) Check(it->first->ReleaseAccess(it->second.get()) >= 0);
   // Every acquisition's reference has gone back with its release.
-  Check(CountOf(image) == 1);
-  image->Release();
-  if (other) {
-    Check(CountOf(other) == 1);
-    other->Release();
+  for (Image* each : {image, other}) {
+    if (!each) continue;
+    Check(CountOf(each) == 1);
+    each->Release();
   }
   allocator->Release();
   return 0;
