@@ -1,14 +1,18 @@
 // Fuzz target: the library as a hostile host drives it, through nothing but its
 // export table and the interfaces its factories hand out: an arbitrary sequence
-// of operations over the allocator's images (their access is image_object_fuzz's)
-// and audio objects, the audio converter and the scheduler (outputs marked,
-// requests, sync points created, signalled and waited on with any counts), with
-// small valid integers or extremes (INT_MIN, -1, 0, 1, INT_MAX, ...).
+// of operations over the allocator's images (any description, format key and
+// rotation; access, some held across later operations, export, import and copy,
+// mirroring and depth-scale metadata, invalidation, plane queries) and audio
+// objects, and the scheduler (outputs marked, requests, sync points created,
+// signalled and waited on with any counts), with small valid integers or extremes
+// (INT_MIN, -1, 0, 1, INT_MAX, ...). Conversion is audio_converter_fuzz's.
 //
-// Invariants: every status is a table value; every acquisition is released, so
-// every object's count is back at one before its last release; every request runs
-// once; nothing leaks (LeakSanitizer). Waits on sync points that may never be
-// signalled use time-outs of 0 or 1 ms.
+// Invariants: every status is a table value; every plane handed out is read or
+// written in full and caller planes are exactly their layout's size (see
+// CallerPlanes); every acquisition is released, so every object's count is back
+// at one before its last release; every request runs once; nothing leaks
+// (LeakSanitizer). Waits on sync points that may never be signalled use time-outs
+// of 0 or 1 ms; held image accesses are reads, so no write waits one out.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cstdint>
@@ -17,6 +21,7 @@
 #include <memory>
 #include <vector>
 
+#include "core_metadata.h"
 #include "fuzz_support.h"
 #include "host_session.h"
 #include "lmxallocator.h"
@@ -27,6 +32,7 @@ extern Norvik::Lumetra::Service::DLLExportTable LMXDLLExportTable;
 
 using namespace Norvik::Lumetra;
 using ImageInfo = Image::ImageInfo;
+using ImageData = Image::ImageData;
 
 namespace {
 
@@ -56,6 +62,10 @@ Status ConsumeTableStatus(FuzzedDataProvider& input) {
   return input.PickValueInArray(kStatuses);
 }
 
+// Sides that pass the plane query, and sides small enough to touch every byte of.
+bool Valid(int32_t width, int32_t height) { return width > 0 && height > 0 && width < 32768 && height < 32768; }
+bool Describable(int32_t width, int32_t height) { return Valid(width, height) && int64_t{width} * height <= (1 << 16); }
+
 LMXSyncPointService* Producer(LMXSyncPoint* sp) {
   return static_cast<LMXSyncPointService*>(sp->QueryInstance(LMXSyncPointService::kIid));
 }
@@ -74,11 +84,6 @@ class InlineTask final : public LMXSchedulerService::Callback {
   int runs = 0;
 };
 
-struct Held {
-  LMXAudio* audio;
-  std::unique_ptr<LMXAudio::AudioData> data;
-};
-
 // One input's run: the objects the table made and everything made from them.
 struct Driver {
   explicit Driver(FuzzedDataProvider& input) : in(input) {}
@@ -92,10 +97,10 @@ struct Driver {
   std::vector<Base*> entries;  // one object per table entry
   LMXAllocator* allocator = nullptr;
   LMXSchedulerService* scheduler = nullptr;
-  LMXAudioConversion* converter = nullptr;
   std::vector<Image*> images;
+  std::vector<std::pair<Image*, std::unique_ptr<ImageData>>> heldImages;
+  std::vector<std::unique_ptr<lmxfuzz::CallerPlanes>> adopted;  // outlive the images that adopt them
   std::vector<LMXAudio*> audios;
-  std::vector<Held> held;
   std::vector<LMXSyncPoint*> syncPoints;
   std::vector<bool> signalled;
   int outputKeys[kOutputs] = {};
@@ -103,8 +108,7 @@ struct Driver {
   InlineTask task;
   int requested = 0;
 
-  // The table lists the scheduler, the allocator and then the audio converter, which
-  // creates its destinations with the allocator the session answers.
+  // Every entry of the table made by its factory; the session answers the allocator.
   bool Create() {
     for (int i = 0; i < kOutputs; ++i) outputs[i] = &outputKeys[i];
     for (auto* entry = &LMXDLLExportTable; entry; entry = entry->next) {
@@ -113,13 +117,12 @@ struct Driver {
       entries.push_back(object);
       if (auto* face = object->QueryInstance<LMXAllocator>()) session.SetAllocator(allocator = face);
       if (auto* face = object->QueryInstance<LMXSchedulerService>()) scheduler = face;
-      if (auto* face = object->QueryInstance<LMXAudioConversion>()) converter = face;
     }
-    return allocator && scheduler && converter;
+    return allocator && scheduler;
   }
 
   ~Driver() {
-    for (auto& each : held) Verified(each.audio->ReleaseAccess(each.data.get()));
+    for (auto& [image, data] : heldImages) Check(Verified(image->ReleaseAccess(data.get())) == LMX_STATUS_NO_ERROR);
     std::vector<Base*> objects(images.begin(), images.end());
     objects.insert(objects.end(), audios.begin(), audios.end());
     for (Base* object : objects) {
@@ -135,35 +138,126 @@ struct Driver {
       Verified(Producer(sp)->SignalSyncPoint(LMX_STATUS_NO_ERROR));
       sp->Release();
     }
+    for (const auto& planes : adopted) Check(planes->Intact());
     for (Base* object : entries) object->Release();
   }
 
   void Step() {
-    switch (in.ConsumeIntegralInRange(0, 6)) {
+    switch (in.ConsumeIntegralInRange(0, 8)) {
       case 0: CreateImage(); break;
-      case 1: CreateAudio(); break;
-      case 2: AccessAudio(); break;
-      case 3: ConvertAudio(); break;
-      case 4: case 5: Schedule(); break;
+      case 1: case 2: AccessImage(); break;
+      case 3: UseImage(); break;
+      case 4: CreateAudio(); break;
+      case 5: AccessAudio(); break;
+      case 6: case 7: Schedule(); break;
       default: Wait(); break;
     }
+  }
+
+  // The plane layout of a key for a width x height image, and its plane count.
+  int32_t Layout(Image* image, int32_t width, int32_t height, int32_t key, LMXImageService::PlaneInfo* layout) {
+    ImageInfo info{width, height, key, 0};
+    return static_cast<LMXImageService*>(image->QueryInstance(LMXImageService::kIid))->QueryPlaneInfo(&info, 0, layout);
+  }
+  // Caller planes for an image of these sides when it can be walked, else of one
+  // guarded row that nothing may walk.
+  std::unique_ptr<lmxfuzz::CallerPlanes> Caller(Image* image, const ImageInfo& info, int32_t key, bool upward) {
+    const bool walkable = Describable(info.width, info.height);
+    LMXImageService::PlaneInfo layout{};
+    const int32_t count = Layout(image, walkable ? info.width : 1, walkable ? info.height : 1, key, &layout);
+    return std::make_unique<lmxfuzz::CallerPlanes>(in, layout, count, key, upward);
   }
 
   void CreateImage() {
     if (images.size() >= kMaxObjects) return;
     ImageInfo info{ConsumeInt(in, 1, 64), ConsumeInt(in, 1, 64), lmxfuzz::ConsumeFormatKey(in), ConsumeInt(in, 0, 0)};
+    // Valid sides stay small enough to touch every byte; invalid ones are extreme.
+    if (Valid(info.width, info.height) && !Describable(info.width, info.height)) info.height = 1;
+    ImageData* adopt = nullptr;
+    if (!images.empty() && in.ConsumeBool())
+      adopt = &adopted.emplace_back(Caller(images[0], info, info.format, false))->data;
     Image* image = nullptr;
-    const Status sts = Verified(allocator->CreateImage(in.ConsumeBool() ? &info : nullptr, ConsumeInt(in, 0, 3), nullptr,
+    const Status sts = Verified(allocator->CreateImage(in.ConsumeBool() ? &info : nullptr, ConsumeInt(in, 0, 3), adopt,
                                                        in.ConsumeIntegralInRange(0, 15) ? &image : nullptr));
     Check((sts >= 0) == (image != nullptr));
     if (image) images.push_back(image);
+  }
+
+  // Acquire with any access, format key and rotation; touch; release now or later.
+  void AccessImage() {
+    Image* image = Pick(images);
+    if (!image) return;
+    static constexpr int32_t kAccess[] = {Image::ACCESS_READ, Image::ACCESS_WRITE, Image::ACCESS_READ_WRITE};
+    const auto access = static_cast<Image::Access>(in.ConsumeBool() ? in.PickValueInArray(kAccess)
+                                                                    : ConsumeInt(in, 0, 4));
+    const auto format = static_cast<Image::PixelFormat>(in.ConsumeBool() ? 0 : lmxfuzz::ConsumeFormatKey(in));
+    auto data = std::make_unique<ImageData>();
+    if (Verified(image->AcquireAccess(access, format, ConsumeInt(in, 0, 360), data.get())) < 0) return;
+    ImageInfo info{};
+    Check(Verified(image->QueryInfo(&info)) == LMX_STATUS_NO_ERROR);
+    if (Describable(info.width, info.height)) {
+      LMXImageService::PlaneInfo layout{};
+      const int32_t count = Layout(image, info.width, info.height, data->format, &layout);
+      lmxfuzz::TouchPlanes(layout, count, *data, access & Image::ACCESS_WRITE);
+    }
+    if (!(access & Image::ACCESS_WRITE) && heldImages.size() < 4 && in.ConsumeBool()) {
+      heldImages.emplace_back(image, std::move(data));
+      return;
+    }
+    Check(Verified(image->ReleaseAccess(data.get())) == LMX_STATUS_NO_ERROR);
+    // A double release is refused; side data holds no access and is let through.
+    const Status again = Verified(image->ReleaseAccess(data.get()));
+    Check(again == LMX_STATUS_HANDLE_INVALID || again == LMX_STATUS_NO_ERROR);
+  }
+
+  void UseImage() {
+    Image* image = Pick(images);
+    if (!image) return;
+    ImageInfo info{};
+    Verified(image->QueryInfo(&info));
+    auto* service = static_cast<LMXImageService*>(image->QueryInstance(LMXImageService::kIid));
+    switch (in.ConsumeIntegralInRange(0, 3)) {
+      case 0: {  // export or import through caller planes of any key and mode, pitch 0 now and then
+        auto caller = Caller(image, info, in.ConsumeBool() ? info.format : lmxfuzz::ConsumeFormatKey(in), true);
+        if (in.ConsumeIntegralInRange(0, 7) == 0) caller->data.pitches[0] = 0;
+        static constexpr int32_t kModes[] = {0, 1, 2, 3, 4, 6, 16, 18, 8};
+        const int32_t mode = in.ConsumeBool() ? in.PickValueInArray(kModes) : ConsumeInt(in, 0, 31);
+        Verified(in.ConsumeBool() ? image->ExportData(&caller->data, mode) : image->ImportData(&caller->data, mode));
+        Check(caller->Intact());
+        break;
+      }
+      case 1:
+        if (Image* other = Pick(images)) Verified(image->CopyImage(other));
+        break;
+      case 2: {  // mirroring pairs (the property first, so the rotation turns) or a depth scale
+        auto* metadata = static_cast<Metadata*>(image->QueryInstance(Metadata::kIid));
+        const int32_t id = in.ConsumeBool() ? 0x61516733 : 0x24740F78;
+        std::vector<uint8_t> value = in.ConsumeBytes<uint8_t>(in.ConsumeIntegralInRange(0, 40));
+        if (value.size() >= 8 && in.ConsumeBool()) value[0] = 304 & 0xFF, value[1] = 304 >> 8, value[2] = value[3] = 0;
+        // A size no larger than the bytes, or one that must be refused.
+        int32_t size = ConsumeInt(in, 0, static_cast<int32_t>(value.size()));
+        if (size > static_cast<int32_t>(value.size())) size = -size;
+        Verified(metadata->DetachMetadata(id));
+        Verified(metadata->AttachBuffer(id, value.data(), size));
+        break;
+      }
+      default: {  // every held format stale; the plane query with any description
+        Verified(service->InvalidateData());
+        ImageInfo query{ConsumeInt(in, 1, 64), ConsumeInt(in, 1, 64), lmxfuzz::ConsumeFormatKey(in), 0};
+        LMXImageService::PlaneInfo planes{};
+        const int32_t count = service->QueryPlaneInfo(&query, ConsumeInt(in, 0, 0), &planes);
+        Check(count >= 0 && count <= 4);
+        Verified(image->SetOptions(ConsumeInt(in, 0, 3)));
+        break;
+      }
+    }
   }
 
   void CreateAudio() {
     if (audios.size() >= kMaxObjects) return;
     static constexpr int32_t kFormats[] = {LMXAudio::AUDIO_FORMAT_PCM, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT};
     const auto format =
-        static_cast<LMXAudio::AudioFormat>(in.ConsumeBool() ? in.PickValueInArray(kFormats) : in.ConsumeIntegral<int32_t>());
+        static_cast<LMXAudio::AudioFormat>(in.ConsumeBool() ? in.PickValueInArray(kFormats) : ConsumeInt(in, 0, 0));
     // Sizes of gigabytes are allocated in earnest: only sample counts whose 32-bit
     // byte count overflows are extreme.
     int32_t samples = ConsumeInt(in, 0, 4096);
@@ -178,13 +272,9 @@ struct Driver {
   void AccessAudio() {
     LMXAudio* audio = Pick(audios);
     if (!audio) return;
-    if (in.ConsumeIntegralInRange(0, 3) == 0) {
-      if (LMXAudio* other = Pick(audios)) Verified(audio->CopyAudio(other));
-      return;
-    }
     const auto access = static_cast<LMXAudio::Access>(ConsumeInt(in, 1, 3));
     const auto format = static_cast<LMXAudio::AudioFormat>(in.ConsumeBool() ? 0 : audio->QueryInfo().format);
-    auto data = std::make_unique<LMXAudio::AudioData>();
+    auto data = std::make_unique<LMXAudio::AudioData>();  // on the heap: a read past it is seen
     if (Verified(audio->AcquireAccess(access, format, ConsumeInt(in, 0, 0), data.get())) < 0) return;
     const int32_t capacity = audio->QueryInfo().bufferSize;
     volatile uint8_t sink = 0;
@@ -194,33 +284,8 @@ struct Driver {
       if (data->dataPtr && capacity > 0)
         std::memset(data->dataPtr, 1, static_cast<size_t>(capacity) * LMXAudio::SampleBytes(data->format));
       data->dataSize = ConsumeInt(in, 0, capacity > 0 ? capacity : 0);  // beyond it is clamped
-    } else if (held.size() < 2 && in.ConsumeBool()) {
-      held.push_back({audio, std::move(data)});
-      return;
     }
     Verified(audio->ReleaseAccess(data.get()));
-  }
-
-  void ConvertAudio() {
-    LMXAudio* src = Pick(audios);
-    if (!src) return;
-    LMXAudio::AudioInfo dst_info{0, LMXAudio::AUDIO_FORMAT_PCM, ConsumeInt(in, 8000, 48000), ConsumeInt(in, 1, 2), 0, {}};
-    if (in.ConsumeIntegralInRange(0, 7) == 0) dst_info.format = static_cast<LMXAudio::AudioFormat>(in.ConsumeIntegral<int32_t>());
-    if (in.ConsumeBool()) {
-      // The arrays hold 64 samples: counts that do not fit them must be refused.
-      int16_t samples[64] = {};
-      const int32_t frames = ConsumeInt(in, 0, 64 / 3);
-      LMXAudio::AudioInfo src_info{0, LMXAudio::AUDIO_FORMAT_PCM, 0, ConsumeInt(in, 1, 3), 0, {}};
-      if (frames > 0 && int64_t{frames} * src_info.nchannels > 64) src_info.nchannels = -(src_info.nchannels & 0xFFFF);
-      Verified(converter->MixChannels(samples, src_info, samples, dst_info, frames));
-      return;
-    }
-    LMXAudio* dst = nullptr;
-    Verified(converter->ConvertAudio(src, dst_info, dst));
-    if (dst) {
-      Check(CountOf(dst) == 1);
-      dst->Release();
-    }
   }
 
   void Schedule() {
@@ -229,11 +294,12 @@ struct Driver {
     // Counts beyond the array are negative: the library must refuse them unread.
     int32_t n = ConsumeInt(in, 0, kOutputs);
     if (n > kOutputs) n = n == kMax ? kMin : -n;
-    void** list = in.ConsumeIntegralInRange(0, 15) ? outputs + in.ConsumeIntegralInRange(0, kOutputs - (n > 0 ? n : 0)) : nullptr;
+    const int32_t offset = in.ConsumeIntegralInRange(0, kOutputs - (n > 0 ? n : 0));
+    void** list = in.ConsumeIntegralInRange(0, 15) ? outputs + offset : nullptr;
     switch (in.ConsumeIntegralInRange(0, 4)) {
       case 0: Verified(scheduler->MarkOutputs(n, list, ConsumeTableStatus(in))); break;
       case 1:
-        if (Verified(scheduler->RequestInputs(n, list, in.ConsumeIntegralInRange(0, 15) ? &task : nullptr)) >= 0) ++requested;
+        if (Verified(scheduler->RequestInputs(n, list, in.ConsumeBool() ? &task : nullptr)) >= 0) ++requested;
         break;
       case 2: {
         LMXSyncPoint* sp = nullptr;
@@ -268,9 +334,11 @@ struct Driver {
       case 0:
         Verified(syncPoints[i]->Synchronize(signalled[i] ? ConsumeInt(in, -1, 2) : in.ConsumeIntegralInRange(0, 1)));
         break;
-      case 1:
-        Verified(syncPoints[i]->QueryOutputStatus(in.ConsumeBool() ? outputs[in.ConsumeIntegralInRange(0, kOutputs - 1)] : nullptr));
+      case 1: {
+        void* output = in.ConsumeBool() ? outputs[in.ConsumeIntegralInRange(0, kOutputs - 1)] : nullptr;
+        Verified(syncPoints[i]->QueryOutputStatus(output));
         break;
+      }
       default: {
         // Arrays of exactly 64 entries: any count the library accepts stays inside
         // them, and a larger or negative one must be refused before they are read.

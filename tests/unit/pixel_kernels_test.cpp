@@ -1,6 +1,6 @@
 // The plane drivers of pixel_kernels.h: known answers in every variant, every
 // SIMD variant bit-exact to the scalar rows on odd sizes, unaligned rows and
-// wide pitches, exhaustive decode and grey checks, argument rules.
+// wide pitches, an exhaustive decode check, argument rules.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -331,31 +331,6 @@ TEST(PixelKernels, YUY2ToFourChannelExactOverAllTriples) {
       for (auto [driver, expected] : {std::pair{&YUY2ToBGRA, &bgra}, {&YUY2ToRGBA, &rgba}}) {
         ASSERT_EQ(driver(src.data(), 2 * kWidth, out.data(), 4 * kWidth, kWidth, kRows, 255), 0);
         ASSERT_EQ(out, *expected) << variant.name << ", U " << u;
-      }
-    }
-  }
-}
-
-// The four-channel grey kernels over every 24-bit colour (the fourth byte varies
-// and must be ignored) in every SIMD variant against the scalar rows.
-TEST(PixelKernels, FourChannelGreyMatchesScalarOverAllColours) {
-  constexpr int kWidth = 4096, kRows = 256;
-  Bytes src(static_cast<size_t>(kWidth) * kRows * 4), expected(static_cast<size_t>(kWidth) * kRows), out(expected);
-  for (uint32_t band = 0; band < (1u << 24) / (kWidth * kRows); ++band) {
-    for (uint32_t i = 0; i < kWidth * kRows; ++i) {
-      const uint32_t colour = band * kWidth * kRows + i;
-      std::memcpy(&src[4 * static_cast<size_t>(i)], &colour, 3);
-      src[4 * static_cast<size_t>(i) + 3] = static_cast<uint8_t>(i * 37);
-    }
-    for (auto driver : {BGRAToY8, RGBAToY8}) {
-      {
-        ScopedCpuFeatureMask scalar(0);
-        ASSERT_EQ(driver(src.data(), 4 * kWidth, expected.data(), kWidth, kWidth, kRows), 0);
-      }
-      for (const Variant& variant : Variants(false)) {
-        ScopedCpuFeatureMask mask(variant.feature);
-        ASSERT_EQ(driver(src.data(), 4 * kWidth, out.data(), kWidth, kWidth, kRows), 0);
-        ASSERT_EQ(out, expected) << variant.name << ", band " << band;
       }
     }
   }
