@@ -3,9 +3,10 @@
 // of operations over the allocator's images (any description, format key and
 // rotation; access, some held across later operations, export, import and copy,
 // mirroring and depth-scale metadata, invalidation, plane queries) and audio
-// objects, and the scheduler (outputs marked, requests, sync points created,
-// signalled and waited on with any counts), with small valid integers or extremes
-// (INT_MIN, -1, 0, 1, INT_MAX, ...). Conversion is audio_converter_fuzz's.
+// objects (created; their access and conversion are audio_converter_fuzz's), and
+// the scheduler (outputs marked, requests, sync points created, signalled and
+// waited on with any counts), with small valid integers or extremes (INT_MIN, -1,
+// 0, 1, INT_MAX, ...).
 //
 // Invariants: every status is a table value; every plane handed out is read or
 // written in full and caller planes are exactly their layout's size (see
@@ -143,13 +144,12 @@ struct Driver {
   }
 
   void Step() {
-    switch (in.ConsumeIntegralInRange(0, 8)) {
+    switch (in.ConsumeIntegralInRange(0, 7)) {
       case 0: CreateImage(); break;
       case 1: case 2: AccessImage(); break;
       case 3: UseImage(); break;
       case 4: CreateAudio(); break;
-      case 5: AccessAudio(); break;
-      case 6: case 7: Schedule(); break;
+      case 5: case 6: Schedule(); break;
       default: Wait(); break;
     }
   }
@@ -267,25 +267,6 @@ struct Driver {
     const Status sts = Verified(allocator->CreateAudio(&info, ConsumeInt(in, 0, 0), nullptr, &audio));
     Check((sts >= 0) == (audio != nullptr));
     if (audio) audios.push_back(audio);
-  }
-
-  void AccessAudio() {
-    LMXAudio* audio = Pick(audios);
-    if (!audio) return;
-    const auto access = static_cast<LMXAudio::Access>(ConsumeInt(in, 1, 3));
-    const auto format = static_cast<LMXAudio::AudioFormat>(in.ConsumeBool() ? 0 : audio->QueryInfo().format);
-    auto data = std::make_unique<LMXAudio::AudioData>();  // on the heap: a read past it is seen
-    if (Verified(audio->AcquireAccess(access, format, ConsumeInt(in, 0, 0), data.get())) < 0) return;
-    const int32_t capacity = audio->QueryInfo().bufferSize;
-    volatile uint8_t sink = 0;
-    const int64_t readable = int64_t{data->dataSize} * LMXAudio::SampleBytes(data->format);
-    for (int64_t i = 0; data->dataPtr && i < readable; ++i) sink = sink + data->dataPtr[i];
-    if (access & LMXAudio::ACCESS_WRITE) {
-      if (data->dataPtr && capacity > 0)
-        std::memset(data->dataPtr, 1, static_cast<size_t>(capacity) * LMXAudio::SampleBytes(data->format));
-      data->dataSize = ConsumeInt(in, 0, capacity > 0 ? capacity : 0);  // beyond it is clamped
-    }
-    Verified(audio->ReleaseAccess(data.get()));
   }
 
   void Schedule() {

@@ -224,27 +224,26 @@ std::vector<Case> AllCases() {
                        }});
     }
   }
-  cases.push_back({"YUY2ToNV12", [](int w, int h) { return std::vector<Shape>{{2 * w, h}}; },
-                   [](int w, int h) { return std::vector<Shape>{{w, h}, {w, h / 2}}; },
-                   [](Planes& s, Planes& d, int w, int h) {
-                     return YUY2ToNV12(s[0].data(), s[0].pitch(), d[0].data(), d[0].pitch(), d[1].data(),
-                                       d[1].pitch(), w, h);
+  // Two-plane conversions; in place (the reorders allow it); a bottom-up destination.
+  auto planes = [](std::vector<std::pair<int, int>> bpp_and_rows_divisor) {
+    return [=](int w, int h) {
+      std::vector<Shape> shapes;
+      for (auto [bpp, divisor] : bpp_and_rows_divisor) shapes.push_back({w * bpp, h / divisor});
+      return shapes;
+    };
+  };
+  cases.push_back({"YUY2ToNV12", planes({{2, 1}}), planes({{1, 1}, {1, 2}}), [](Planes& s, Planes& d, int w, int h) {
+                     return YUY2ToNV12(s[0].data(), s[0].pitch(), d[0].data(), d[0].pitch(), d[1].data(), d[1].pitch(),
+                                       w, h);
                    }});
-  cases.push_back({"NV12ToYUY2", [](int w, int h) { return std::vector<Shape>{{w, h}, {w, h / 2}}; },
-                   [](int w, int h) { return std::vector<Shape>{{2 * w, h}}; },
-                   [](Planes& s, Planes& d, int w, int h) {
-                     return NV12ToYUY2(s[0].data(), s[0].pitch(), s[1].data(), s[1].pitch(), d[0].data(),
-                                       d[0].pitch(), w, h);
+  cases.push_back({"NV12ToYUY2", planes({{1, 1}, {1, 2}}), planes({{2, 1}}), [](Planes& s, Planes& d, int w, int h) {
+                     return NV12ToYUY2(s[0].data(), s[0].pitch(), s[1].data(), s[1].pitch(), d[0].data(), d[0].pitch(),
+                                       w, h);
                    }});
-  // In place (the reorders allow it), and a bottom-up destination (negative pitch).
-  cases.push_back({"BGRAToRGBAInPlace", [](int w, int h) { return std::vector<Shape>{{4 * w, h}}; },
-                   [](int, int) { return std::vector<Shape>{}; },
-                   [](Planes& s, Planes&, int w, int h) {
+  cases.push_back({"BGRAToRGBAInPlace", planes({{4, 1}}), planes({}), [](Planes& s, Planes&, int w, int h) {
                      return BGRAToRGBA(s[0].data(), s[0].pitch(), s[0].data(), s[0].pitch(), w, h);
                    }});
-  cases.push_back({"YUY2ToBGRAFlipped", [](int w, int h) { return std::vector<Shape>{{2 * w, h}}; },
-                   [](int w, int h) { return std::vector<Shape>{{4 * w, h}}; },
-                   [](Planes& s, Planes& d, int w, int h) {
+  cases.push_back({"YUY2ToBGRAFlipped", planes({{2, 1}}), planes({{4, 1}}), [](Planes& s, Planes& d, int w, int h) {
                      return YUY2ToBGRA(s[0].data(), s[0].pitch(), d[0].last_row(), -d[0].pitch(), w, h, 255);
                    }});
   return cases;
