@@ -67,9 +67,9 @@ FAULTS = [
      "k.rgb_to_y8 = BGRToY8Row_Any_AVX512;", "dispatch: AVX-512 RGB grey slot given the BGR row"),
     ("K14", "liblmxcore/src/kernels/convert_geometry.cpp", "if (src_pitch == row_bytes && dst_pitch == row_bytes &&",
      "if (src_pitch == row_bytes &&", "plane copy: whole-plane fast path ignores the destination pitch"),
-    ("K15", "liblmxcore/src/coreaccel_emu.cpp", "kRowAlignment - 1) / kRowAlignment",
-     "kRowAlignment - 2) / kRowAlignment", "system-memory image: pitch rounded up wrongly (alignment)"),
-    ("K16", "liblmxcore/src/kernels/row_avx512.cpp", "constexpr int32_t kRedOffset = -104595 * 128 - 1187776;",
+    ("K15", "liblmxcore/src/coreaccel_emu.cpp", "kRowAlignment);", "kRowAlignment / 2);",
+     "system-memory image: pitch rounded up wrongly (alignment)"),
+    ("K16", "liblmxcore/src/kernels/row_avx512_decode.h", "constexpr int32_t kRedOffset = -104595 * 128 - 1187776;",
      "constexpr int32_t kRedOffset = -104595 * 128 - 1187776 + 32768;",
      "AVX-512 decode: rounding half of the red offset added twice"),
     # Image and audio objects: access rules, invalidation, references, routing.
@@ -104,8 +104,8 @@ FAULTS = [
      "slot order: logging level query and test swapped"),
     ("O14", "liblmxcore/src/export_table.cpp", "&g_allocatorEntry,\n    &CreateScheduler",
      "&g_audioConverterEntry,\n    &CreateScheduler", "export table: the allocator entry left out of the list"),
-    ("O15", "liblmxcore/src/coreaccel_emu.cpp", "const size_t alignment = size < kPageAlignedFrom ? 64 : 4096;",
-     "const size_t alignment = size < kPageAlignedFrom ? 16 : 4096;", "small planes aligned to 16 bytes only"),
+    ("O15", "liblmxcore/src/coreaccel_emu.cpp", "const size_t alignment = *size < kPageAlignedFrom ? 64 : 4096;",
+     "const size_t alignment = *size < kPageAlignedFrom ? 16 : 4096;", "small planes aligned to 16 bytes only"),
     # Scheduler and sync points.
     ("S01", "liblmxcore/src/corescheduler_syncpoint.cpp",
      "for (void* output : outputs) masterState->failedOutputs.Erase(output);", "",
@@ -115,10 +115,10 @@ FAULTS = [
     ("S03", "liblmxcore/src/corescheduler_syncpoint.cpp", "const Status sts = sp->CurrentStatus();\n      if (sts < 0) {",
      "const Status sts = sp->CurrentStatus();\n      if (sts != 0) {",
      "wait-all combines statuses wrongly: a warning counts as the error"),
-    ("S04", "liblmxcore/src/corescheduler_requests.cpp", "ready.push_back(request->callback);\n        request->callback = nullptr;",
-     "ready.push_back(request->callback);", "a consumer is called twice after an error"),
-    ("S05", "liblmxcore/src/corescheduler_syncpoint.cpp", "> static_cast<int64_t>(platform::kMaximumWaitObjects)",
-     ">= static_cast<int64_t>(platform::kMaximumWaitObjects)", "wait limit off by one"),
+    ("S04", "liblmxcore/src/corescheduler_requests.cpp", "ready.Add(request->callback);\n        request->callback = nullptr;",
+     "ready.Add(request->callback);", "a consumer is called twice after an error"),
+    ("S05", "liblmxcore/src/corescheduler_syncpoint.cpp", "<= platform::kMaximumWaitObjects;",
+     "< platform::kMaximumWaitObjects;", "wait limit off by one"),
     ("S06", "liblmxcore/src/corescheduler_requests.cpp", "if (!request) SubmitTask(cb, lateFailure);", "",
      "a consumer of outputs that are not pending is never called"),
     # Status checks, logging bootstrap, registry.
@@ -131,7 +131,7 @@ FAULTS = [
     ("L04", "log_utils/src/log_bootstrap.cpp", "{L\"WARN\", LOG_LEVEL_WARN}", "{L\"WARNING\", LOG_LEVEL_WARN}",
      "level name WARN not recognised"),
     ("L05", "log_utils/src/log_bootstrap.cpp", "{kDispatchKey, L\"LocalRuntime\", true}",
-     "{kDispatchKey, L\"LocalRunTime\", true}", "registry value name of the local runtime misspelt"),
+     "{kDispatchKey, L\"LocalRuntme\", true}", "registry value name of the local runtime misspelt"),
     # Audio.
     ("A01", "liblmxcore/src/dsp/audio_kernels_avx2.cpp", "_mm256_packs_epi32(_mm256_cvtps_epi32(a), _mm256_cvtps_epi32(b))",
      "_mm256_packs_epi32(_mm256_cvttps_epi32(a), _mm256_cvttps_epi32(b))",
@@ -143,11 +143,28 @@ FAULTS = [
      "stereo mix (AVX2): halves rounded down instead of toward zero"),
     ("A04", "liblmxcore/src/dsp/resampler.cpp", "return static_cast<int16_t>(std::lround(y));",
      "return static_cast<int16_t>(y);", "resampler output rounding replaced by truncation"),
-    ("A05", "liblmxcore/src/audio_converter.cpp", "history = 32;", "history = 16;",
+    ("A05", "liblmxcore/src/audio_converter.cpp", "history = kConverterPresets.history;",
+     "history = kConverterPresets.history / 2;",
      "converter preset: filter history halved"),
     ("A06", "liblmxcore/src/dsp/audio_kernels_c.cpp", "dst[f] = static_cast<int16_t>(static_cast<int32_t>(sum) / channels);",
      "dst[f] = static_cast<int16_t>(static_cast<int32_t>(sum) / (channels + 1));", "N-channel mix divides by N + 1"),
 ]
+
+
+# The same faults in the form the code had before a refactor (--rev of an older revision):
+# id -> ([hint,] search, replacement); tried when the current search text is not found.
+EARLIER_FORMS = {
+    "K15": ("kRowAlignment - 1) / kRowAlignment", "kRowAlignment - 2) / kRowAlignment"),
+    "K16": ("liblmxcore/src/kernels/row_avx512.cpp", "constexpr int32_t kRedOffset = -104595 * 128 - 1187776;",
+            "constexpr int32_t kRedOffset = -104595 * 128 - 1187776 + 32768;"),
+    "O15": ("const size_t alignment = size < kPageAlignedFrom ? 64 : 4096;",
+            "const size_t alignment = size < kPageAlignedFrom ? 16 : 4096;"),
+    "S04": ("ready.push_back(request->callback);\n        request->callback = nullptr;",
+            "ready.push_back(request->callback);"),
+    "A05": ("history = 32;", "history = 16;"),
+    "S05": ("> static_cast<int64_t>(platform::kMaximumWaitObjects)",
+            ">= static_cast<int64_t>(platform::kMaximumWaitObjects)"),
+}
 
 
 def production_files():
@@ -166,6 +183,19 @@ def locate(hint, search):
         return path
     found = [p for p in production_files() if search in p.read_text()]
     return found[0] if len(found) == 1 else None
+
+
+def locate_fault(fid, hint, search, replacement):
+    """(file, search, replacement) of a fault in its current form or, failing that, its earlier one."""
+    forms = [(hint, search, replacement)]
+    if fid in EARLIER_FORMS:
+        earlier = EARLIER_FORMS[fid]
+        forms.append(earlier if len(earlier) == 3 else (hint, *earlier))
+    for where, text, new in forms:
+        path = locate(where, text)
+        if path is not None:
+            return path, text, new
+    return None, search, replacement
 
 
 def run(cmd, timeout, log):
@@ -381,7 +411,7 @@ def main():
     rows = []
     for fid, hint, search, replacement, desc in faults:
         start = time.time()
-        path = locate(hint, search)
+        path, search, replacement = locate_fault(fid, hint, search, replacement)
         if path is None:
             rows.append((fid, hint, desc, "not found", []))
             print(f"{fid}: not found", flush=True)
@@ -421,7 +451,7 @@ def run_both(args, work, faults):
     rows = []
     for fid, hint, search, replacement, desc in faults:
         start = time.time()
-        path = locate(hint, search)
+        path, search, replacement = locate_fault(fid, hint, search, replacement)
         if path is None:
             rows.append((fid, hint, desc, {k: ("not found", []) for k in SUITES}))
             print(f"{fid}: not found", flush=True)
