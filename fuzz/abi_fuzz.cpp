@@ -1,32 +1,26 @@
-// Fuzz target: the library as a hostile host drives it, through nothing but its
-// export table and the interfaces its factories hand out: an arbitrary sequence
-// of operations over the allocator's images (any description, format key and
-// rotation; access, some held across later operations, export, import and copy,
-// mirroring and depth-scale metadata, invalidation, plane queries) and audio
-// objects (created; their access and conversion are audio_converter_fuzz's), and
-// the scheduler (outputs marked, requests, sync points created, signalled and
-// waited on with any counts), with small valid integers or extremes (INT_MIN, -1,
-// 0, 1, INT_MAX, ...).
+// Fuzz target: the library as a hostile host drives it through its export table
+// and the faces its factories hand out: an arbitrary sequence of image operations
+// (any description, format key, rotation; access, some held across later steps,
+// export, import, copy, invalidation, plane queries) and scheduler operations
+// (outputs, requests, sync points signalled and waited on with any counts), fed
+// small valid integers or extremes.
 //
-// Invariants: every status is a table value; every plane handed out is read or
-// written in full and caller planes are exactly their layout's size (see
-// CallerPlanes); every acquisition is released, so every object's count is back
-// at one before its last release; every request runs once; nothing leaks
-// (LeakSanitizer). Waits on sync points that may never be signalled use time-outs
-// of 0 or 1 ms; held image accesses are reads, so no write waits one out.
+// Invariants: every status is a table value; planes handed out are touched in
+// full and caller planes keep their guards (see CallerPlanes); every object's
+// count is back at one before its last release; every request runs once; nothing
+// leaks. Waits that may never be signalled use time-outs of 0 or 1 ms.
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <limits>
 #include <memory>
 #include <vector>
 
-#include "core_metadata.h"
 #include "fuzz_support.h"
 #include "host_session.h"
 #include "lmxallocator.h"
-#include "lmxaudio.h"
 #include "lmxscheduler.h"
 
 extern Norvik::Lumetra::Service::DLLExportTable LMXDLLExportTable;
@@ -56,10 +50,8 @@ int32_t ConsumeInt(FuzzedDataProvider& input, int32_t lo, int32_t hi) {
 }
 
 Status ConsumeTableStatus(FuzzedDataProvider& input) {
-  static constexpr Status kStatuses[] = {
-      LMX_STATUS_NO_ERROR,       LMX_STATUS_EXEC_INPROGRESS, LMX_STATUS_FEATURE_UNSUPPORTED,
-      LMX_STATUS_HANDLE_INVALID, LMX_STATUS_EXEC_ABORTED,    LMX_STATUS_CAPTURE_CONFIG_ALREADY_SET,
-      LMX_STATUS_TIME_GAP,       LMX_STATUS_PROCESS_FAILED};
+  static constexpr Status kStatuses[] = {LMX_STATUS_NO_ERROR, LMX_STATUS_EXEC_INPROGRESS, LMX_STATUS_HANDLE_INVALID,
+                                          LMX_STATUS_EXEC_ABORTED, LMX_STATUS_TIME_GAP, LMX_STATUS_PROCESS_FAILED};
   return input.PickValueInArray(kStatuses);
 }
 
@@ -101,7 +93,6 @@ struct Driver {
   std::vector<Image*> images;
   std::vector<std::pair<Image*, std::unique_ptr<ImageData>>> heldImages;
   std::vector<std::unique_ptr<lmxfuzz::CallerPlanes>> adopted;  // outlive the images that adopt them
-  std::vector<LMXAudio*> audios;
   std::vector<LMXSyncPoint*> syncPoints;
   std::vector<bool> signalled;
   int outputKeys[kOutputs] = {};
@@ -124,9 +115,7 @@ struct Driver {
 
   ~Driver() {
     for (auto& [image, data] : heldImages) Check(Verified(image->ReleaseAccess(data.get())) == LMX_STATUS_NO_ERROR);
-    std::vector<Base*> objects(images.begin(), images.end());
-    objects.insert(objects.end(), audios.begin(), audios.end());
-    for (Base* object : objects) {
+    for (Image* object : images) {
       Check(CountOf(object) == 1);
       object->Release();
     }
@@ -144,12 +133,11 @@ struct Driver {
   }
 
   void Step() {
-    switch (in.ConsumeIntegralInRange(0, 7)) {
+    switch (in.ConsumeIntegralInRange(0, 6)) {
       case 0: CreateImage(); break;
       case 1: case 2: AccessImage(); break;
       case 3: UseImage(); break;
-      case 4: CreateAudio(); break;
-      case 5: case 6: Schedule(); break;
+      case 4: case 5: Schedule(); break;
       default: Wait(); break;
     }
   }
@@ -216,7 +204,7 @@ struct Driver {
     ImageInfo info{};
     Verified(image->QueryInfo(&info));
     auto* service = static_cast<LMXImageService*>(image->QueryInstance(LMXImageService::kIid));
-    switch (in.ConsumeIntegralInRange(0, 3)) {
+    switch (in.ConsumeIntegralInRange(0, 2)) {
       case 0: {  // export or import through caller planes of any key and mode, pitch 0 now and then
         auto caller = Caller(image, info, in.ConsumeBool() ? info.format : lmxfuzz::ConsumeFormatKey(in), true);
         if (in.ConsumeIntegralInRange(0, 7) == 0) caller->data.pitches[0] = 0;
@@ -229,18 +217,6 @@ struct Driver {
       case 1:
         if (Image* other = Pick(images)) Verified(image->CopyImage(other));
         break;
-      case 2: {  // mirroring pairs (the property first, so the rotation turns) or a depth scale
-        auto* metadata = static_cast<Metadata*>(image->QueryInstance(Metadata::kIid));
-        const int32_t id = in.ConsumeBool() ? 0x61516733 : 0x24740F78;
-        std::vector<uint8_t> value = in.ConsumeBytes<uint8_t>(in.ConsumeIntegralInRange(0, 40));
-        if (value.size() >= 8 && in.ConsumeBool()) value[0] = 304 & 0xFF, value[1] = 304 >> 8, value[2] = value[3] = 0;
-        // A size no larger than the bytes, or one that must be refused.
-        int32_t size = ConsumeInt(in, 0, static_cast<int32_t>(value.size()));
-        if (size > static_cast<int32_t>(value.size())) size = -size;
-        Verified(metadata->DetachMetadata(id));
-        Verified(metadata->AttachBuffer(id, value.data(), size));
-        break;
-      }
       default: {  // every held format stale; the plane query with any description
         Verified(service->InvalidateData());
         ImageInfo query{ConsumeInt(in, 1, 64), ConsumeInt(in, 1, 64), lmxfuzz::ConsumeFormatKey(in), 0};
@@ -251,22 +227,6 @@ struct Driver {
         break;
       }
     }
-  }
-
-  void CreateAudio() {
-    if (audios.size() >= kMaxObjects) return;
-    static constexpr int32_t kFormats[] = {LMXAudio::AUDIO_FORMAT_PCM, LMXAudio::AUDIO_FORMAT_IEEE_FLOAT};
-    const auto format =
-        static_cast<LMXAudio::AudioFormat>(in.ConsumeBool() ? in.PickValueInArray(kFormats) : ConsumeInt(in, 0, 0));
-    // Sizes of gigabytes are allocated in earnest: only sample counts whose 32-bit
-    // byte count overflows are extreme.
-    int32_t samples = ConsumeInt(in, 0, 4096);
-    if (samples > 4096 && LMXAudio::SampleBytes(format) * int64_t{samples} <= kMax) samples = 4096;
-    LMXAudio::AudioInfo info{samples, format, ConsumeInt(in, 8000, 48000), ConsumeInt(in, 1, 3), 0, {}};
-    LMXAudio* audio = nullptr;
-    const Status sts = Verified(allocator->CreateAudio(&info, ConsumeInt(in, 0, 0), nullptr, &audio));
-    Check((sts >= 0) == (audio != nullptr));
-    if (audio) audios.push_back(audio);
   }
 
   void Schedule() {
@@ -309,8 +269,7 @@ struct Driver {
     if (syncPoints.empty()) return;
     const size_t i = in.ConsumeIntegralInRange<size_t>(0, syncPoints.size() - 1);
     // A wait that may have nothing to wait for polls or waits a millisecond.
-    bool allSignalled = true;
-    for (bool each : signalled) allSignalled = allSignalled && each;
+    const bool allSignalled = std::find(signalled.begin(), signalled.end(), false) == signalled.end();
     switch (in.ConsumeIntegralInRange(0, 2)) {
       case 0:
         Verified(syncPoints[i]->Synchronize(signalled[i] ? ConsumeInt(in, -1, 2) : in.ConsumeIntegralInRange(0, 1)));

@@ -1,12 +1,10 @@
-// Fuzz target: ConvertImageBuffer, the routing between two buffers of one image.
-// Descriptions are arbitrary (any format key, rotation bits included); sizes up
-// to 64x64 get caller planes exactly of the plane layout of their key (padding
-// between rows must stay untouched; a byte outside a plane is caught by
-// AddressSanitizer). Negative sizes and sizes whose planes cannot exist (over 2 GiB)
-// get tiny blocks and must be refused without a touch.
+// Fuzz target: ConvertImageBuffer, the routing between two buffers of one image,
+// with any format keys. Sizes up to 64x64 get guarded caller planes exactly of
+// their key's layout; negative sizes and sizes whose planes cannot exist (over
+// 2 GiB) get tiny blocks and must be refused without a touch.
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include <cmath>
+#include <iterator>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -71,13 +69,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   dst_info.height = src_info.height;
   if (input.ConsumeIntegralInRange(0, 15) == 0) dst_info.width = input.ConsumeIntegralInRange(-2, 64);
 
-  static constexpr float kScales[] = {1.0f, 0.125f, 4.0f, 0.3f, 0.0f, -1.0f, 1e-30f, 1e-40f, 1e30f};
-  const int scaleChoice = input.ConsumeIntegralInRange(0, 11);
-  lmx::FixedDepthScale depth =
-      scaleChoice >= 11 ? lmx::FixedDepthScale()
-      : scaleChoice == 10 ? lmx::FixedDepthScale(std::nanf(""))
-      : scaleChoice == 9 ? lmx::FixedDepthScale(std::numeric_limits<float>::infinity())
-                          : lmx::FixedDepthScale(kScales[scaleChoice]);
+  // A depth scale of any kind, or none.
+  static constexpr float kScales[] = {1.0f, 0.125f, 4.0f, 0.3f, 0.0f, -1.0f, 1e-30f, 1e-40f, 1e30f,
+                                      std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity()};
+  const size_t scaleChoice = input.ConsumeIntegralInRange<size_t>(0, std::size(kScales));
+  lmx::FixedDepthScale depth = scaleChoice < std::size(kScales) ? lmx::FixedDepthScale(kScales[scaleChoice])
+                                                                : lmx::FixedDepthScale();
 
   Buffer src(input, src_info, valid);
   const bool inPlace = input.ConsumeIntegralInRange(0, 7) == 0 && dst_info.format == src_info.format;

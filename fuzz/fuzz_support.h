@@ -33,14 +33,10 @@ inline constexpr int32_t kFormats[] = {
 inline int32_t ConsumeFormatKey(FuzzedDataProvider& input) {
   using Norvik::Lumetra::kPixelFormatMask, Norvik::Lumetra::kRotationMask, Norvik::Lumetra::kRotationShift;
   int32_t key = input.ConsumeBool() ? input.PickValueInArray(kFormats) : input.ConsumeIntegral<int32_t>();
-  switch (input.ConsumeIntegralInRange(0, 5)) {
-    case 0: case 1: break;  // as it is
-    case 2: key = (key & kPixelFormatMask) | (90 << kRotationShift); break;
-    case 3: key = (key & kPixelFormatMask) | (180 << kRotationShift); break;
-    case 4: key = (key & kPixelFormatMask) | (270 << kRotationShift); break;
-    default: key = (key & kPixelFormatMask) | (input.ConsumeIntegral<int32_t>() & kRotationMask); break;
-  }
-  return key;
+  const int turn = input.ConsumeIntegralInRange(0, 5);  // 0, 1: as it is; 2..4: quarter turns; 5: any bits
+  if (turn < 2) return key;
+  return (key & kPixelFormatMask) | (turn < 5 ? 90 * (turn - 1) << kRotationShift
+                                              : input.ConsumeIntegral<int32_t>() & kRotationMask);
 }
 
 // A status the library returned, checked to be one of the status table's values.

@@ -37,18 +37,6 @@ class AllocatorEndToEnd : public ::testing::Test {
 constexpr int32_t kWidth = 64;
 constexpr int32_t kHeight = 48;
 
-// A description of caller planes of one format.
-Image::ImageData Describe(int32_t format, std::initializer_list<lmxtest::GuardedPlane*> planes) {
-  Image::ImageData data{};
-  data.format = format;
-  int c = 0;
-  for (auto* plane : planes) {
-    data.planes[c] = plane->data();
-    data.pitches[c++] = plane->pitch();
-  }
-  return data;
-}
-
 }  // namespace
 
 // Studio-range red (Y 81, U 90, V 240) as NV12, exported as BGR: no direct kernel,
@@ -58,10 +46,10 @@ TEST_F(AllocatorEndToEnd, ImagesConvertBetweenFormatsThroughTheRealKernels) {
   lmxtest::GuardedPlane bgr(kWidth * 3, kHeight, 5);
   for (int32_t i = 1; i < kWidth * kHeight / 2; i += 2) chroma.data()[i] = 240;
   Image::ImageInfo info{kWidth, kHeight, Image::PIXEL_FORMAT_NV12, 0};
-  Image::ImageData data = Describe(Image::PIXEL_FORMAT_NV12, {&luma, &chroma});
+  Image::ImageData data{Image::PIXEL_FORMAT_NV12, {}, {luma.pitch(), chroma.pitch()}, {luma.data(), chroma.data()}};
   Image* image = nullptr;
   ASSERT_EQ(allocator_->CreateImage(&info, 0, &data, &image), LMX_STATUS_NO_ERROR);
-  data = Describe(Image::PIXEL_FORMAT_BGR, {&bgr});
+  data = {Image::PIXEL_FORMAT_BGR, {}, {bgr.pitch()}, {bgr.data()}};
   ASSERT_EQ(image->ExportData(&data, 2), LMX_STATUS_NO_ERROR);
   for (auto [x, y] : {std::pair{0, 0}, {33, 20}, {63, 47}})
     EXPECT_EQ(std::vector<uint8_t>(bgr.row(y) + 3 * x, bgr.row(y) + 3 * x + 3), (std::vector<uint8_t>{0, 0, 254}));

@@ -33,15 +33,9 @@ class ScriptedProvider final : public BaseImpl<LMXCustomImageFormat> {
 
 // Two 64 x 2 Y8 buffers of caller bytes: the source all 5, the destination 0.
 struct Planes {
-  Planes() {
-    std::memset(dst, 0, sizeof(dst));
-    src.format = to.format = Image::PIXEL_FORMAT_Y8;
-    src.pitches[0] = to.pitches[0] = 64;
-    src.planes[0] = source, to.planes[0] = dst;
-    std::memset(source, 5, sizeof(source));
-  }
-  uint8_t source[128], dst[128];
-  ImageData src{}, to{};
+  Planes() { std::memset(source, 5, sizeof(source)); }
+  uint8_t source[128], dst[128] = {};
+  ImageData src{Image::PIXEL_FORMAT_Y8, {}, {64}, {source}}, to{Image::PIXEL_FORMAT_Y8, {}, {64}, {dst}};
 };
 
 }  // namespace

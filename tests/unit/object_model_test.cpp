@@ -1,5 +1,4 @@
-// The object model of lmximpl.h on the production classes: faces answered per
-// identifier, and the reference count of every counted kind under concurrent churn
+// The reference count of every counted kind of lmximpl.h under concurrent churn
 // (the one churn test of the suite; the sanitizer runs see a double or missing
 // destruction).
 #include <gtest/gtest.h>
@@ -11,33 +10,10 @@
 
 #include "module_factories.h"
 #include "image_test_support.h"
-#include "lmx_loggers.h"
 
 using namespace Norvik::Lumetra;
 
 namespace {
-
-TEST(ObjectModel, QueryAnswersEachIdentifierWithItsFaceAndUnknownWithNull) {
-  LMXAllocator* allocator = lmxtest::NewAllocator();
-  auto* reference = static_cast<Reference*>(allocator->QueryInstance(Reference::kIid));
-  ASSERT_NE(reference, nullptr);
-  const std::pair<InterfaceId, void*> answers[] = {{0, allocator}, {LMXAllocator::kIid, allocator},
-                                                   {LMXAllocator::kIid2, allocator}, {FourCC("BASS"), reference},
-                                                   {0x12345678, nullptr}};
-  for (auto [iid, face] : answers) {
-    EXPECT_EQ(allocator->QueryInstance(iid), face) << std::hex << iid;
-    EXPECT_EQ(reference->QueryInstance(iid), face) << "through the secondary face, " << std::hex << iid;
-  }
-  // A reference taken through Reference is given back through another face.
-  EXPECT_EQ(reference->AddRef(), 2u) << "queries add no reference";
-  allocator->Release();
-  EXPECT_EQ(reference->AddRef(), 2u);
-  reference->Release();
-  allocator->Release();
-  auto* uncounted = new lmsdk::LoggerDebugView;
-  EXPECT_EQ(uncounted->QueryInstance(Reference::kIid), nullptr) << "uncounted objects have no Reference face";
-  uncounted->Release();  // ends it at once
-}
 
 struct Kind {
   const char* name;

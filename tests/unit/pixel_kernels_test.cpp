@@ -1,9 +1,8 @@
 // The plane drivers of pixel_kernels.h: known answers in every variant, every
 // SIMD variant bit-exact to the scalar rows on odd sizes, unaligned rows and
-// wide pitches, round trips and inverses, argument rules.
+// wide pitches, argument rules.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -112,7 +111,7 @@ const Known kKnown[] = {
      {5, 50, 4, 40, 3, 30, 2, 40, 1, 10}},
     {"ReorderChannels4", Row({1, 2, 3, 4, 5, 6, 7, 8}, 2, 8, [](auto... a) { return ReorderChannels(a..., 4); }),
      {3, 2, 1, 4, 7, 6, 5, 8}},
-    // 3 x 2 "abc/def": a quarter turn is clockwise (its inverse is checked below).
+    // 3 x 2 "abc/def": a quarter turn is clockwise.
     {"Rotate90",
      Out({'a', 'b', 'c', 'd', 'e', 'f'}, 6, [](auto s, auto o) { return RotatePlane(s, 3, o, 2, 3, 2, 1, 90); }),
      {'d', 'a', 'e', 'b', 'f', 'c'}},
@@ -250,34 +249,28 @@ std::vector<Case> AllCases() {
   return cases;
 }
 
+// The status, whether every guard held, and every plane's bytes, guards included.
 struct Result {
   Status status;
-  Planes sources, destinations;
+  bool intact = true;
+  std::vector<Bytes> bytes;
+  bool operator==(const Result&) const = default;
 };
 
 // Fresh planes ending at the end of their allocation, rows starting unaligned.
 Result RunWith(uint32_t features, const Case& c, int w, int h, int lead, int padding, uint32_t seed) {
   std::mt19937 rng(seed);
-  Result r{};
+  Planes sources, destinations;
   for (Shape s : c.sources(w, h)) {
-    r.sources.emplace_back(s.row_bytes, s.rows, padding, 0xC3, lead, 0);
-    r.sources.back().Randomize(rng);
+    sources.emplace_back(s.row_bytes, s.rows, padding, 0xC3, lead, 0);
+    sources.back().Randomize(rng);
   }
-  for (Shape s : c.destinations(w, h)) r.destinations.emplace_back(s.row_bytes, s.rows, padding + 2, 0xC3, lead + 1, 0);
+  for (Shape s : c.destinations(w, h)) destinations.emplace_back(s.row_bytes, s.rows, padding + 2, 0xC3, lead + 1, 0);
   ScopedCpuFeatureMask mask(features);
-  r.status = c.run(r.sources, r.destinations, w, h);
+  Result r{c.run(sources, destinations, w, h)};
+  for (const Planes* planes : {&sources, &destinations})
+    for (const GuardedPlane& p : *planes) r.intact = r.intact && p.Intact(), r.bytes.push_back(p.bytes());
   return r;
-}
-
-bool Same(const Planes& a, const Planes& b) {
-  for (size_t i = 0; i < a.size(); ++i)
-    if (a[i].bytes() != b[i].bytes()) return false;
-  return true;
-}
-bool Intact(const Planes& planes) {
-  for (const GuardedPlane& p : planes)
-    if (!p.Intact()) return false;
-  return true;
 }
 
 class SimdMatchesScalar : public testing::TestWithParam<Case> {};
@@ -291,13 +284,10 @@ TEST_P(SimdMatchesScalar, OnOddSizesUnalignedRowsAndWidePitches) {
     for (int h : {1, 2, 3, 5}) {
       const int lead = 1 + (w + h) % 7, padding = (3 * w + h) % 11;
       const Result scalar = RunWith(0, c, w, h, lead, padding, ++seed);
-      ASSERT_TRUE(Intact(scalar.destinations) && Intact(scalar.sources));
+      ASSERT_TRUE(scalar.intact);
       for (const Variant& v : variants) {
-        const Result simd = RunWith(v.feature, c, w, h, lead, padding, seed);
         SCOPED_TRACE(std::string(v.name) + " " + std::to_string(w) + "x" + std::to_string(h));
-        ASSERT_EQ(simd.status, scalar.status);
-        ASSERT_TRUE(Intact(simd.destinations) && Intact(simd.sources));
-        ASSERT_TRUE(Same(simd.destinations, scalar.destinations) && Same(simd.sources, scalar.sources));
+        ASSERT_TRUE(RunWith(v.feature, c, w, h, lead, padding, seed) == scalar);
       }
     }
   }
@@ -305,54 +295,6 @@ TEST_P(SimdMatchesScalar, OnOddSizesUnalignedRowsAndWidePitches) {
 
 INSTANTIATE_TEST_SUITE_P(PixelKernels, SimdMatchesScalar, testing::ValuesIn(AllCases()),
                          [](const auto& info) { return info.param.name; });
-
-// Exhaustive checks and properties.
-
-// Decode then encode gives YUY2 back within two levels (colours well inside the
-// gamut: luma 60..190, chroma 108..148); the four colour orders encode the same colours to the
-// same bytes.
-TEST(PixelKernels, ColourToYUY2RoundTripAndChannelOrdersAgree) {
-  std::mt19937 rng(7);
-  const int width = 64, height = 5;
-  GuardedPlane yuy2(2 * width, height), bgra(4 * width, height, 4), rgba(4 * width, height), bgr(3 * width, height);
-  GuardedPlane rgb(3 * width, height), back(2 * width, height, 6), other(2 * width, height);
-  for (int r = 0; r < height; ++r)
-    for (int b = 0; b < 2 * width; ++b) yuy2.at(r, b) = static_cast<uint8_t>(b % 2 ? 108 + rng() % 41 : 60 + rng() % 131);
-  ASSERT_EQ(YUY2ToBGRA(yuy2.data(), yuy2.pitch(), bgra.data(), bgra.pitch(), width, height, 255), 0);
-  ASSERT_EQ(BGRAToYUY2(bgra.data(), bgra.pitch(), back.data(), back.pitch(), width, height), 0);
-  for (int r = 0; r < height; ++r)
-    for (int b = 0; b < 2 * width; ++b) ASSERT_LE(std::abs(yuy2.at(r, b) - back.at(r, b)), 2) << r << ", " << b;
-  ASSERT_EQ(BGRAToRGBA(bgra.data(), bgra.pitch(), rgba.data(), rgba.pitch(), width, height), 0);
-  ASSERT_EQ(BGRAToBGR(bgra.data(), bgra.pitch(), bgr.data(), bgr.pitch(), width, height), 0);
-  ASSERT_EQ(BGRAToRGB(bgra.data(), bgra.pitch(), rgb.data(), rgb.pitch(), width, height), 0);
-  for (auto [plane, encode] : {std::pair{&rgba, &RGBAToYUY2}, {&bgr, &BGRToYUY2}, {&rgb, &RGBToYUY2}}) {
-    ASSERT_EQ(encode(plane->data(), plane->pitch(), other.data(), other.pitch(), width, height), 0);
-    EXPECT_TRUE(back.SamePayload(other) && other.Intact());
-  }
-}
-
-// Inverse pairs give the input back for every pixel size on padded pitches; a
-// top-bottom mirror is a copy onto a negative pitch.
-TEST(PixelKernels, GeometryInversesAndTopBottomMirror) {
-  std::mt19937 rng(11);
-  const int width = 5, height = 3;
-  for (int bpp : {1, 2, 3, 4, 8}) {
-    SCOPED_TRACE(bpp);
-    GuardedPlane src(width * bpp, height, 3), tall(height * bpp, width, 1), wide(width * bpp, height, 5);
-    GuardedPlane back(width * bpp, height), copied(width * bpp, height, 1);
-    src.Randomize(rng);
-    ASSERT_EQ(RotatePlane(src.data(), src.pitch(), tall.data(), tall.pitch(), width, height, bpp, 90), 0);
-    ASSERT_EQ(RotatePlane(tall.data(), tall.pitch(), back.data(), back.pitch(), height, width, bpp, 270), 0);
-    EXPECT_TRUE(back.SamePayload(src));
-    ASSERT_EQ(MirrorPlane(src.data(), src.pitch(), wide.data(), wide.pitch(), width, height, bpp, kMirrorLeftRight), 0);
-    ASSERT_EQ(MirrorPlane(wide.data(), wide.pitch(), back.data(), back.pitch(), width, height, bpp, kMirrorLeftRight), 0);
-    EXPECT_TRUE(back.SamePayload(src));
-    ASSERT_EQ(MirrorPlane(src.data(), src.pitch(), back.data(), back.pitch(), width, height, bpp, kMirrorTopBottom), 0);
-    ASSERT_EQ(CopyPlane(src.data(), src.pitch(), copied.last_row(), -copied.pitch(), width * bpp, height), 0);
-    EXPECT_TRUE(back.SamePayload(copied));
-    for (auto* plane : {&tall, &wide, &back, &copied}) EXPECT_TRUE(plane->Intact());
-  }
-}
 
 TEST(PixelKernels, BadArgumentsAreRefusedBeforeTouchingMemory) {
   const uint8_t src[8] = {16, 128, 16, 128, 16, 128, 16, 128};
@@ -376,23 +318,6 @@ TEST(PixelKernels, BadArgumentsAreRefusedBeforeTouchingMemory) {
   for (size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(cases[i].first, cases[i].second) << "case " << i;
   GuardedPlane untouched(8, 2);
   EXPECT_TRUE(dst.SamePayload(untouched) && dst.Intact());
-}
-
-// Detection is stable, each set implies the ones below it, and masks nest.
-TEST(PixelKernels, DetectionIsStableAndTheMaskRestrictsIt) {
-  const uint32_t detected = DetectedCpuFeatures();
-  EXPECT_EQ(DetectedCpuFeatures(), detected);
-  const uint32_t chain[] = {kCpuHasAVX512VNNI, kCpuHasAVX512BW, kCpuHasAVX2, kCpuHasSSE41, kCpuHasSSSE3, kCpuHasSSE2};
-  for (size_t i = 0; i + 1 < std::size(chain); ++i) EXPECT_TRUE(!(detected & chain[i]) || (detected & chain[i + 1]));
-  {
-    ScopedCpuFeatureMask only_ssse3(kCpuHasSSSE3);
-    {
-      ScopedCpuFeatureMask none(0);
-      EXPECT_EQ(CpuFeatures(), 0u);
-    }
-    EXPECT_EQ(CpuFeatures(), detected & kCpuHasSSSE3);
-  }
-  EXPECT_EQ(CpuFeatures(), detected);
 }
 
 }  // namespace
