@@ -270,15 +270,12 @@ struct Driver {
     const size_t i = in.ConsumeIntegralInRange<size_t>(0, syncPoints.size() - 1);
     // A wait that may have nothing to wait for polls or waits a millisecond.
     const bool allSignalled = std::find(signalled.begin(), signalled.end(), false) == signalled.end();
-    switch (in.ConsumeIntegralInRange(0, 2)) {
+    switch (in.ConsumeIntegralInRange(0, 1)) {
       case 0:
         Verified(syncPoints[i]->Synchronize(signalled[i] ? ConsumeInt(in, -1, 2) : in.ConsumeIntegralInRange(0, 1)));
+        Verified(syncPoints[i]->QueryOutputStatus(in.ConsumeBool() ? outputs[in.ConsumeIntegralInRange(0, kOutputs - 1)]
+                                                                   : nullptr));
         break;
-      case 1: {
-        void* output = in.ConsumeBool() ? outputs[in.ConsumeIntegralInRange(0, kOutputs - 1)] : nullptr;
-        Verified(syncPoints[i]->QueryOutputStatus(output));
-        break;
-      }
       default: {
         // Arrays of exactly 64 entries: any count the library accepts stays inside
         // them, and a larger or negative one must be refused before they are read.

@@ -4,7 +4,6 @@
 
 #include <cstring>
 
-#include "coreaccel_emu.h"
 #include "image_test_support.h"
 #include "test_support.h"
 
@@ -74,10 +73,4 @@ TEST(ImageConvertGlue, DepthScaleComesFromMetadata) {
   ASSERT_EQ(image->CopySystemBuffer(&depth, &planes.src, &native, &planes.to, nullptr), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(planes.dst[0], 0x28) << "0x0505 << 3 is 0x2828";
   image->Release();
-
-  lmx::BaseImage* storage = nullptr;
-  ASSERT_EQ(lmx::CreateImageSysMem(ImageInfo{4, 4, 0, 0}, Image::PIXEL_FORMAT_Y8, nullptr, 0, nullptr, &storage),
-            LMX_STATUS_NO_ERROR);
-  EXPECT_EQ(storage->GetDepthScale(&scale), -1) << "an object without a metadata face";
-  storage->Release();
 }

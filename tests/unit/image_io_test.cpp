@@ -52,7 +52,6 @@ TEST(ImageIo, ImportThenExportPlainAndFlipped) {
 }
 
 TEST(ImageIo, PreconditionsAndModes) {
-  // A spoilt description is IntegerExtremes.ExportAndImportPreconditionsAreInvalidArguments'.
   ImageObject* image = NewImage(4, 2, Image::PIXEL_FORMAT_YUY2);
   EXPECT_EQ(image->ExportData(nullptr, 0), LMX_STATUS_HANDLE_INVALID);
   CallerImage out(Image::PIXEL_FORMAT_YUY2, 8, 2, 8);

@@ -267,7 +267,7 @@ Result RunWith(uint32_t features, const Case& c, int w, int h, int lead, int pad
   }
   for (Shape s : c.destinations(w, h)) destinations.emplace_back(s.row_bytes, s.rows, padding + 2, 0xC3, lead + 1, 0);
   ScopedCpuFeatureMask mask(features);
-  Result r{c.run(sources, destinations, w, h)};
+  Result r{c.run(sources, destinations, w, h), true, {}};
   for (const Planes* planes : {&sources, &destinations})
     for (const GuardedPlane& p : *planes) r.intact = r.intact && p.Intact(), r.bytes.push_back(p.bytes());
   return r;
@@ -302,7 +302,6 @@ TEST(PixelKernels, BadArgumentsAreRefusedBeforeTouchingMemory) {
   const std::pair<Status, Status> cases[] = {
       {YUY2ToBGRA(src, 4, dst.data(), 8, 1, 2, 255), kKernelBadSize},  // one pixel wide
       {YUY2ToRGBA(src, 4, dst.data(), 8, 2, 0, 255), kKernelBadSize},
-      {YUY2ToBGRA(src, 4, dst.data(), 8, -2, 1, 255), kKernelBadSize},
       {YUY2ToBGRA(nullptr, 4, dst.data(), 8, 1, 1, 255), kKernelNullPointer},  // null is checked first
       {YUY2ToRGBA(src, 4, nullptr, 8, 2, 1, 255), kKernelNullPointer},
       {YUY2ToBGR(src, 4, dst.data(), 8, 1, 1), Norvik::Lumetra::LMX_STATUS_PARAM_UNSUPPORTED},

@@ -19,10 +19,9 @@ using lmxtest::Write;
 
 namespace {
 
-// Reads image as BGRA and returns its pixel; fails the test unless every pixel is
-// that one (a torn or mixed frame). A read that passes through an intermediate
-// format releases it before the final pass, so a writer in between can make the
-// intermediate stale and the read is refused as unsupported: readers retry it.
+// Reads image as BGRA and returns its pixel, failing unless every pixel is that one.
+// A writer between the passes through an intermediate format makes it stale and
+// the read is refused as unsupported: readers retry it.
 uint32_t ReadBgra(Image* image, int32_t width, int32_t height) {
   Image::ImageData data{};
   Status sts = LMX_STATUS_PARAM_UNSUPPORTED;
@@ -32,7 +31,7 @@ uint32_t ReadBgra(Image* image, int32_t width, int32_t height) {
     ADD_FAILURE() << "BGRA read refused: " << sts;
     return 0;
   }
-  uint32_t first, pixel;
+  uint32_t first;
   std::memcpy(&first, data.planes[0], 4);
   int mixed = 0;
   for (int32_t i = 0; i < width * height; ++i)
