@@ -7,9 +7,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "lmxbase.h"
 #include "lmximage.h"
+#include "lmxutils.h"
 
 // A failed invariant: named on standard error, then a crash libFuzzer records.
 #define Check(condition) \
@@ -31,14 +33,17 @@ inline constexpr int32_t kFormats[] = {
 inline int32_t ConsumeFormatKey(FuzzedDataProvider& input) {
   using Norvik::Lumetra::kPixelFormatMask, Norvik::Lumetra::kRotationMask, Norvik::Lumetra::kRotationShift;
   int32_t key = input.ConsumeBool() ? input.PickValueInArray(kFormats) : input.ConsumeIntegral<int32_t>();
-  switch (input.ConsumeIntegralInRange(0, 5)) {
-    case 0: case 1: break;  // as it is
-    case 2: key = (key & kPixelFormatMask) | (90 << kRotationShift); break;
-    case 3: key = (key & kPixelFormatMask) | (180 << kRotationShift); break;
-    case 4: key = (key & kPixelFormatMask) | (270 << kRotationShift); break;
-    default: key = (key & kPixelFormatMask) | (input.ConsumeIntegral<int32_t>() & kRotationMask); break;
-  }
-  return key;
+  const int turn = input.ConsumeIntegralInRange(0, 5);  // 0, 1: as it is; 2..4: quarter turns; 5: any bits
+  if (turn < 2) return key;
+  return (key & kPixelFormatMask) | (turn < 5 ? 90 * (turn - 1) << kRotationShift
+                                              : input.ConsumeIntegral<int32_t>() & kRotationMask);
+}
+
+// A status the library returned, checked to be one of the status table's values.
+inline Norvik::Lumetra::Status Verified(Norvik::Lumetra::Status sts) {
+  using Norvik::Lumetra::GetStatusText, Norvik::Lumetra::kUnknownStatusText;
+  Check(GetStatusText(sts) != reinterpret_cast<const char*>(kUnknownStatusText));
+  return sts;
 }
 
 // An object's reference count, read through its Reference face.
@@ -49,6 +54,49 @@ inline uint32_t CountOf(Norvik::Lumetra::Base* object) {
   object->Release();
   return count;
 }
+
+// Caller planes of a format key as its plane layout describes them. Each plane is
+// its own block of exactly pitch * (rows - 1) + row bytes, so AddressSanitizer sees
+// any byte beyond it; the padding between rows holds a guard value Intact() checks.
+// Pitches may point upwards. Without any plane, plane 0 is one guard byte that
+// nothing may walk.
+class CallerPlanes {
+ public:
+  CallerPlanes(FuzzedDataProvider& input, const LMXImageService::PlaneInfo& layout, int32_t count, int32_t key,
+               bool upward) {
+    data.format = key;
+    for (int32_t c = 0; c < count; ++c) {
+      const int64_t row = int64_t{layout.plane[c].width} * layout.plane[c].bytesPerPixel, rows = layout.plane[c].height;
+      if (row == 0 || rows == 0) continue;
+      const int64_t pitch = row + input.ConsumeIntegralInRange<int64_t>(0, 7);
+      Plane& plane = planes_.emplace_back(Plane{std::vector<uint8_t>(pitch * (rows - 1) + row, kGuard), row, pitch});
+      for (int64_t y = 0; y < rows; ++y)
+        for (int64_t x = 0; x < row; ++x) plane.bytes[y * pitch + x] = static_cast<uint8_t>(x * 37 + y + c);
+      const bool up = upward && input.ConsumeBool();
+      data.planes[c] = plane.bytes.data() + (up ? pitch * (rows - 1) : 0);
+      data.pitches[c] = static_cast<int32_t>(up ? -pitch : pitch);
+    }
+    if (planes_.empty()) {
+      planes_.push_back(Plane{std::vector<uint8_t>(1, kGuard), 0, 1});
+      data.planes[0] = planes_[0].bytes.data(), data.pitches[0] = 1;
+    }
+  }
+  bool Intact() const {
+    for (const Plane& plane : planes_)
+      for (size_t i = 0; i < plane.bytes.size(); ++i)
+        if (static_cast<int64_t>(i) % plane.pitch >= plane.row && plane.bytes[i] != kGuard) return false;
+    return true;
+  }
+  Image::ImageData data{};
+
+ private:
+  static constexpr uint8_t kGuard = 0xA5;
+  struct Plane {
+    std::vector<uint8_t> bytes;
+    int64_t row, pitch;
+  };
+  std::vector<Plane> planes_;
+};
 
 // Reads (and for a write, fills) every byte of the planes an acquisition handed
 // out, as the plane layout of its key describes them: a plane shorter than its

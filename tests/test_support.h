@@ -1,6 +1,7 @@
 // test_support.h: a logger that records lines, installed for the scope of a test.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <string>
@@ -31,12 +32,11 @@ class CapturingLogger final : public Norvik::Lumetra::BaseImpl<Norvik::Lumetra::
  public:
   explicit CapturingLogger(int32_t threshold = 0) : threshold_(threshold) {}
 
-  Norvik::Lumetra::Status SetName(const wchar_t*) override { return Norvik::Lumetra::LMX_STATUS_NO_ERROR; }
-  Norvik::Lumetra::Status Configure(int32_t, const wchar_t*, int32_t) override {
-    return Norvik::Lumetra::LMX_STATUS_NO_ERROR;
-  }
+  using Status = Norvik::Lumetra::Status;
+  Status SetName(const wchar_t*) override { return Norvik::Lumetra::LMX_STATUS_NO_ERROR; }
+  Status Configure(int32_t, const wchar_t*, int32_t) override { return Norvik::Lumetra::LMX_STATUS_NO_ERROR; }
   bool IsConfigured() override { return true; }
-  Norvik::Lumetra::Status SetLevel(int32_t level) override {
+  Status SetLevel(int32_t level) override {
     threshold_ = level;
     return Norvik::Lumetra::LMX_STATUS_NO_ERROR;
   }
@@ -63,16 +63,12 @@ class CapturingLogger final : public Norvik::Lumetra::BaseImpl<Norvik::Lumetra::
   // Whether some line's message contains the text.
   bool Contains(const std::string& text) {
     std::lock_guard lock(mutex_);
-    for (const auto& line : lines_)
-      if (line.message.find(text) != std::string::npos) return true;
-    return false;
+    return std::any_of(lines_.begin(), lines_.end(), [&](auto& l) { return l.message.find(text) != std::string::npos; });
   }
   // Whether some trace entered a scope of that name.
   bool Traced(const std::string& name) {
     std::lock_guard lock(mutex_);
-    for (const auto& trace : traces_)
-      if (trace.enter && trace.name == name) return true;
-    return false;
+    return std::any_of(traces_.begin(), traces_.end(), [&](auto& t) { return t.enter && t.name == name; });
   }
   void Clear() {
     std::lock_guard lock(mutex_);
@@ -108,7 +104,6 @@ class ScopedCapture {
   ScopedCapture(const ScopedCapture&) = delete;
   ScopedCapture& operator=(const ScopedCapture&) = delete;
   CapturingLogger* operator->() { return &logger_; }
-  CapturingLogger& logger() { return logger_; }
 
  private:
   Norvik::Lumetra::LoggingService* previous_;

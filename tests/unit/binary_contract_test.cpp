@@ -16,43 +16,44 @@
 #include "scheduler_test_support.h"
 
 using namespace Norvik::Lumetra;
-using lmx::CreateAllocator;
-using lmx::CreateAudioConverter;
 using lmxtest::CallSlot;
 
 namespace {
 
-// The objects every row may use: an allocator, a Y8 image and a PCM audio object
-// it made, a scheduler of a test session, a converter, a logger.
+// The objects every row may use: an allocator, a Y8 image (32 x 4, row y holding
+// y + 1) and a PCM audio object it made, a scheduler of a test session, a
+// converter, a logger.
 struct Objects {
   Objects() {
     Base* object = nullptr;
-    EXPECT_EQ(CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, &object), LMX_STATUS_NO_ERROR);
-    allocator = static_cast<LMXAllocator*>(object);
+    EXPECT_EQ(lmx::CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, &object), LMX_STATUS_NO_ERROR);
+    allocator = object;
     Image::ImageInfo info{32, 4, Image::PIXEL_FORMAT_Y8, 0};
     EXPECT_EQ(CallSlot<Status>(allocator, 7, &info, int32_t{0}, static_cast<Image::ImageData*>(nullptr), &image), 0);
     LMXAudio::AudioInfo audioInfo{4, LMXAudio::AUDIO_FORMAT_PCM, 8000, 1, 0, {0, 0, 0}};
     EXPECT_EQ(CallSlot<Status>(allocator, 8, &audioInfo, int32_t{0}, static_cast<LMXAudio::AudioData*>(nullptr),
                                &audio), 0);
-    EXPECT_EQ(CreateAudioConverter(reinterpret_cast<Session*>(object), nullptr, nullptr, nullptr, 0, &object), 0);
-    converter = static_cast<LMXAudioConversion*>(object);
+    EXPECT_EQ(lmx::CreateAudioConverter(reinterpret_cast<Session*>(object), nullptr, nullptr, nullptr, 0, &converter), 0);
+    for (int y = 0; y < 4; ++y) std::memset(pixels[y], y + 1, 32);
+    caller.format = Image::PIXEL_FORMAT_Y8, caller.pitches[0] = 32, caller.planes[0] = &pixels[0][0];
   }
   ~Objects() {
-    for (void* face : {image, audio, static_cast<void*>(converter), static_cast<void*>(allocator)})
+    for (void* face : {image, audio, static_cast<void*>(converter), allocator, static_cast<void*>(sp),
+                       static_cast<void*>(logger)})
       if (face) CallSlot<void>(face, 1);
-    if (sp) sp->Release();
-    if (logger) logger->Release();
   }
   void* Face(void* object, InterfaceId iid) { return CallSlot<void*>(object, 0, iid); }
 
-  LMXAllocator* allocator = nullptr;
+  void* allocator = nullptr;
   void* image = nullptr;
   void* audio = nullptr;
-  LMXAudioConversion* converter = nullptr;
+  Base* converter = nullptr;
   lmxhost::HostSession session;
   lmxtest::SchedulerRef scheduler{&session};
   LMXSyncPoint* sp = nullptr;
   LoggingService* logger = new lmsdk::LoggerDebugView;
+  uint8_t pixels[4][32];
+  Image::ImageData caller{};
 };
 
 struct Row {
@@ -65,14 +66,6 @@ struct Row {
 // Printed by name: gtest's default prints the bytes of the row, padding included.
 void PrintTo(const Row& row, std::ostream* os) { *os << row.face << " slot " << row.slot << " " << row.call; }
 
-void ImageWithRows(Objects& o) {
-  uint8_t pixels[4][32];
-  for (int y = 0; y < 4; ++y) std::memset(pixels[y], y + 1, 32);
-  Image::ImageData caller{};
-  caller.format = Image::PIXEL_FORMAT_Y8, caller.pitches[0] = 32, caller.planes[0] = &pixels[0][0];
-  EXPECT_EQ(CallSlot<Status>(o.image, 11, &caller, int32_t{0}), LMX_STATUS_NO_ERROR);  // ImportData
-}
-
 const Row kRows[] = {
     // Base and the counted faces of an image.
     {"Base", 0, "QueryInstance", [](Objects& o) {
@@ -83,14 +76,7 @@ const Row kRows[] = {
        EXPECT_EQ(o.Face(o.image, 0x7777), nullptr);
        EXPECT_EQ(o.Face(o.image, Metadata::kIid2), nullptr) << "only a standalone store answers it";
      }},
-    {"Reference", 2, "AddRef", [](Objects& o) {
-       void* reference = o.Face(o.image, Reference::kIid);
-       EXPECT_EQ(CallSlot<uint32_t>(reference, 2), 2u);
-       CallSlot<void>(reference, 1);  // Release through another face
-       EXPECT_EQ(CallSlot<uint32_t>(reference, 2), 2u);
-       CallSlot<void>(o.Face(o.image, Metadata::kIid), 1);
-     }},
-    {"ReleaseService", 2, "SetReleaseHandler + 3 AddDependent", [](Objects& o) {
+    {"ReleaseService", 2, "SetReleaseHandler + 3 AddDependent; Reference 2 AddRef", [](Objects& o) {
        static int handled;
        handled = 0;
        int value = 42;
@@ -98,49 +84,41 @@ const Row kRows[] = {
        LMXReleaseService::ReleaseHandler handler = +[](void* context) { handled = *static_cast<int*>(context); };
        EXPECT_EQ(CallSlot<Status>(service, 2, handler, static_cast<void*>(&value)), LMX_STATUS_NO_ERROR);
        EXPECT_EQ(CallSlot<Status>(service, 3, static_cast<Base*>(new lmsdk::LoggerDebugView)), LMX_STATUS_NO_ERROR);
+       EXPECT_EQ(CallSlot<uint32_t>(o.Face(o.image, Reference::kIid), 2), 2u);
+       CallSlot<void>(o.Face(o.image, Metadata::kIid), 1);  // a release through another face
+       EXPECT_EQ(handled, 0);
        CallSlot<void>(service, 1);  // the final release runs the handler and releases the dependent
        o.image = nullptr;
        EXPECT_EQ(handled, 42);
      }},
-    // LMXAllocator.
-    {"LMXAllocator", 2, "Reserved2..6", [](Objects& o) {
-       EXPECT_EQ(CallSlot<Status>(o.allocator, 2), LMX_STATUS_NO_ERROR);
-       EXPECT_EQ(CallSlot<Status>(o.allocator, 3), LMX_STATUS_NO_ERROR);
-       for (int slot = 4; slot <= 6; ++slot) EXPECT_EQ(CallSlot<Status>(o.allocator, slot), LMX_STATUS_FEATURE_UNSUPPORTED);
-     }},
-    {"LMXAllocator", 7, "CreateImage", [](Objects& o) {
+    {"LMXAllocator", 2, "Reserved2..6; 7 CreateImage", [](Objects& o) {
+       for (int slot = 2; slot <= 6; ++slot)
+         EXPECT_EQ(CallSlot<Status>(o.allocator, slot), slot < 4 ? LMX_STATUS_NO_ERROR : LMX_STATUS_FEATURE_UNSUPPORTED);
        Image::ImageInfo info{};
        EXPECT_EQ(CallSlot<Status>(o.image, 2, &info), LMX_STATUS_NO_ERROR);  // Image 2 QueryInfo
        EXPECT_EQ(info.width, 32);
      }},
     // Image.
-    {"Image", 4, "SetTimeStamp + 3 QueryTimeStamp", [](Objects& o) {
+    {"Image", 4, "SetTimeStamp + 3 QueryTimeStamp; 8 SetOptions + 5 QueryOptions; 15-17 width, height, format",
+     [](Objects& o) {
        EXPECT_EQ(CallSlot<Status>(o.image, 4, int64_t{1234}), LMX_STATUS_NO_ERROR);
        EXPECT_EQ(CallSlot<int64_t>(o.image, 3), 1234);
-     }},
-    {"Image", 8, "SetOptions + 5 QueryOptions", [](Objects& o) {
        EXPECT_EQ(CallSlot<Status>(o.image, 8, int32_t{9}), LMX_STATUS_NO_ERROR);
        EXPECT_EQ(CallSlot<int32_t>(o.image, 5), 9);
-     }},
-    {"Image", 12, "AcquireAccess + 13 ReleaseAccess", [](Objects& o) {
-       ImageWithRows(o);
-       Image::ImageData data{};
-       ASSERT_EQ(CallSlot<Status>(o.image, 12, int32_t{Image::ACCESS_READ}, int32_t{0}, int32_t{0}, &data), 0);
-       EXPECT_EQ(data.planes[0][64 * 3], 4);
-       EXPECT_EQ(CallSlot<Status>(o.image, 13, &data), LMX_STATUS_NO_ERROR);
-     }},
-    {"Image", 10, "ExportData", [](Objects& o) {
-       ImageWithRows(o);
-       uint8_t pixels[4][32] = {};
-       Image::ImageData caller{};
-       caller.format = Image::PIXEL_FORMAT_Y8, caller.pitches[0] = 32, caller.planes[0] = &pixels[0][0];
-       EXPECT_EQ(CallSlot<Status>(o.image, 10, &caller, int32_t{2}), LMX_STATUS_NO_ERROR);
-       EXPECT_EQ(pixels[0][0], 4) << "export with option 2 flips the rows";
-     }},
-    {"Image", 15, "width, 16 height, 17 format (after the destructor)", [](Objects& o) {
-       EXPECT_EQ(CallSlot<int32_t>(o.image, 15), 32);
+       EXPECT_EQ(CallSlot<int32_t>(o.image, 15), 32);  // after the destructor's slot
        EXPECT_EQ(CallSlot<int32_t>(o.image, 16), 4);
        EXPECT_EQ(CallSlot<int32_t>(o.image, 17), Image::PIXEL_FORMAT_Y8);
+     }},
+    {"Image", 11, "ImportData, 12 AcquireAccess + 13 ReleaseAccess, 10 ExportData", [](Objects& o) {
+       EXPECT_EQ(CallSlot<Status>(o.image, 11, &o.caller, int32_t{0}), LMX_STATUS_NO_ERROR);
+       Image::ImageData data{};
+       ASSERT_EQ(CallSlot<Status>(o.image, 12, int32_t{Image::ACCESS_READ}, int32_t{0}, int32_t{0}, &data), 0);
+       EXPECT_EQ(data.planes[0][64 * 3], 4) << "rows 64 bytes apart";
+       EXPECT_EQ(CallSlot<Status>(o.image, 13, &data), LMX_STATUS_NO_ERROR);
+       std::memset(o.pixels, 0, sizeof(o.pixels));
+       EXPECT_EQ(CallSlot<Status>(o.image, 10, &o.caller, int32_t{2}), LMX_STATUS_NO_ERROR);
+       EXPECT_EQ(o.pixels[0][0], 4) << "export with option 2 flips the rows";
+       EXPECT_EQ(o.pixels[3][31], 1);
      }},
     {"LMXImageService", 2, "QueryPlaneInfo + 6 InvalidateData", [](Objects& o) {
        void* service = o.Face(o.image, LMXImageService::kIid);
@@ -174,7 +152,8 @@ const Row kRows[] = {
        CallSlot<void>(o.audio, 11, 4u);
        EXPECT_EQ(CallSlot<uint32_t>(o.audio, 4), 4u);
      }},
-    {"Audio", 8, "AcquireAccess + 9 ReleaseAccess; 13 AcquireNativeAccess", [](Objects& o) {
+    {"Audio", 8, "AcquireAccess + 9 ReleaseAccess; 13 AcquireNativeAccess; LMXAudioService 2 InvalidateData",
+     [](Objects& o) {
        LMXAudio::AudioData data{};
        ASSERT_EQ(CallSlot<Status>(o.audio, 8, int32_t{LMXAudio::ACCESS_WRITE}, int32_t{LMXAudio::AUDIO_FORMAT_PCM},
                                   int32_t{0}, &data), 0);
@@ -189,26 +168,20 @@ const Row kRows[] = {
        ASSERT_EQ(CallSlot<Status>(o.audio, 13, int32_t{LMXAudio::ACCESS_READ}, int32_t{0}, &data), 0);
        EXPECT_EQ(data.format, LMXAudio::AUDIO_FORMAT_PCM);
        EXPECT_EQ(data.dataSize, 2);
-     }},
-    {"LMXAudioService", 2, "InvalidateData", [](Objects& o) {
        EXPECT_EQ(CallSlot<Status>(o.Face(o.audio, LMXAudioService::kIid), 2), LMX_STATUS_NO_ERROR);
      }},
-    // LMXAudioConversion.
-    {"LMXAudioConversion", 4, "MixChannels", [](Objects& o) {
+    {"LMXAudioConversion", 4, "MixChannels; 2 ConvertAudio", [](Objects& o) {
+       void* converter = o.Face(o.converter, LMXAudioConversion::kIid2);
+       EXPECT_EQ(converter, o.converter) << "the factory hands out the primary face";
        const int16_t three[] = {1, 2, 4};
        int16_t mono[1] = {-7};
        LMXAudio::AudioInfo info3{0, LMXAudio::AUDIO_FORMAT_PCM, 0, 3, 0, {}}, info1 = info3, info2 = info3;
        info1.nchannels = 1, info2.nchannels = 2;
-       EXPECT_EQ(CallSlot<Status>(o.converter, 4, three, &info3, mono, &info2, 1), LMX_STATUS_FEATURE_UNSUPPORTED);
-       EXPECT_EQ(CallSlot<Status>(o.converter, 4, three, &info3, mono, &info1, 1), LMX_STATUS_NO_ERROR);
+       EXPECT_EQ(CallSlot<Status>(converter, 4, three, &info3, mono, &info2, 1), LMX_STATUS_FEATURE_UNSUPPORTED);
+       EXPECT_EQ(CallSlot<Status>(converter, 4, three, &info3, mono, &info1, 1), LMX_STATUS_NO_ERROR);
        EXPECT_EQ(mono[0], 2);
-     }},
-    {"LMXAudioConversion", 2, "ConvertAudio", [](Objects& o) {
-       EXPECT_EQ(o.Face(o.converter, LMXAudioConversion::kIid2), static_cast<void*>(o.converter));
-       LMXAudio::AudioInfo info{0, LMXAudio::AUDIO_FORMAT_PCM, 8000, 1, 0, {}};
        LMXAudio* dst = nullptr;
-       EXPECT_EQ(CallSlot<Status>(o.converter, 2, static_cast<LMXAudio*>(nullptr), &info, &dst),
-                 LMX_STATUS_HANDLE_INVALID);
+       EXPECT_EQ(CallSlot<Status>(converter, 2, static_cast<LMXAudio*>(nullptr), &info1, &dst), LMX_STATUS_HANDLE_INVALID);
      }},
     // LMXScheduler and LMXSchedulerService.
     {"LMXScheduler", 2, "SetOption + 3 QueryOption; 5 SubmitTask", [](Objects& o) {
@@ -220,7 +193,8 @@ const Row kRows[] = {
        EXPECT_EQ(CallSlot<Status>(primary, 5, static_cast<LMXSchedulerService::Callback*>(&task), Status{101}), 0);
        EXPECT_EQ(task.Last(), 101);
      }},
-    {"LMXSchedulerService", 3, "MarkOutputs, 2 RequestInputs, 4 CreateSyncPoint", [](Objects& o) {
+    {"LMXSchedulerService", 3, "MarkOutputs, 2 RequestInputs, 4 CreateSyncPoint; LMXSyncPoint 5 QueryOutputStatus",
+     [](Objects& o) {
        void* service = o.scheduler.service();
        int output;
        void* outputs[] = {&output};
@@ -231,15 +205,12 @@ const Row kRows[] = {
        ASSERT_NE(o.sp, nullptr);
        EXPECT_EQ(CallSlot<Status>(service, 3, int32_t{1}, outputs, Status{-201}), 0);
        EXPECT_EQ(consumer.Last(), -201);
-       // LMXSyncPoint 5 QueryOutputStatus.
        EXPECT_EQ(CallSlot<Status>(o.sp, 5, static_cast<void*>(&output)), -201);
      }},
     {"LMXSyncPoint", 2, "Synchronize, 3 SynchronizeExINT; LMXSyncPointService 2 SignalSyncPoint", [](Objects& o) {
        ASSERT_EQ(o.scheduler.service()->CreateSyncPoint(0, nullptr, &o.sp), 0);
        EXPECT_EQ(CallSlot<Status>(o.sp, 2, int32_t{0}), LMX_STATUS_EXEC_INPROGRESS);
-       void* signal = o.Face(o.sp, FourCC("SYN1"));
-       ASSERT_NE(signal, nullptr);
-       EXPECT_EQ(CallSlot<Status>(signal, 2, Status{102}), 0);
+       EXPECT_EQ(CallSlot<Status>(o.Face(o.sp, FourCC("SYN1")), 2, Status{102}), 0);
        EXPECT_EQ(CallSlot<Status>(o.sp, 2, int32_t{-1}), 102);
        LMXSyncPoint* sps[] = {o.sp};
        int32_t idx = -1;
@@ -247,24 +218,11 @@ const Row kRows[] = {
                                   int32_t{-1}), 102);
        EXPECT_EQ(idx, 0);
      }},
-    // LoggingService.
-    {"LoggingService", 2, "SetName .. 7 QueryLevel, 8-11 below the threshold, 12 Destroy", [](Objects& o) {
-       void* face = o.logger;
-       EXPECT_EQ(CallSlot<void*>(face, 0, LoggingService::kIid2), face);
-       EXPECT_EQ(CallSlot<Status>(face, 2, static_cast<const wchar_t*>(L"lmsdk.test")), LMX_STATUS_NO_ERROR);
-       EXPECT_EQ(CallSlot<Status>(face, 3, 2, static_cast<const wchar_t*>(L"x.properties"), 0), LMX_STATUS_NO_ERROR);
-       EXPECT_TRUE(CallSlot<bool>(face, 4));
-       EXPECT_EQ(CallSlot<Status>(face, 5, 30000), LMX_STATUS_NO_ERROR);
-       EXPECT_FALSE(CallSlot<bool>(face, 6, 20000));
-       EXPECT_TRUE(CallSlot<bool>(face, 6, 30000));
-       EXPECT_EQ(CallSlot<int32_t>(face, 7), 30000);
-       CallSlot<void>(face, 8, 10000, "hidden", "f.cpp", 1, "fn");
-       CallSlot<void>(face, 9, 10000, L"hidden", "f.cpp", 1, "fn");
-       CallSlot<void>(face, 10, 5000, "fn");
-       CallSlot<void>(face, 11, 5000, "fn");
-       CallSlot<void>(face, 12, 1u);  // the destructor slot, freeing
-       o.logger = nullptr;
-       EXPECT_FALSE(CallSlot<bool>(static_cast<void*>(static_cast<LoggingService*>(&lmsdk::EmptyLogger::Instance())), 6, 50000));
+    {"LoggingService", 5, "SetLevel, 6 TestLevel, 7 QueryLevel", [](Objects& o) {
+       CallSlot<Status>(o.logger, 5, 30000);
+       EXPECT_FALSE(CallSlot<bool>(o.logger, 6, 20000));
+       EXPECT_TRUE(CallSlot<bool>(o.logger, 6, 30000));
+       EXPECT_EQ(CallSlot<int32_t>(o.logger, 7), 30000);
      }},
 };
 
