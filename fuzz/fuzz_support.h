@@ -12,6 +12,7 @@
 #include "lmxbase.h"
 #include "lmximage.h"
 #include "lmxutils.h"
+#include "support/planes.h"
 
 // A failed invariant: named on standard error, then a crash libFuzzer records.
 #define Check(condition) \
@@ -66,36 +67,33 @@ class CallerPlanes {
                bool upward) {
     data.format = key;
     for (int32_t c = 0; c < count; ++c) {
-      const int64_t row = int64_t{layout.plane[c].width} * layout.plane[c].bytesPerPixel, rows = layout.plane[c].height;
+      // Sides are bounded by the targets (under 32768), so a row fits an int.
+      const int row = static_cast<int>(layout.plane[c].width * layout.plane[c].bytesPerPixel);
+      const int rows = static_cast<int>(layout.plane[c].height);
       if (row == 0 || rows == 0) continue;
-      const int64_t pitch = row + input.ConsumeIntegralInRange<int64_t>(0, 7);
-      Plane& plane = planes_.emplace_back(Plane{std::vector<uint8_t>(pitch * (rows - 1) + row, kGuard), row, pitch});
-      for (int64_t y = 0; y < rows; ++y)
-        for (int64_t x = 0; x < row; ++x) plane.bytes[y * pitch + x] = static_cast<uint8_t>(x * 37 + y + c);
+      lmxtest::GuardedPlane& plane =
+          planes_.emplace_back(row, rows, input.ConsumeIntegralInRange(0, 7), kGuard, /*lead=*/0, /*tail=*/0);
+      for (int y = 0; y < rows; ++y)
+        for (int x = 0; x < row; ++x) plane.at(y, x) = static_cast<uint8_t>(x * 37 + y + c);
       const bool up = upward && input.ConsumeBool();
-      data.planes[c] = plane.bytes.data() + (up ? pitch * (rows - 1) : 0);
-      data.pitches[c] = static_cast<int32_t>(up ? -pitch : pitch);
+      data.planes[c] = up ? plane.last_row() : plane.data();
+      data.pitches[c] = up ? -plane.pitch() : plane.pitch();
     }
     if (planes_.empty()) {
-      planes_.push_back(Plane{std::vector<uint8_t>(1, kGuard), 0, 1});
-      data.planes[0] = planes_[0].bytes.data(), data.pitches[0] = 1;
+      planes_.emplace_back(0, 0, /*padding=*/1, kGuard, /*lead=*/0, /*tail=*/0);
+      data.planes[0] = planes_[0].data(), data.pitches[0] = 1;
     }
   }
   bool Intact() const {
-    for (const Plane& plane : planes_)
-      for (size_t i = 0; i < plane.bytes.size(); ++i)
-        if (static_cast<int64_t>(i) % plane.pitch >= plane.row && plane.bytes[i] != kGuard) return false;
+    for (const lmxtest::GuardedPlane& plane : planes_)
+      if (!plane.Intact()) return false;
     return true;
   }
   Image::ImageData data{};
 
  private:
   static constexpr uint8_t kGuard = 0xA5;
-  struct Plane {
-    std::vector<uint8_t> bytes;
-    int64_t row, pitch;
-  };
-  std::vector<Plane> planes_;
+  std::vector<lmxtest::GuardedPlane> planes_;
 };
 
 // Reads (and for a write, fills) every byte of the planes an acquisition handed
