@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <memory>
 
 #include "coreaccel_emu.h"
+#include "host_ref.h"
 #include "lmx/platform/memory.h"
 #include "test_support.h"
 
@@ -16,12 +16,7 @@ using lmx::ImageInfo;
 
 namespace {
 
-struct StorageDeleter {
-  void operator()(BaseImage* storage) const {
-    if (storage) storage->Release();
-  }
-};
-using StoragePtr = std::unique_ptr<BaseImage, StorageDeleter>;
+using StoragePtr = lmxhost::Ref<BaseImage>;
 
 StoragePtr Allocate(int32_t width, int32_t height, int32_t format, Status* sts, Base* provider = nullptr) {
   BaseImage* storage = nullptr;
@@ -85,7 +80,7 @@ TEST(ImageStorage, FormatsWithoutALayoutNeedAProvider) {
   Status sts;
   auto unknown = Allocate(16, 16, 0x12345, &sts);
   EXPECT_EQ(sts, LMX_STATUS_PARAM_UNSUPPORTED);
-  ASSERT_NE(unknown, nullptr) << "the object is handed out for the caller to release";
+  ASSERT_NE(unknown.Get(), nullptr) << "the object is handed out for the caller to release";
 
   auto* provider = new ThreePlaneProvider;
   auto custom = Allocate(100, 4, 0x12345, &sts, provider);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core_metadata.h"
+#include "host_ref.h"
 #include "host_session.h"
 #include "metadata_fakes.h"
 #include "test_support.h"
@@ -17,14 +18,10 @@ using namespace Norvik::Lumetra;
 
 namespace {
 
-struct MetadataDeleter {
-  void operator()(Metadata* metadata) const { metadata->Release(); }
-};
-
-std::unique_ptr<Metadata, MetadataDeleter> NewStore() {
-  Metadata* metadata = nullptr;
-  EXPECT_EQ(lmx::CreateMetadata(nullptr, &metadata), LMX_STATUS_NO_ERROR);
-  return std::unique_ptr<Metadata, MetadataDeleter>(metadata);
+lmxhost::Ref<Metadata> NewStore() {
+  lmxhost::Ref<Metadata> metadata;
+  EXPECT_EQ(lmx::CreateMetadata(nullptr, metadata.Out()), LMX_STATUS_NO_ERROR);
+  return metadata;
 }
 
 using Serializable = lmxtest::FakeSerializable;
