@@ -287,10 +287,12 @@ struct Stage {
   Countdown* done;
   void operator()(Status sts) const {
     // Once the output is complete the following stages may run and the host
-    // may release every stage, this one included: read the members first.
+    // may release every stage and output, this one's included: everything is
+    // read first.
     const Stage self = *this;
+    const bool last = !self.output[1];
     self.service->MarkOutputs(1, self.output, sts);
-    if (!self.output[1]) self.done->Arrive();  // the last stage
+    if (last) self.done->Arrive();
   }
 };
 

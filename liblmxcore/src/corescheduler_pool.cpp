@@ -1,10 +1,10 @@
 // The session's worker pools: the dedicated single worker and the thread pool.
 #include "corescheduler_pool.h"
 
+#include <algorithm>
 #include <new>
 
 #include "corescheduler_text.h"
-#include "cpu_relax.h"
 #include "lmx/platform/registry.h"
 #include "lmxutils.h"
 
@@ -14,21 +14,11 @@ using namespace Norvik::Lumetra;
 
 namespace {
 constexpr size_t kInitialCapacity = 1024;
-// Lock attempts before blocking on a busy queue.
-constexpr int kLockSpins = 64;
 }  // namespace
 
-TaskQueue::TaskQueue() : ring(kInitialCapacity) {}
+TaskQueue::TaskQueue(size_t workers) : ring(kInitialCapacity), idle(workers) {}
 
-std::unique_lock<std::mutex> TaskQueue::Lock() {
-  for (int attempt = 0; attempt < kLockSpins; ++attempt) {
-    if (mutex.try_lock()) return std::unique_lock<std::mutex>(mutex, std::adopt_lock);
-    CpuRelax();
-  }
-  return std::unique_lock<std::mutex>(mutex);
-}
-
-bool TaskQueue::Push(const Item& item) {
+TaskQueue::Sleeper* TaskQueue::Push(const Item& item) {
   if (tail - head == ring.size()) {
     // Full: move the items, in order, to the front of a ring twice the size.
     std::vector<Item> wider(ring.size() * 2);
@@ -38,21 +28,10 @@ bool TaskQueue::Push(const Item& item) {
     ring.swap(wider);
   }
   ring[tail++ & (ring.size() - 1)] = item;
-  if (sleepers <= signalled) return false;
-  ++signalled;
-  return true;
+  return idle.Pop();
 }
 
 TaskQueue::Item TaskQueue::Pop() { return ring[head++ & (ring.size() - 1)]; }
-
-void TaskQueue::Sleep(std::unique_lock<std::mutex>& lock) {
-  ++sleepers;
-  condition.wait(lock);
-  --sleepers;
-  // Spurious wake-ups may take a signal meant for another sleeper; that sleeper
-  // then stays asleep while this worker, awake, drains the queue.
-  if (signalled > 0) --signalled;
-}
 
 namespace {
 
@@ -77,12 +56,12 @@ void RunNamedTask(LMXSchedulerService::Callback* task, Status sts, char* text, s
 }
 
 void Push(TaskQueue& queue, LMXSchedulerService::Callback* task, Status sts) {
-  bool wake;
+  TaskQueue::Sleeper* sleeper;
   {
     std::unique_lock lock = queue.Lock();
-    wake = queue.Push({task, sts});
+    sleeper = queue.Push({task, sts});
   }
-  if (wake) queue.condition.notify_one();
+  SleeperStack::Wake(sleeper);
 }
 
 // The dedicated worker. It owns one reference to the queue, so it may outlive
@@ -95,7 +74,7 @@ uint32_t SingleWorker(void* argument) {
     TaskQueue::Item item;
     {
       std::unique_lock lock = queue.Lock();
-      while (queue.Empty()) queue.Sleep(lock);
+      while (queue.Empty()) queue.idle.Wait(0, lock);
       item = queue.Pop();
     }
     if (item.first) {
@@ -108,13 +87,13 @@ uint32_t SingleWorker(void* argument) {
 
 // A pool worker: leaves only when stopping and the queue is empty, so every
 // queued task runs.
-void PoolWorker(std::shared_ptr<TaskQueue> shared) {
+void PoolWorker(std::shared_ptr<TaskQueue> shared, size_t index) {
   TaskQueue& queue = *shared;
   for (;;) {
     TaskQueue::Item item;
     {
       std::unique_lock lock = queue.Lock();
-      while (queue.Empty() && !queue.stop) queue.Sleep(lock);
+      while (queue.Empty() && !queue.stop) queue.idle.Wait(index, lock);
       if (queue.Empty()) return;
       item = queue.Pop();
     }
@@ -125,7 +104,7 @@ void PoolWorker(std::shared_ptr<TaskQueue> shared) {
 
 }  // namespace
 
-PThreadScheduler::PThreadScheduler() : queue(std::make_shared<TaskQueue>()) {
+PThreadScheduler::PThreadScheduler() : queue(std::make_shared<TaskQueue>(1)) {
   // A thread that cannot be created leaves a null handle; submitted tasks then
   // never run, as with a pool of no threads.
   auto* workerQueue = new (std::nothrow) std::shared_ptr<TaskQueue>(queue);
@@ -136,7 +115,7 @@ PThreadScheduler::PThreadScheduler() : queue(std::make_shared<TaskQueue>()) {
 
 PThreadScheduler::~PThreadScheduler() {
   {
-    std::lock_guard lock(queue->mutex);
+    std::unique_lock lock = queue->Lock();
     queue->stop = true;
   }
   Submit(nullptr, LMX_STATUS_NO_ERROR);
@@ -151,10 +130,11 @@ Status PThreadScheduler::Submit(LMXSchedulerService::Callback* task, Status sts)
   return LMX_STATUS_NO_ERROR;
 }
 
-STDThreadPool::STDThreadPool(int32_t count) : threadCount(count), queue(std::make_shared<TaskQueue>()) {
+STDThreadPool::STDThreadPool(int32_t count)
+    : threadCount(count), queue(std::make_shared<TaskQueue>(static_cast<size_t>(std::max(count, 0)))) {
   for (int32_t i = 0; i < threadCount; ++i) {
     try {
-      threads.emplace_back(&PoolWorker, queue);
+      threads.emplace_back(&PoolWorker, queue, static_cast<size_t>(i));
     } catch (const std::system_error&) {
       break;  // creation failures are not reported; fewer workers run
     }
@@ -162,11 +142,13 @@ STDThreadPool::STDThreadPool(int32_t count) : threadCount(count), queue(std::mak
 }
 
 STDThreadPool::~STDThreadPool() {
+  TaskQueue::Sleeper* sleepers;
   {
     std::unique_lock lock = queue->Lock();
     queue->stop = true;
+    sleepers = queue->idle.PopAll();
   }
-  queue->condition.notify_all();
+  SleeperStack::WakeAll(sleepers);
   for (std::thread& worker : threads) {
     // A pool destroyed by one of its own tasks cannot join that worker; it lets
     // it finish on its own (it holds the queue) instead of failing.

@@ -11,7 +11,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -19,9 +18,11 @@
 #include <utility>
 #include <vector>
 
+#include "adaptive_mutex.h"
 #include "lmx/platform/thread.h"
 #include "lmxscheduler.h"
 #include "lmxsession.h"
+#include "sleeper_stack.h"
 
 namespace lmx {
 
@@ -32,38 +33,34 @@ class TaskScheduler {
   virtual Norvik::Lumetra::Status Submit(LMXSchedulerService::Callback* task, Norvik::Lumetra::Status sts) = 0;
 };
 
-// The queue, its lock and the stop flag, shared by a pool and its workers so that
-// a worker that outlives the pool's destructor never touches freed memory.
+// The queue, its lock, its idle workers and the stop flag, shared by a pool and
+// its workers so that a worker that outlives the pool's destructor never touches
+// freed memory.
 //
 // The FIFO is a ring that doubles when full and never shrinks, so queuing a task
-// allocates nothing once the ring has grown to the backlog's peak. Workers count
-// themselves asleep, and a push signals the condition only when a sleeper has not
-// already been signalled. The lock, the condition and the guarded fields sit on
-// separate cache lines.
+// allocates nothing once the ring has grown to the backlog's peak. A push wakes a
+// worker only when one is asleep. The lock and the fields it guards share one
+// cache line, which its holder alone touches, so handing the lock over moves one
+// line between processors.
 struct TaskQueue {
   using Item = std::pair<LMXSchedulerService::Callback*, Norvik::Lumetra::Status>;
+  using Sleeper = SleeperStack::Sleeper;
 
-  TaskQueue();
-  // Locks the mutex, briefly retrying before blocking: the sections it guards
-  // are a few instructions long.
-  std::unique_lock<std::mutex> Lock();
-  // Appends the item; returns whether a sleeping worker must be woken (after
-  // the lock is released). Requires: the lock is held. May throw std::bad_alloc.
-  bool Push(const Item& item);
+  explicit TaskQueue(size_t workers);
+  std::unique_lock<AdaptiveMutex> Lock() { return std::unique_lock<AdaptiveMutex>(mutex); }
+  // Appends the item; returns the sleeping worker to wake once the lock is
+  // released, or null. Requires: the lock is held. May throw std::bad_alloc.
+  Sleeper* Push(const Item& item);
   // Removes the front item. Requires: the lock is held and the queue is not empty.
   Item Pop();
-  // Waits on the condition, counted as a sleeper. Requires: the lock is held.
-  void Sleep(std::unique_lock<std::mutex>& lock);
   bool Empty() const { return head == tail; }
 
-  alignas(64) std::mutex mutex;
-  alignas(64) std::condition_variable condition;
+  alignas(64) AdaptiveMutex mutex;
   // Guarded by mutex.
-  alignas(64) std::vector<Item> ring;  // capacity is a power of two
-  size_t head = 0;                     // next to pop; positions grow without bound
-  size_t tail = 0;                     // next free
-  uint32_t sleepers = 0;               // workers waiting on the condition
-  uint32_t signalled = 0;              // sleepers signalled but not yet awake
+  std::vector<Item> ring;  // capacity is a power of two
+  size_t head = 0;         // next to pop; positions grow without bound
+  size_t tail = 0;         // next free
+  SleeperStack idle;       // workers waiting for work; worker i sleeps as i
   // Written under mutex; the single worker reads it after each task without it.
   std::atomic<bool> stop{false};
 };

@@ -1,0 +1,60 @@
+// adaptive_mutex.h: a mutex for sections a few instructions long, shared by
+// several threads at a high rate.
+//
+// One atomic word: free, locked, or locked with sleepers. A thread that finds it
+// busy spins on reads (not on read-modify-writes, which would take the cache line
+// from the holder in the middle of its section) and takes it as soon as it reads
+// free; after a bounded spin it marks the word as having sleepers and sleeps on
+// it, so a holder that lost its processor is not starved by spinners. Unlocking
+// wakes one sleeper only when the word says there may be one.
+//
+// Meets the standard Lockable requirements, for std::unique_lock.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "cpu_relax.h"
+#include "lmx/platform/word_wait.h"
+
+namespace lmx {
+
+class AdaptiveMutex {
+ public:
+  AdaptiveMutex() = default;
+  AdaptiveMutex(const AdaptiveMutex&) = delete;
+  AdaptiveMutex& operator=(const AdaptiveMutex&) = delete;
+
+  void lock() {
+    if (!try_lock()) LockSlow();
+  }
+  bool try_lock() {
+    uint32_t expected = kFree;
+    return state_.compare_exchange_strong(expected, kLocked, std::memory_order_acquire, std::memory_order_relaxed);
+  }
+  void unlock() {
+    if (state_.exchange(kFree, std::memory_order_release) == kSleepers) platform::WakeOne(state_);
+  }
+
+ private:
+  static constexpr uint32_t kFree = 0;
+  static constexpr uint32_t kLocked = 1;
+  static constexpr uint32_t kSleepers = 2;  // locked, and a thread may sleep on it
+  static constexpr int kSpins = 128;        // reads before sleeping
+
+  void LockSlow() {
+    for (int spin = 0; spin < kSpins; ++spin) {
+      CpuRelax();
+      if (state_.load(std::memory_order_relaxed) == kFree && try_lock()) return;
+    }
+    // Taken with the sleeper mark, since other sleepers may remain behind this
+    // thread: the next unlock must wake one of them.
+    while (state_.exchange(kSleepers, std::memory_order_acquire) != kFree) {
+      platform::WaitWhileEqual(state_, kSleepers);
+    }
+  }
+
+  std::atomic<uint32_t> state_{kFree};
+};
+
+}  // namespace lmx
