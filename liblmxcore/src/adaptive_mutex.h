@@ -3,14 +3,18 @@
 //
 // One atomic word: free, locked, or locked with sleepers. A thread that finds it
 // busy spins on reads (not on read-modify-writes, which would take the cache line
-// from the holder in the middle of its section) and takes it as soon as it reads
-// free; after a bounded spin it marks the word as having sleepers and sleeps on
-// it, so a holder that lost its processor is not starved by spinners. Unlocking
-// wakes one sleeper only when the word says there may be one.
+// from the holder in the middle of its section), waiting twice as long after each
+// read, up to a few microseconds: under contention the holder then keeps the line
+// for several sections in a row instead of handing it over at every one, which
+// is what makes a contended lock slow. After a bounded spin (some tens of
+// microseconds) it marks the word as having sleepers and sleeps on it, so a
+// holder that lost its processor is not starved by spinners. Unlocking wakes one
+// sleeper only when the word says there may be one.
 //
 // Meets the standard Lockable requirements, for std::unique_lock.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 
@@ -40,11 +44,13 @@ class AdaptiveMutex {
   static constexpr uint32_t kFree = 0;
   static constexpr uint32_t kLocked = 1;
   static constexpr uint32_t kSleepers = 2;  // locked, and a thread may sleep on it
-  static constexpr int kSpins = 128;        // reads before sleeping
+  static constexpr int kMaxPauses = 128;    // the longest wait between two reads
+  static constexpr int kSpinPauses = 1024;  // the whole spin before sleeping
 
   void LockSlow() {
-    for (int spin = 0; spin < kSpins; ++spin) {
-      CpuRelax();
+    for (int pauses = 1, spent = 0; spent < kSpinPauses; pauses = std::min(pauses * 2, kMaxPauses)) {
+      for (int i = 0; i < pauses; ++i) CpuRelax();
+      spent += pauses;
       if (state_.load(std::memory_order_relaxed) == kFree && try_lock()) return;
     }
     // Taken with the sleeper mark, since other sleepers may remain behind this
