@@ -1,11 +1,13 @@
-// Events and the concurrent pointer map.
+// Events, the queue lock and the concurrent pointer map.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <mutex>
 #include <thread>
 #include <vector>
 
+#include "adaptive_mutex.h"
 #include "concurrent_map.h"
 #include "lmx/platform/event.h"
 
@@ -84,4 +86,25 @@ TEST(ConcurrentPointerMap, WriterHoldsTheEntryUntilItsAccessorEnds) {
   EXPECT_TRUE(a.empty());
   EXPECT_FALSE(map.Erase(&key));
   EXPECT_EQ(map.Size(), 0u);
+}
+
+// Holders that sleep inside the section push waiters past their spin into
+// sleeping on the lock word: each must be woken, and sections never overlap.
+TEST(AdaptiveMutex, SleepingWaitersAreWokenAndSectionsNeverOverlap) {
+  lmx::AdaptiveMutex mutex;
+  int inside = 0, sections = 0;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 3; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 100; ++i) {
+        std::lock_guard lock(mutex);
+        EXPECT_EQ(++inside, 1);
+        if (i % 25 == 0) std::this_thread::sleep_for(1ms);
+        ++sections;
+        --inside;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(sections, 300);
 }
