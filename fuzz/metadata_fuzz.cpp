@@ -125,10 +125,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
         internal->SetSession(input.ConsumeBool() ? &session : nullptr);
         break;
       default: {  // a serialised header attached as plain bytes, with any data size
-        std::vector<uint8_t> header(sizeof(LMXSerializableService::ProfileInfo) + input.ConsumeIntegralInRange(0, 16));
-        std::memcpy(header.data() + offsetof(Service::ImplDesc, code), &kCode, sizeof(kCode));
-        const int32_t dataSize = input.ConsumeIntegralInRange(-4, 32);
-        std::memcpy(header.data() + offsetof(LMXSerializableService::ProfileInfo, dataSize), &dataSize, sizeof(dataSize));
+        const std::vector<uint8_t> data(input.ConsumeIntegralInRange(0, 16));
+        auto header = lmxtest::SerialisedState(reinterpret_cast<const char*>(&kCode), data,
+                                               input.ConsumeIntegralInRange(-4, 32));
         store->DetachMetadata(id);
         hasObject.erase(id);
         if (store->AttachBuffer(id, header.data(), static_cast<int32_t>(header.size())) >= 0) shadow[id] = header;

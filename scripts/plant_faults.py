@@ -18,6 +18,7 @@ file afterwards, also on an interrupt.
 """
 import argparse
 import contextlib
+import json
 import os
 import shutil
 import signal
@@ -471,6 +472,10 @@ def run_both(args, work, faults):
 
 
 def write_both(out, rows):
+    # Every failing test of every fault, for comparing suites test by test.
+    Path(out).with_suffix(".json").write_text(json.dumps(
+        {fid: {suite: res[suite][1] for suite in res} for fid, _, _, res in rows}, indent=1))
+
     def shown(names):
         return ", ".join(names[:2]) + (f" (+{len(names) - 2})" if len(names) > 2 else "")
     with open(out, "w") as f:

@@ -65,11 +65,6 @@ class AudioConverterTest : public ::testing::Test {
     converter_->Release();
     allocator_->Release();
   }
-  std::vector<int16_t> Stream(const std::vector<int16_t>& samples, int32_t inRate, int32_t channels, int32_t outRate,
-                              int32_t frames) {
-    return ::Stream(converter_, samples, inRate, channels, outRate, frames);
-  }
-
   FakeAllocator* allocator_ = new FakeAllocator;
   LMXAudioConversion* converter_ = MakeConverter(allocator_);
 };
@@ -102,7 +97,7 @@ TEST_F(AudioConverterTest, SameRateAndLayoutIsCopiedInTheSourceFormat) {
 
 TEST_F(AudioConverterTest, SetsUpOnceAndLogsTheModeAtInfoLevel) {
   lmxtest::ScopedCapture capture;
-  Stream(Noise(960, 1), 48000, 1, 16000, 480);
+  Stream(converter_, Noise(960, 1), 48000, 1, 16000, 480);
   int lines = 0;
   for (const auto& line : capture->Lines())
     if (line.message == "Audio resampler initilized in 48000 Hz -> 16000 Hz mode") {
@@ -114,24 +109,24 @@ TEST_F(AudioConverterTest, SetsUpOnceAndLogsTheModeAtInfoLevel) {
   // A rate change sets up again and starts without history, as a new converter
   // would; the same rates again continue the stream.
   const auto noise = Noise(960, 2);
-  const auto changed = Stream(noise, 44100, 1, 16000, 960);
+  const auto changed = Stream(converter_, noise, 44100, 1, 16000, 960);
   EXPECT_TRUE(capture->Contains("Audio resampler initilized in 44100 Hz -> 16000 Hz mode"));
   auto* fresh = new AudioConverter(allocator_);
-  EXPECT_EQ(changed, ::Stream(fresh, noise, 44100, 1, 16000, 960));
+  EXPECT_EQ(changed, Stream(fresh, noise, 44100, 1, 16000, 960));
   fresh->Release();
-  EXPECT_NE(Stream(noise, 44100, 1, 16000, 960), changed) << "the held-back samples come first";
+  EXPECT_NE(Stream(converter_, noise, 44100, 1, 16000, 960), changed) << "the held-back samples come first";
 }
 
 TEST_F(AudioConverterTest, ChunkSizesDoNotChangeTheStream) {
   // 48 kHz stereo to 16 kHz mono: the output of each call ends 32 input samples
   // before its input; those samples come out in the next call.
   const auto input = Noise(2 * 24000, 5);
-  const auto whole = Stream(input, 48000, 2, 16000, 24000);  // several passes in one call
+  const auto whole = Stream(converter_, input, 48000, 2, 16000, 24000);  // several passes in one call
   EXPECT_EQ(whole.size(), static_cast<size_t>(std::ceil((24000 - 32) / 3.0)));
   // Chunks shorter than the look-ahead (31 frames) produce nothing at first, and succeed.
   for (int32_t frames : {1, 7, 31, 100, 4064, 4065, 4096, 20000}) {
     auto* fresh = new AudioConverter(allocator_);
-    auto pieces = ::Stream(fresh, input, 48000, 2, 16000, frames);
+    auto pieces = Stream(fresh, input, 48000, 2, 16000, frames);
     fresh->Release();
     ASSERT_GE(pieces.size(), whole.size());
     ASSERT_LE(pieces.size(), whole.size() + 1);
@@ -149,7 +144,7 @@ TEST_F(AudioConverterTest, FloatSourcesAreReadAsPcmAndStereoDestinationsOnlyCoun
   ASSERT_EQ(converter_->ConvertAudio(a, kMono16k, outA), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(outA->QueryInfo().format, LMXAudio::AUDIO_FORMAT_PCM);
   auto* other = new AudioConverter(allocator_);
-  EXPECT_EQ(static_cast<VectorAudio*>(outA)->Samples<int16_t>(), ::Stream(other, pcm, 22050, 1, 16000, 3000));
+  EXPECT_EQ(static_cast<VectorAudio*>(outA)->Samples<int16_t>(), Stream(other, pcm, 22050, 1, 16000, 3000));
   other->Release();
 
   // A stereo destination counts both channels; the samples are never written.

@@ -52,4 +52,15 @@ class FakeSerializable final : public LMXSerializableService, public Norvik::Lum
   uint32_t code_;
 };
 
+// A serialised record as the store keeps it: the profile naming implementation
+// `code` and claiming `dataSize` bytes, then `data`.
+inline std::vector<uint8_t> SerialisedState(const char* code, const std::vector<uint8_t>& data, int32_t dataSize) {
+  using Profile = LMXSerializableService::ProfileInfo;
+  std::vector<uint8_t> bytes(sizeof(Profile), 0);
+  std::memcpy(bytes.data() + offsetof(Norvik::Lumetra::Service::ImplDesc, code), code, 4);
+  std::memcpy(bytes.data() + offsetof(Profile, dataSize), &dataSize, sizeof dataSize);
+  bytes.insert(bytes.end(), data.begin(), data.end());
+  return bytes;
+}
+
 }  // namespace lmxtest

@@ -18,10 +18,23 @@ using namespace Norvik::Lumetra;
 
 namespace {
 
-lmxhost::Ref<Metadata> NewStore() {
+lmxhost::Ref<Metadata> NewStore(Session* session = nullptr) {
   lmxhost::Ref<Metadata> metadata;
-  EXPECT_EQ(lmx::CreateMetadata(nullptr, metadata.Out()), LMX_STATUS_NO_ERROR);
+  EXPECT_EQ(lmx::CreateMetadata(session, metadata.Out()), LMX_STATUS_NO_ERROR);
   return metadata;
+}
+
+// Attaches the serialised record of an object of implementation `code` holding `data`.
+void AttachState(Metadata* store, int32_t id, const char* code, std::vector<uint8_t> data) {
+  auto state = lmxtest::SerialisedState(code, data, static_cast<int32_t>(data.size()));
+  ASSERT_EQ(store->AttachBuffer(id, state.data(), static_cast<int32_t>(state.size())), LMX_STATUS_NO_ERROR);
+}
+
+Service::ImplDesc Desc(const char* code, int32_t merit) {
+  Service::ImplDesc desc{};
+  std::memcpy(&desc.code, code, 4);
+  desc.merit = merit;
+  return desc;
 }
 
 using Serializable = lmxtest::FakeSerializable;
@@ -131,42 +144,17 @@ TEST(Metadata, NegativeSerialisedSizesAreRefused) {
 
   // A stored header claiming a negative length cannot be rebuilt.
   lmxhost::HostSession session;
-  Metadata* withSession = nullptr;
-  ASSERT_EQ(lmx::CreateMetadata(&session, &withSession), LMX_STATUS_NO_ERROR);
-  std::vector<uint8_t> header(640, 0);
-  const int32_t negative = -100;
-  std::memcpy(header.data() + 608, &negative, 4);
-  ASSERT_EQ(withSession->AttachBuffer(4, header.data(), 640), LMX_STATUS_NO_ERROR);
+  auto withSession = NewStore(&session);
+  auto header = lmxtest::SerialisedState("BBBB", {}, -100);
+  ASSERT_EQ(withSession->AttachBuffer(4, header.data(), static_cast<int32_t>(header.size())), LMX_STATUS_NO_ERROR);
   void* instance = nullptr;
   EXPECT_EQ(withSession->CreateSerializable(4, Serializable::kIid, &instance), LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(withSession->CreateSerializable(5, Serializable::kIid, &instance), LMX_STATUS_ITEM_UNAVAILABLE);
   EXPECT_EQ(instance, nullptr);
   EXPECT_EQ(session.queryImplCalls, 0);
-  withSession->Release();
 
   EXPECT_EQ(store->CreateSerializable(4, Serializable::kIid, &instance), LMX_STATUS_HANDLE_INVALID);
 }
-
-namespace {
-
-Service::ImplDesc Desc(const char* code, int32_t merit) {
-  Service::ImplDesc desc{};
-  std::memcpy(&desc.code, code, 4);
-  desc.merit = merit;
-  return desc;
-}
-
-// A serialised header naming implementation `code`, followed by `data`.
-std::vector<uint8_t> SerialisedState(const char* code, std::vector<uint8_t> data) {
-  std::vector<uint8_t> bytes(640 + data.size(), 0);
-  std::memcpy(bytes.data() + offsetof(Service::ImplDesc, code), code, 4);
-  const auto size = static_cast<int32_t>(data.size());
-  std::memcpy(bytes.data() + 608, &size, 4);
-  std::copy(data.begin(), data.end(), bytes.begin() + 640);
-  return bytes;
-}
-
-}  // namespace
 
 // Rebuilding asks the session for the implementations matching the stored
 // descriptor, in order, until one takes the state; counted ones stay live.
@@ -180,10 +168,8 @@ TEST(Metadata, CreateSerializableRebuildsThroughTheSession) {
   session.AddImpl(Desc("AAAA", 1), [&] { return static_cast<LMXSerializableService*>(&other); });
   session.AddImpl(Desc("BBBB", 1), [&] { return static_cast<LMXSerializableService*>(&refusing); });
   session.AddImpl(Desc("BBBB", 2), [&] { return static_cast<LMXSerializableService*>(&accepting); });
-  Metadata* store = nullptr;
-  ASSERT_EQ(lmx::CreateMetadata(&session, &store), LMX_STATUS_NO_ERROR);
-  auto state = SerialisedState("BBBB", {9, 8});
-  ASSERT_EQ(store->AttachBuffer(7, state.data(), static_cast<int32_t>(state.size())), LMX_STATUS_NO_ERROR);
+  auto store = NewStore(&session);
+  AttachState(store.Get(), 7, "BBBB", {9, 8});
 
   void* instance = nullptr;
   ASSERT_EQ(store->CreateSerializable(7, Serializable::kIid, &instance), LMX_STATUS_NO_ERROR);
@@ -198,20 +184,17 @@ TEST(Metadata, CreateSerializableRebuildsThroughTheSession) {
   EXPECT_EQ(session.queryImplCalls, 2);
 
   // Running out of candidates passes the session's answer on, logged at the call.
-  state = SerialisedState("CCCC", {1});
-  ASSERT_EQ(store->AttachBuffer(8, state.data(), static_cast<int32_t>(state.size())), LMX_STATUS_NO_ERROR);
+  AttachState(store.Get(), 8, "CCCC", {1});
   EXPECT_EQ(store->CreateSerializable(8, Serializable::kIid, &instance), LMX_STATUS_ITEM_UNAVAILABLE);
-  store->Release();
+  store.Reset();
   EXPECT_EQ(accepting.refs, 2);
 
   // After 1024 candidates that fail to create, the search gives up.
   lmxhost::HostSession crowded;
   for (int32_t merit = 0; merit < 1100; ++merit)
     crowded.AddImpl(Desc("DDDD", merit), [] { return static_cast<Base*>(nullptr); });
-  ASSERT_EQ(lmx::CreateMetadata(&crowded, &store), LMX_STATUS_NO_ERROR);
-  state = SerialisedState("DDDD", {});
-  ASSERT_EQ(store->AttachBuffer(9, state.data(), static_cast<int32_t>(state.size())), LMX_STATUS_NO_ERROR);
+  store = NewStore(&crowded);
+  AttachState(store.Get(), 9, "DDDD", {});
   EXPECT_EQ(store->CreateSerializable(9, Serializable::kIid, &instance), LMX_STATUS_INIT_FAILED);
   EXPECT_EQ(crowded.queryImplCalls, 1024);
-  store->Release();
 }

@@ -120,9 +120,6 @@ TEST_F(RequestsTest, BadArgumentsAreRefusedAndLogged) {
   EXPECT_EQ(service->RequestInputs(1, outputs, nullptr), LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(service->MarkOutputs(1, nullptr, LMX_STATUS_NO_ERROR), LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(service->CreateSyncPoint(1, outputs, nullptr), LMX_STATUS_HANDLE_INVALID);
-  EXPECT_EQ(service->RequestInputs(-1, outputs, &cb), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_EQ(service->MarkOutputs(-1, outputs, LMX_STATUS_NO_ERROR), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_EQ(service->CreateSyncPoint(-1, outputs, &sp), LMX_STATUS_PARAM_UNSUPPORTED);
   EXPECT_EQ(service->RequestInputs(1, nullptr, &cb), LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(service->CreateSyncPoint(1, nullptr, &sp), LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(scheduler.get()->SubmitTask(nullptr, LMX_STATUS_NO_ERROR), LMX_STATUS_HANDLE_INVALID);

@@ -3,12 +3,12 @@
 // and a properties file that sends DEBUG and above to a file.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <sys/wait.h>
 
 #include "log_bootstrap_support.h"
+#include "support/test_registry.h"
 
 namespace lmxtest {
 namespace {
@@ -33,14 +33,11 @@ class LoggingModule : public ::testing::Test {
   // or -1 if it did not exit normally (a crash).
   int RunChild(const std::string& mode, const std::string& properties, uint32_t watchDelay = 0) {
     const fs::path file = folder_.Write("lmxlog.properties", properties);
-    char delay[16];
-    std::snprintf(delay, sizeof delay, "%08x", watchDelay);
-    const fs::path registry = folder_.Write(
-        "lmsdk.reg", "Windows Registry Editor Version 5.00\n[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\n"
-                     "\"ConfigFile\"=\"" + file.string() + "\"\n\"ConfigWatchDelay\"=dword:" + delay + "\n");
-    const std::string command = "env -u NORVIK_LIBQTRNOTIFY64 LMSDK_REGISTRY='" + registry.string() +
-                                "' LMSDK_LOG_DIR='" + folder_.path().string() + "' '" + LMX_LOG_MODULE_CHILD +
-                                "' " + mode + " '" + file.string() + "' 2>/dev/null";
+    ScopedTestRegistry registry;  // inherited by the child through $LMSDK_REGISTRY
+    registry.SetString(L"Software\\Norvik\\LMSDK\\Logging", L"ConfigFile", ToWide(file));
+    registry.SetDword(L"Software\\Norvik\\LMSDK\\Logging", L"ConfigWatchDelay", watchDelay);
+    const std::string command = "env -u NORVIK_LIBQTRNOTIFY64 LMSDK_LOG_DIR='" + folder_.path().string() + "' '" +
+                                LMX_LOG_MODULE_CHILD + "' " + mode + " '" + file.string() + "' 2>/dev/null";
     const int status = std::system(command.c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
