@@ -125,7 +125,7 @@ TEST(SchedulerPools, SingleWorkerStopsWaitingAfterOneSecondAndDropsTheBacklog) {
   delete pool;
   const auto waited = std::chrono::steady_clock::now() - start;
   EXPECT_GE(waited, 900ms);
-  EXPECT_LT(waited, 1900ms);
+  EXPECT_LT(waited, 5s) << "about a second; the margin is for a loaded machine";
   releaseLongTask = true;
   ASSERT_TRUE(longTask.WaitForRuns(1));
   std::this_thread::sleep_for(20ms);
