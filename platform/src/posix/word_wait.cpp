@@ -5,8 +5,6 @@
 #include <linux/futex.h>
 #include <sys/syscall.h>
 #include <unistd.h>
-
-#include <climits>
 #endif
 
 namespace lmx::platform {
@@ -23,7 +21,6 @@ void WaitWhileEqual(const std::atomic<uint32_t>& word, uint32_t expected) {
   Futex(word, FUTEX_WAIT_PRIVATE, expected);  // EAGAIN and EINTR are spurious returns
 }
 void WakeOne(const std::atomic<uint32_t>& word) { Futex(word, FUTEX_WAKE_PRIVATE, 1); }
-void WakeAll(const std::atomic<uint32_t>& word) { Futex(word, FUTEX_WAKE_PRIVATE, INT_MAX); }
 
 #else
 
@@ -31,7 +28,6 @@ void WaitWhileEqual(const std::atomic<uint32_t>& word, uint32_t expected) {
   word.wait(expected, std::memory_order_relaxed);
 }
 void WakeOne(const std::atomic<uint32_t>& word) { const_cast<std::atomic<uint32_t>&>(word).notify_one(); }
-void WakeAll(const std::atomic<uint32_t>& word) { const_cast<std::atomic<uint32_t>&>(word).notify_all(); }
 
 #endif
 

@@ -1,4 +1,4 @@
-// Waits on a word through WaitOnAddress and WakeByAddress.
+// Waits on a word through WaitOnAddress and WakeByAddressSingle.
 #include "lmx/platform/word_wait.h"
 
 #include <windows.h>
@@ -15,6 +15,5 @@ void WaitWhileEqual(const std::atomic<uint32_t>& word, uint32_t expected) {
   WaitOnAddress(Address(word), &expected, sizeof expected, INFINITE);
 }
 void WakeOne(const std::atomic<uint32_t>& word) { WakeByAddressSingle(Address(word)); }
-void WakeAll(const std::atomic<uint32_t>& word) { WakeByAddressAll(Address(word)); }
 
 }  // namespace lmx::platform

@@ -16,8 +16,7 @@ namespace lmx::platform {
 
 // Sleeps while `word` holds `expected`. May return spuriously: callers loop.
 void WaitWhileEqual(const std::atomic<uint32_t>& word, uint32_t expected);
-// Wakes one thread, or every thread, sleeping on `word`.
+// Wakes one thread sleeping on `word`.
 void WakeOne(const std::atomic<uint32_t>& word);
-void WakeAll(const std::atomic<uint32_t>& word);
 
 }  // namespace lmx::platform
