@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "cpu_features.h"
+#include "cpu/cpu_features.h"
 #include "kernels/pixel_kernels.h"
 
 namespace {

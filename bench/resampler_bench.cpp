@@ -29,9 +29,9 @@
 #include <string>
 #include <vector>
 
-#include "audio_converter.h"
-#include "coreaccel_baseaudio.h"
-#include "cpu_features.h"
+#include "audio/audio_converter.h"
+#include "image/coreaccel_baseaudio.h"
+#include "cpu/cpu_features.h"
 #include "dsp/audio_kernels.h"
 #include "dsp/resampler.h"
 #include "lmxallocator.h"

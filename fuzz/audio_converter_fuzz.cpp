@@ -14,7 +14,7 @@
 #include <memory>
 #include <vector>
 
-#include "audio_converter.h"
+#include "audio/audio_converter.h"
 #include "audio_fakes.h"
 #include "fuzz_support.h"
 

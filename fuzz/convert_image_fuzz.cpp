@@ -10,8 +10,8 @@
 #include <memory>
 #include <optional>
 
-#include "coreaccel_baseimage_route.h"
-#include "kernels/pixel_format_table.h"
+#include "image/coreaccel_baseimage_route.h"
+#include "image/pixel_format_table.h"
 #include "fuzz_support.h"
 
 using namespace Norvik::Lumetra;

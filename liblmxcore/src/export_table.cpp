@@ -1,6 +1,7 @@
 // The module export table: the library's only export, three static entries.
 #include "lmxsession.h"
 #include "module_factories.h"
+#include "signal_processing_setup.h"
 
 using namespace Norvik::Lumetra;
 using Norvik::Lumetra::Service::DLLExportTable;
@@ -19,6 +20,15 @@ constexpr uint32_t kSubgroupAudioConverter = 0;
 constexpr uint32_t kVendorId = 0x4C4D;
 
 constexpr uint32_t Code(const char (&code)[5]) { return static_cast<uint32_t>(FourCC(code)); }
+
+// The scheduler's entry runs the kernels' one-time set-up first, on every call
+// (idempotent: the tables also fill themselves at load), so the scheduler itself
+// does no SIMD set-up.
+Status CreateSchedulerEntry(Session* session, LMXSchedulerService* scheduler, Service::Accelerator* accelerator,
+                            DLLExportTable* entry, int32_t iid, Base** result) {
+  lmx::InitSignalProcessing();
+  return CreateScheduler(session, scheduler, accelerator, entry, iid, result);
+}
 
 DLLExportTable g_audioConverterEntry = {
     nullptr,
@@ -41,7 +51,7 @@ DLLExportTable g_allocatorEntry = {
 // The head of the list, exported at ordinal 1 and by name.
 LMX_EXPORT DLLExportTable LMXDLLExportTable = {
     &g_allocatorEntry,
-    &CreateScheduler,
+    &CreateSchedulerEntry,
     {SessionService::kSignature, kGroup, kSubgroupScheduler, 0, Code("CRSC"), 1, 0, 0, 100, kVendorId,
      {FourCC("SHED"), FourCC("SCH2"), 0, 0},
      u"Core Framework Scheduler"},

@@ -1,6 +1,5 @@
 // The one-time set-up of the signal-processing primitives: CPU feature detection
-// and the choice of every kernel variant, for pixels and for audio. Idempotent;
-// it also runs at load, so calling it again only confirms the choice.
+// and the choice of every kernel variant, for pixels and for audio. Idempotent.
 #include "signal_processing_setup.h"
 
 #include "dsp/audio_kernels.h"
@@ -11,11 +10,6 @@ namespace lmx {
 void InitSignalProcessing() {
   ActiveRowKernels();
   ActiveAudioKernels();
-}
-
-void RefreshSignalProcessing() {
-  RefreshRowKernels();
-  RefreshAudioKernels();
 }
 
 }  // namespace lmx

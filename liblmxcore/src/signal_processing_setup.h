@@ -4,12 +4,9 @@
 
 namespace lmx {
 
-// Prepares the primitives once per process; later calls do nothing. Safe to call
-// from any thread and from every scheduler factory call.
+// Fills every kernel table once per process (each table also fills itself at
+// load or on first use, so later calls only confirm the choice). Safe to call
+// from any thread; the export table's scheduler entry calls it on every call.
 void InitSignalProcessing();
-
-// Chooses every kernel variant again from the current CpuFeatures() (the mask's
-// refill; see cpu_features.h).
-void RefreshSignalProcessing();
 
 }  // namespace lmx

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <vector>
 
-#include "audio_converter.h"
+#include "audio/audio_converter.h"
 #include "audio_fakes.h"
 #include "module_factories.h"
 #include "test_support.h"
@@ -103,7 +103,7 @@ TEST_F(AudioConverterTest, SetsUpOnceAndLogsTheModeAtInfoLevel) {
     if (line.message == "Audio resampler initilized in 48000 Hz -> 16000 Hz mode") {
       ++lines;
       EXPECT_EQ(line.level, LOG_LEVEL_INFO);
-      EXPECT_EQ(line.file, "liblmxcore/src/audio_converter.cpp");
+      EXPECT_EQ(line.file, "liblmxcore/src/audio/audio_converter.cpp");
     }
   EXPECT_EQ(lines, 1) << "two chunks at the same rates set up once";
   // A rate change sets up again and starts without history, as a new converter

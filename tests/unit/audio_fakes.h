@@ -12,7 +12,7 @@
 #include <cstring>
 #include <vector>
 
-#include "coreaccel_baseaudio.h"
+#include "image/coreaccel_baseaudio.h"
 #include "lmxallocator.h"
 
 namespace lmxtest {

@@ -8,7 +8,7 @@
 #include <random>
 #include <vector>
 
-#include "cpu_features.h"
+#include "cpu/cpu_features.h"
 #include "dsp/audio_kernels.h"
 
 using namespace lmx;

@@ -7,9 +7,9 @@
 #include <functional>
 #include <string>
 
-#include "audio_converter.h"
+#include "audio/audio_converter.h"
 #include "core_metadata.h"
-#include "coreaccel_baseaudio.h"
+#include "image/coreaccel_baseaudio.h"
 #include "lmx_loggers.h"
 #include "lmxallocator.h"
 #include "module_factories.h"

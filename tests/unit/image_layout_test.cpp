@@ -4,7 +4,7 @@
 #include <tuple>
 #include <vector>
 
-#include "coreaccel_baseimage.h"
+#include "image/coreaccel_baseimage.h"
 #include "test_support.h"
 
 using namespace Norvik::Lumetra;

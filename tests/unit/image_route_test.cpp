@@ -5,8 +5,8 @@
 #include <cstring>
 #include <utility>
 
-#include "coreaccel_baseimage_route.h"
-#include "kernels/pixel_format_table.h"
+#include "image/coreaccel_baseimage_route.h"
+#include "image/pixel_format_table.h"
 #include "support/planes.h"
 #include "test_support.h"
 

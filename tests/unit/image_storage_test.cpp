@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "coreaccel_emu.h"
+#include "image/coreaccel_emu.h"
 #include "host_ref.h"
 #include "lmx/platform/memory.h"
 #include "test_support.h"

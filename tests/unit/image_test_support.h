@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "coreaccel_multibuffer.h"
+#include "image/coreaccel_multibuffer.h"
 #include "lmxallocator.h"
 #include "module_factories.h"
 

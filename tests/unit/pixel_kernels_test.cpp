@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "cpu_features.h"
+#include "cpu/cpu_features.h"
 #include "kernels/pixel_kernels.h"
 #include "support/planes.h"
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "corescheduler_pool.h"
+#include "scheduler/corescheduler_pool.h"
 #include "lmx/platform/registry.h"
 #include "support/test_registry.h"
 

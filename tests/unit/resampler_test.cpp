@@ -8,7 +8,7 @@
 #include <tuple>
 #include <vector>
 
-#include "cpu_features.h"
+#include "cpu/cpu_features.h"
 #include "dsp/resampler.h"
 
 namespace {

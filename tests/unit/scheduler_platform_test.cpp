@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-#include "adaptive_mutex.h"
-#include "concurrent_map.h"
+#include "scheduler/adaptive_mutex.h"
+#include "scheduler/concurrent_map.h"
 #include "lmx/platform/event.h"
 
 using namespace lmx::platform;

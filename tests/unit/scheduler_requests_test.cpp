@@ -127,6 +127,6 @@ TEST_F(RequestsTest, BadArgumentsAreRefusedAndLogged) {
   EXPECT_EQ(cb.Runs(), 0);
   for (const auto& line : capture->Lines())
     if (line.message.rfind("failed on", 0) == 0) {
-      EXPECT_EQ(line.file.rfind("liblmxcore/src/corescheduler", 0), 0u);
+      EXPECT_EQ(line.file.rfind("liblmxcore/src/scheduler/corescheduler", 0), 0u);
     }
 }

@@ -9,7 +9,7 @@
 #include <mutex>
 #include <thread>
 
-#include "corescheduler.h"
+#include "scheduler/corescheduler.h"
 #include "host_session.h"
 #include "module_factories.h"
 #include "test_support.h"

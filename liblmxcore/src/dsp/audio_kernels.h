@@ -82,8 +82,6 @@ struct AudioKernelTable {
 AudioKernelTable SelectAudioKernels(uint32_t features);
 // The active table, chosen from CpuFeatures() on first use.
 const AudioKernelTable& ActiveAudioKernels();
-// Chooses the active table again from the current CpuFeatures() (the mask's refill).
-void RefreshAudioKernels();
 
 // Scalar references. Requirements: count/frames >= 0, channels >= 1, non-overlapping
 // buffers of the stated lengths (frames * channels samples in, frames out).

@@ -2,7 +2,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "cpu_features.h"
+#include "cpu/cpu_features.h"
 #include "dsp/audio_kernels.h"
 
 namespace lmx {
@@ -70,7 +70,5 @@ ActiveKernelTable<AudioKernelTable, SelectAudioKernels> g_active;
 }  // namespace
 
 const AudioKernelTable& ActiveAudioKernels() { return g_active.Get(); }
-
-void RefreshAudioKernels() { g_active.Refresh(); }
 
 }  // namespace lmx

@@ -1,7 +1,7 @@
 // The dispatch table of the row functions and its one-time set-up.
 #include "kernels/dispatch.h"
 
-#include "cpu_features.h"
+#include "cpu/cpu_features.h"
 #include "kernels/row.h"
 #include "kernels/row_simd.h"
 
@@ -154,8 +154,6 @@ RowKernels SelectRowKernels(uint32_t cpu_features) {
   }
   return k;
 }
-
-void RefreshRowKernels() { g_active.Refresh(); }
 
 const RowKernels& ActiveRowKernels() { return g_active.Get(); }
 

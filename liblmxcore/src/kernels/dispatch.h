@@ -75,9 +75,6 @@ struct RowKernels {
 // The table for a feature set (kCpu* bits of cpu_features.h). Pure.
 RowKernels SelectRowKernels(uint32_t cpu_features);
 
-// Refills the active table from the current CpuFeatures() (used by the mask).
-void RefreshRowKernels();
-
 // The active table, filled from CpuFeatures() on first use.
 const RowKernels& ActiveRowKernels();
 

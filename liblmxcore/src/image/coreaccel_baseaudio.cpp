@@ -1,6 +1,6 @@
 // BaseAudio: the description, options and time stamp of an audio object, and the
 // sample copy between audio objects with conversion between 16-bit PCM and float.
-#include "coreaccel_baseaudio.h"
+#include "image/coreaccel_baseaudio.h"
 
 #include <cstring>
 

@@ -2,8 +2,8 @@
 // image into another. The host's memory provider is offered the conversion
 // first; otherwise the routing of coreaccel_baseimage_route.h runs the kernel (or
 // names the intermediate format), reading the depth scale from this image.
-#include "coreaccel_baseimage.h"
-#include "coreaccel_baseimage_route.h"
+#include "image/coreaccel_baseimage.h"
+#include "image/coreaccel_baseimage_route.h"
 #include "lmxutils.h"
 
 namespace lmx {

@@ -1,15 +1,14 @@
 // The scheduler service: the factory, the session's master and its followers.
-#include "corescheduler.h"
+#include "scheduler/corescheduler.h"
 
 #include <new>
 
-#include "corescheduler_log.h"
-#include "module_factories.h"
-#include "signal_processing_setup.h"
+#include "scheduler/corescheduler_log.h"
 
 namespace lmx {
 
 using namespace Norvik::Lumetra;
+using Norvik::Lumetra::Service::DLLExportTable;
 
 namespace {
 // The scheduler's own descriptor values, which key its slot in the session.
@@ -19,7 +18,6 @@ constexpr uint32_t kSchedulerSubgroup = 0x40000000u;
 
 Status CreateScheduler(Session* session, LMXSchedulerService*, Service::Accelerator*, DLLExportTable*, int32_t,
                        Base** result) {
-  lmx::InitSignalProcessing();
   LMX_CHECK(result, LMX_STATUS_HANDLE_INVALID);
   // A null session is a session without a service: the scheduler becomes a
   // private master.

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "coreaccel_baseaudio.h"
+#include "image/coreaccel_baseaudio.h"
 #include "lmxutils.h"
 
 namespace lmx {

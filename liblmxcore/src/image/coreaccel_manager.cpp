@@ -1,10 +1,10 @@
 // The allocator service: creates the multi-format image and audio objects.
 #include <new>
 
-#include "coreaccel_multibuffer.h"
+#include "image/coreaccel_multibuffer.h"
 #include "lmxallocator.h"
 #include "lmxutils.h"
-#include "module_factories.h"
+#include "image/coreaccel_manager.h"
 
 namespace lmx {
 
@@ -60,6 +60,8 @@ class AllocatorImpl final : public LMXAddRefImpl<LMXBaseImpl<LMXAllocator>> {
 };
 
 }  // namespace
+
+using Norvik::Lumetra::Service::DLLExportTable;
 
 Norvik::Lumetra::Status CreateAllocator(Norvik::Lumetra::Session* session, LMXSchedulerService*,
                                         Norvik::Lumetra::Service::Accelerator*, DLLExportTable*, int32_t,

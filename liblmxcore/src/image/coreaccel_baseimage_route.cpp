@@ -1,11 +1,11 @@
 // Conversion routing between the buffers of one image: rotation and format
 // dispatch, the conversion table, and the depth scale rules.
-#include "coreaccel_baseimage_route.h"
+#include "image/coreaccel_baseimage_route.h"
 
 #include <cmath>
 #include <cstdio>
 
-#include "kernels/pixel_format_table.h"
+#include "image/pixel_format_table.h"
 #include "kernels/pixel_kernels.h"
 #include "lmxutils.h"
 

@@ -26,7 +26,7 @@
 #include <shared_mutex>
 #include <vector>
 
-#include "spin_rw_lock.h"
+#include "scheduler/spin_rw_lock.h"
 
 namespace lmx {
 

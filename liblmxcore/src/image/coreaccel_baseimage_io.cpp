@@ -1,7 +1,7 @@
 // Moving pixels between an image and caller memory (ExportData, ImportData) or
 // another image (CopyImage), through the access protocol so that any needed
 // format conversion happens on the way.
-#include "coreaccel_baseimage.h"
+#include "image/coreaccel_baseimage.h"
 #include "kernels/pixel_kernels.h"
 #include "lmxutils.h"
 

@@ -18,11 +18,11 @@
 #include <utility>
 #include <vector>
 
-#include "adaptive_mutex.h"
+#include "scheduler/adaptive_mutex.h"
 #include "lmx/platform/thread.h"
 #include "lmxscheduler.h"
 #include "lmxsession.h"
-#include "sleeper_stack.h"
+#include "scheduler/sleeper_stack.h"
 
 namespace lmx {
 

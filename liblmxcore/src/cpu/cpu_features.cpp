@@ -1,9 +1,8 @@
 // Processor feature detection and the mask that tests and benchmarks use to restrict it.
-#include "cpu_features.h"
+#include "cpu/cpu_features.h"
 
 #include <atomic>
-
-#include "signal_processing_setup.h"
+#include <cstdlib>
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <cpuid.h>
@@ -68,6 +67,22 @@ uint32_t Detect() { return 0; }  // no x86 SIMD variants exist for other process
 
 std::atomic<uint32_t> g_mask{kCpuAllFeatures};
 
+// The tables to refill when the mask changes; constant-initialised, so tables
+// filled during the library's static set-up may register.
+struct MaskListener {
+  void* table;
+  void (*refresh)(void*);
+};
+constexpr int kMaxMaskListeners = 8;
+MaskListener g_listeners[kMaxMaskListeners];
+int g_listener_count = 0;
+std::mutex g_listeners_lock;
+
+void RefreshListeners() {
+  std::lock_guard<std::mutex> hold(g_listeners_lock);
+  for (int i = 0; i < g_listener_count; ++i) g_listeners[i].refresh(g_listeners[i].table);
+}
+
 }  // namespace
 
 uint32_t DetectedCpuFeatures() {
@@ -75,16 +90,22 @@ uint32_t DetectedCpuFeatures() {
   return features;
 }
 
+void RegisterMaskListener(void* table, void (*refresh)(void*)) {
+  std::lock_guard<std::mutex> hold(g_listeners_lock);
+  if (g_listener_count == kMaxMaskListeners) std::abort();  // a new kernel family: raise the bound
+  g_listeners[g_listener_count++] = {table, refresh};
+}
+
 uint32_t CpuFeatures() { return DetectedCpuFeatures() & g_mask.load(std::memory_order_relaxed); }
 
 ScopedCpuFeatureMask::ScopedCpuFeatureMask(uint32_t allowed)
     : previous_(g_mask.exchange(allowed, std::memory_order_relaxed)) {
-  RefreshSignalProcessing();
+  RefreshListeners();
 }
 
 ScopedCpuFeatureMask::~ScopedCpuFeatureMask() {
   g_mask.store(previous_, std::memory_order_relaxed);
-  RefreshSignalProcessing();
+  RefreshListeners();
 }
 
 }  // namespace lmx

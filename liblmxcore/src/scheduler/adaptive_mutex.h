@@ -18,7 +18,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "cpu_relax.h"
+#include "scheduler/cpu_relax.h"
 #include "lmx/platform/word_wait.h"
 
 namespace lmx {

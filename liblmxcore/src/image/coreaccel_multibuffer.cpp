@@ -3,7 +3,7 @@
 //
 // It is part of the manager: its log lines name the manager's source, as they
 // always have.
-#define LMX_LOG_SOURCE_FILE "liblmxcore/src/coreaccel_manager.cpp"
+#define LMX_LOG_SOURCE_FILE "liblmxcore/src/image/coreaccel_manager.cpp"
 #include <chrono>
 #include <cmath>
 #include <cstring>
@@ -11,8 +11,8 @@
 #include <string>
 #include <thread>
 
-#include "coreaccel_emu.h"
-#include "coreaccel_multibuffer.h"
+#include "image/coreaccel_emu.h"
+#include "image/coreaccel_multibuffer.h"
 #include "lmxutils.h"
 
 namespace lmx {

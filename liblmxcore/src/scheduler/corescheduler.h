@@ -14,10 +14,10 @@
 #include <memory>
 #include <mutex>
 
-#include "concurrent_map.h"
-#include "corescheduler_pool.h"
-#include "node_pool.h"
-#include "recursive_lock.h"
+#include "scheduler/concurrent_map.h"
+#include "scheduler/corescheduler_pool.h"
+#include "scheduler/node_pool.h"
+#include "scheduler/recursive_lock.h"
 #include "lmx/platform/event.h"
 #include "lmximpl.h"
 #include "lmxscheduler.h"
@@ -185,5 +185,11 @@ class Scheduler::SyncPoint final
   std::list<void*> outputs;
   RefCount refs;
 };
+
+// The export table's scheduler factory. Like every factory of the table, arguments 2
+// to 5 are ignored and the new object's primary interface goes to the last one.
+Norvik::Lumetra::Status CreateScheduler(Norvik::Lumetra::Session* session, LMXSchedulerService* scheduler,
+    Norvik::Lumetra::Service::Accelerator* accelerator, Norvik::Lumetra::Service::DLLExportTable* entry,
+    int32_t iid, Norvik::Lumetra::Base** result);
 
 }  // namespace lmx

@@ -1,5 +1,5 @@
 // The table of built-in pixel formats and the plane layout derived from it.
-#include "kernels/pixel_format_table.h"
+#include "image/pixel_format_table.h"
 
 namespace lmx {
 namespace {

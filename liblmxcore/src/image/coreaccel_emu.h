@@ -5,7 +5,7 @@
 // freed. The multi-format image object creates one per format it holds.
 #pragma once
 
-#include "coreaccel_baseimage.h"
+#include "image/coreaccel_baseimage.h"
 
 namespace lmx {
 

@@ -1,5 +1,5 @@
 // AudioConverter: stream resampling into new audio objects, and its factory.
-#include "audio_converter.h"
+#include "audio/audio_converter.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -11,11 +11,11 @@
 #include "dsp/resampler.h"
 #include "lmxallocator.h"
 #include "lmxutils.h"
-#include "module_factories.h"
 
 namespace lmx {
 
 using namespace Norvik::Lumetra;
+using Norvik::Lumetra::Service::DLLExportTable;
 
 namespace {
 

@@ -1,10 +1,10 @@
 // The session's worker pools: the dedicated single worker and the thread pool.
-#include "corescheduler_pool.h"
+#include "scheduler/corescheduler_pool.h"
 
 #include <algorithm>
 #include <new>
 
-#include "corescheduler_text.h"
+#include "scheduler/corescheduler_text.h"
 #include "lmx/platform/registry.h"
 #include "lmxutils.h"
 

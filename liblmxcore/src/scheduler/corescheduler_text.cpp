@@ -1,5 +1,5 @@
 // Task names for traces, built without allocating.
-#include "corescheduler_text.h"
+#include "scheduler/corescheduler_text.h"
 
 namespace lmx {
 

@@ -3,9 +3,9 @@
 #include <new>
 #include <vector>
 
-#include "corescheduler.h"
-#include "corescheduler_log.h"
-#include "corescheduler_text.h"
+#include "scheduler/corescheduler.h"
+#include "scheduler/corescheduler_log.h"
+#include "scheduler/corescheduler_text.h"
 
 namespace lmx {
 

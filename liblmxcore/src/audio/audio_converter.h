@@ -20,6 +20,7 @@
 
 #include "lmxaudio.h"
 #include "lmximpl.h"
+#include "lmxsession.h"
 
 namespace lmx {
 
@@ -50,5 +51,11 @@ class AudioConverter final : public Norvik::Lumetra::BaseImpl<LMXAudioConversion
   uint8_t* state = nullptr;
   LMXAudio::AudioInfo monoInfo{0, LMXAudio::AUDIO_FORMAT_PCM, 0, 1, 0, {0, 0, 0}};
 };
+
+// The export table's audio converter factory. Like every factory of the table, arguments 2
+// to 5 are ignored and the new object's primary interface goes to the last one.
+Norvik::Lumetra::Status CreateAudioConverter(Norvik::Lumetra::Session* session, LMXSchedulerService* scheduler,
+    Norvik::Lumetra::Service::Accelerator* accelerator, Norvik::Lumetra::Service::DLLExportTable* entry,
+    int32_t iid, Norvik::Lumetra::Base** result);
 
 }  // namespace lmx

@@ -1,5 +1,5 @@
 // Text pieces of the scheduler's log lines.
-#include "corescheduler_log.h"
+#include "scheduler/corescheduler_log.h"
 
 #include <cstdio>
 

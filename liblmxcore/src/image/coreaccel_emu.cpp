@@ -1,5 +1,5 @@
 // System-memory image storage: plane allocation, adoption, detaching, freeing.
-#include "coreaccel_emu.h"
+#include "image/coreaccel_emu.h"
 
 #include <cstring>
 #include <new>

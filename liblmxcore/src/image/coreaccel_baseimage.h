@@ -12,7 +12,7 @@
 
 #include <cstdint>
 
-#include "kernels/pixel_format_table.h"
+#include "image/pixel_format_table.h"
 #include "lmximage.h"
 #include "lmximpl.h"
 

@@ -1,7 +1,7 @@
 // The plane query (size checks over the one pixel-format table of
 // kernels/pixel_format_table.h) and the BaseImage operations that do not move
 // pixels between buffers.
-#include "coreaccel_baseimage.h"
+#include "image/coreaccel_baseimage.h"
 
 #include <cstring>
 

@@ -4,9 +4,11 @@
 // DetectedCpuFeatures() asks the processor once; CpuFeatures() is that set
 // restricted by the current mask. Each family of kernels (pixel rows, dispatch.h;
 // audio primitives, dsp/audio_kernels.h) has a pure Select function from a feature
-// set to a table, and an ActiveKernelTable filled from CpuFeatures(). Masking
-// features refills every active table, which forces the scalar kernels or one
-// instruction set: tests and benchmarks use it to compare the variants.
+// set to a table, and an ActiveKernelTable filled from CpuFeatures(). A table
+// registers itself with the mask when it is first filled, and masking features
+// refills every registered table, which forces the scalar kernels or one
+// instruction set: tests and benchmarks use it to compare the variants. This
+// file knows no kernel family; the families depend on it, never the reverse.
 #pragma once
 
 #include <cstdint>
@@ -51,6 +53,10 @@ class ScopedCpuFeatureMask {
   uint32_t previous_;
 };
 
+// Called with `table` each time the mask changes. Registration takes no memory
+// from the heap; the number of tables is fixed by the code (a handful).
+void RegisterMaskListener(void* table, void (*refresh)(void* table));
+
 // The active table of one family of kernels: chosen by Select from CpuFeatures()
 // on first use (thread safe), chosen again by Refresh() when the mask changes.
 // Constant-initialised, so it may be used during the library's static set-up.
@@ -58,7 +64,10 @@ template <class Table, Table (*Select)(uint32_t)>
 class ActiveKernelTable {
  public:
   const Table& Get() {
-    std::call_once(once_, [this] { table_ = Select(CpuFeatures()); });
+    std::call_once(once_, [this] {
+      table_ = Select(CpuFeatures());
+      RegisterMaskListener(this, [](void* self) { static_cast<ActiveKernelTable*>(self)->Refresh(); });
+    });
     return table_;
   }
   void Refresh() {

@@ -29,8 +29,8 @@
 #include <vector>
 
 #include "core_metadata.h"
-#include "coreaccel_baseaudio.h"
-#include "coreaccel_baseimage.h"
+#include "image/coreaccel_baseaudio.h"
+#include "image/coreaccel_baseimage.h"
 #include "lmxsession.h"
 
 // What the session hands an image or audio object under 0x852193AF: told of each

@@ -1,8 +1,8 @@
 // Sync points: waiting on one or many, signalling, and per-output status.
 #include <new>
 
-#include "corescheduler.h"
-#include "corescheduler_log.h"
+#include "scheduler/corescheduler.h"
+#include "scheduler/corescheduler_log.h"
 
 namespace lmx {
 

@@ -16,7 +16,7 @@
 #include <cstdint>
 #include <thread>
 
-#include "cpu_relax.h"
+#include "scheduler/cpu_relax.h"
 
 namespace lmx {
 
