@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # The hardening pass CI runs after the default and asan runs (the asan run already
 # checks for leaks: its preset sets detect_leaks=1):
+#   0. the library built by clang with its thread-safety analysis, every finding an
+#      error (the clang-tsa preset; the locks and what they guard are annotated);
 #   1. the suites labelled "concurrency" (tests/CMakeLists.txt: scheduler, sync points,
 #      platform events and threads, object model, multi-format images and their I/O,
 #      metadata, stress) under ThreadSanitizer, as the tsan test preset selects them;
@@ -16,6 +18,10 @@ cd "$(dirname "$0")/.."
 fuzz_seconds="${LMX_FUZZ_SECONDS:-60}"
 start=$SECONDS
 scripts/install-deps.sh build sanitizers
+
+cmake --preset clang-tsa >/dev/null
+cmake --build --preset clang-tsa
+echo "== hardening, thread-safety analysis: $((SECONDS - start)) s"
 
 cmake --preset tsan >/dev/null
 cmake --build --preset tsan

@@ -4,6 +4,8 @@
 #include <atomic>
 #include <cstdlib>
 
+#include "lmx/platform/thread_annotations.h"
+
 #if defined(__x86_64__) || defined(__i386__)
 #include <cpuid.h>
 #endif
@@ -74,12 +76,12 @@ struct MaskListener {
   void (*refresh)(void*);
 };
 constexpr int kMaxMaskListeners = 8;
-MaskListener g_listeners[kMaxMaskListeners];
-int g_listener_count = 0;
-std::mutex g_listeners_lock;
+Mutex g_listeners_lock;
+MaskListener g_listeners[kMaxMaskListeners] LMX_GUARDED_BY(g_listeners_lock);
+int g_listener_count LMX_GUARDED_BY(g_listeners_lock) = 0;
 
 void RefreshListeners() {
-  std::lock_guard<std::mutex> hold(g_listeners_lock);
+  LockGuard hold(g_listeners_lock);
   for (int i = 0; i < g_listener_count; ++i) g_listeners[i].refresh(g_listeners[i].table);
 }
 
@@ -91,7 +93,7 @@ uint32_t DetectedCpuFeatures() {
 }
 
 void RegisterMaskListener(void* table, void (*refresh)(void*)) {
-  std::lock_guard<std::mutex> hold(g_listeners_lock);
+  LockGuard hold(g_listeners_lock);
   if (g_listener_count == kMaxMaskListeners) std::abort();  // a new kernel family: raise the bound
   g_listeners[g_listener_count++] = {table, refresh};
 }

@@ -19,24 +19,25 @@
 #include <cstdint>
 
 #include "scheduler/cpu_relax.h"
+#include "lmx/platform/thread_annotations.h"
 #include "lmx/platform/word_wait.h"
 
 namespace lmx {
 
-class AdaptiveMutex {
+class LMX_CAPABILITY("mutex") AdaptiveMutex {
  public:
   AdaptiveMutex() = default;
   AdaptiveMutex(const AdaptiveMutex&) = delete;
   AdaptiveMutex& operator=(const AdaptiveMutex&) = delete;
 
-  void lock() {
+  void lock() LMX_ACQUIRE() {
     if (!try_lock()) LockSlow();
   }
-  bool try_lock() {
+  bool try_lock() LMX_TRY_ACQUIRE(true) {
     uint32_t expected = kFree;
     return state_.compare_exchange_strong(expected, kLocked, std::memory_order_acquire, std::memory_order_relaxed);
   }
-  void unlock() {
+  void unlock() LMX_RELEASE() {
     if (state_.exchange(kFree, std::memory_order_release) == kSleepers) platform::WakeOne(state_);
   }
 
@@ -47,7 +48,7 @@ class AdaptiveMutex {
   static constexpr int kMaxPauses = 128;    // the longest wait between two reads
   static constexpr int kSpinPauses = 1024;  // the whole spin before sleeping
 
-  void LockSlow() {
+  void LockSlow() LMX_NO_THREAD_SAFETY_ANALYSIS {  // acquires, by its try_lock or its exchange
     for (int pauses = 1, spent = 0; spent < kSpinPauses; pauses = std::min(pauses * 2, kMaxPauses)) {
       for (int i = 0; i < pauses; ++i) CpuRelax();
       spent += pauses;

@@ -50,19 +50,19 @@ class ConcurrentPointerMap {
   // other accessor can hold meanwhile.
   struct alignas(64) Stripe {
     mutable SpinRwLock mutex;
-    std::vector<Slot> slots = std::vector<Slot>(kInitialSlots);  // power of two
-    size_t count = 0;
+    std::vector<Slot> slots LMX_GUARDED_BY(mutex) = std::vector<Slot>(kInitialSlots);  // power of two
+    size_t count LMX_GUARDED_BY(mutex) = 0;
 
-    size_t Mask() const { return slots.size() - 1; }
+    size_t Mask() const LMX_REQUIRES_SHARED(mutex) { return slots.size() - 1; }
     // The slot holding key, or the free slot where it would go.
-    size_t Probe(const void* key, uint64_t hash) const {
+    size_t Probe(const void* key, uint64_t hash) const LMX_REQUIRES_SHARED(mutex) {
       size_t i = hash & Mask();
       while (slots[i].key && slots[i].key != key) i = (i + 1) & Mask();
       return i;
     }
     // Keeps at least half the slots free so that probes stay short; returns
     // whether the table grew (and its entries moved).
-    bool GrowIfHalfFull() {
+    bool GrowIfHalfFull() LMX_REQUIRES(mutex) {
       if (2 * (count + 1) <= slots.size()) return false;
       std::vector<Slot> old(slots.size() * 2);
       old.swap(slots);
@@ -73,7 +73,7 @@ class ConcurrentPointerMap {
     }
     // Frees slot i and moves back the entries of its probe run that may not stay
     // behind the gap.
-    void RemoveAt(size_t i) {
+    void RemoveAt(size_t i) LMX_REQUIRES(mutex) {
       for (size_t j = (i + 1) & Mask(); slots[j].key; j = (j + 1) & Mask()) {
         const size_t home = Hash(slots[j].key) & Mask();
         // The entry at j may fill the gap at i unless its home lies in (i, j].
@@ -135,8 +135,11 @@ class ConcurrentPointerMap {
   ConcurrentPointerMap(const ConcurrentPointerMap&) = delete;
   ConcurrentPointerMap& operator=(const ConcurrentPointerMap&) = delete;
 
+  // The accessors take the stripe lock in these lookups and keep it past them, which
+  // the thread-safety analysis cannot follow; it checks the stripes' own functions.
+
   // Finds key for reading; on success the accessor holds the entry.
-  bool Find(ConstAccessor& accessor, const void* key) const {
+  bool Find(ConstAccessor& accessor, const void* key) const LMX_NO_THREAD_SAFETY_ANALYSIS {
     accessor.release();
     const uint64_t hash = Hash(key);
     const Stripe& stripe = StripeOf(hash);
@@ -151,7 +154,7 @@ class ConcurrentPointerMap {
   }
 
   // Finds key for writing; no entry is created.
-  bool Find(Accessor& accessor, const void* key) {
+  bool Find(Accessor& accessor, const void* key) LMX_NO_THREAD_SAFETY_ANALYSIS {
     accessor.release();
     const uint64_t hash = Hash(key);
     Stripe& stripe = StripeOf(hash);
@@ -167,7 +170,7 @@ class ConcurrentPointerMap {
 
   // Finds or creates (value-initialised) the entry for key and holds it for
   // writing. Returns true when the entry was created. May throw std::bad_alloc.
-  bool Insert(Accessor& accessor, const void* key) {
+  bool Insert(Accessor& accessor, const void* key) LMX_NO_THREAD_SAFETY_ANALYSIS {
     accessor.release();
     const uint64_t hash = Hash(key);
     Stripe& stripe = StripeOf(hash);
@@ -185,7 +188,7 @@ class ConcurrentPointerMap {
   }
 
   // Erases the entry the accessor holds and ends the accessor.
-  void Erase(Accessor& accessor) {
+  void Erase(Accessor& accessor) LMX_NO_THREAD_SAFETY_ANALYSIS {
     if (accessor.stripe_) RemoveAt(*accessor.stripe_, accessor.index_);
     accessor.release();
   }
@@ -194,7 +197,7 @@ class ConcurrentPointerMap {
   bool Erase(const void* key) {
     const uint64_t hash = Hash(key);
     Stripe& stripe = StripeOf(hash);
-    std::unique_lock lock(stripe.mutex);
+    LockGuard lock(stripe.mutex);
     return Unlink(stripe, key);
   }
 
@@ -210,7 +213,7 @@ class ConcurrentPointerMap {
   size_t Size() const {
     size_t total = 0;
     for (const Stripe& stripe : stripes_) {
-      std::shared_lock lock(stripe.mutex);
+      SharedLockGuard lock(stripe.mutex);
       total += stripe.count;
     }
     return total;
@@ -219,7 +222,7 @@ class ConcurrentPointerMap {
   // Removes every entry. Requires: no accessor is alive.
   void Clear() {
     for (Stripe& stripe : stripes_) {
-      std::unique_lock lock(stripe.mutex);
+      LockGuard lock(stripe.mutex);
       for (Slot& slot : stripe.slots) slot = Slot();
       entries_.fetch_sub(stripe.count, std::memory_order_relaxed);
       stripe.count = 0;
@@ -240,20 +243,20 @@ class ConcurrentPointerMap {
   Stripe& StripeOf(uint64_t hash) { return stripes_[StripeIndex(hash)]; }
   const Stripe& StripeOf(uint64_t hash) const { return stripes_[StripeIndex(hash)]; }
 
-  static void Hold(Accessor& accessor, Stripe& stripe, size_t index) {
+  static void Hold(Accessor& accessor, Stripe& stripe, size_t index) LMX_REQUIRES(stripe.mutex) {
     accessor.stripe_ = &stripe;
     accessor.index_ = index;
     accessor.value_ = &stripe.slots[index].value;
   }
 
   // Removes key from the stripe, whose lock the caller holds exclusively.
-  bool Unlink(Stripe& stripe, const void* key) {
+  bool Unlink(Stripe& stripe, const void* key) LMX_REQUIRES(stripe.mutex) {
     const size_t i = stripe.Probe(key, Hash(key));
     if (!stripe.slots[i].key) return false;
     RemoveAt(stripe, i);
     return true;
   }
-  void RemoveAt(Stripe& stripe, size_t index) {
+  void RemoveAt(Stripe& stripe, size_t index) LMX_REQUIRES(stripe.mutex) {
     stripe.RemoveAt(index);
     if constexpr (kCount == MapCount::kKept) entries_.fetch_sub(1, std::memory_order_relaxed);
   }

@@ -54,6 +54,7 @@ Status Scheduler::Init(Session* hostSession) {
   }
   if (slot) {
     *slot = static_cast<LMXScheduler*>(this);
+    LockGuard lock(state->requestLock);
     state->registered = true;
   }
   master = this;
@@ -79,7 +80,7 @@ Scheduler::~Scheduler() {
   uint32_t before;
   bool clearSlot;
   {
-    std::lock_guard lock(state->requestLock);
+    LockGuard lock(state->requestLock);
     before = state->users.fetch_sub(1);
     // The last user frees the slot, so the next scheduler of the session becomes
     // a new master. A master that goes before its followers frees it too: they

@@ -88,10 +88,10 @@ struct SchedulerState {
   // because inline callbacks run under it and may register or complete in turn.
   RecursiveLock requestLock;
   // Records and waiter entries are recycled, so registering and completing
-  // allocate nothing once the pools have grown; guarded by requestLock.
-  NodePool<Request> requestPool;
-  NodePool<Waiter> waiterPool;
-  RequestList requests;  // guarded by requestLock
+  // allocate nothing once the pools have grown.
+  NodePool<Request> requestPool LMX_GUARDED_BY(requestLock);
+  NodePool<Waiter> waiterPool LMX_GUARDED_BY(requestLock);
+  RequestList requests LMX_GUARDED_BY(requestLock);
   // Pending outputs and the requests waiting for each (non-owning, in order).
   // Waiter lists are read and changed only under requestLock.
   ConcurrentPointerMap<WaiterList> pendingOutputs;
@@ -99,8 +99,8 @@ struct SchedulerState {
   ConcurrentPointerMap<Norvik::Lumetra::Status, MapCount::kKept> failedOutputs;
   // Number of scheduler objects of the session that use this state.
   std::atomic<uint32_t> users{0};
-  // Whether the session's slot points at this state's master; guarded by requestLock.
-  bool registered = false;
+  // Whether the session's slot points at this state's master.
+  bool registered LMX_GUARDED_BY(requestLock) = false;
   std::unique_ptr<TaskScheduler> task_scheduler;
 };
 

@@ -58,7 +58,7 @@ void RunNamedTask(LMXSchedulerService::Callback* task, Status sts, char* text, s
 void Push(TaskQueue& queue, LMXSchedulerService::Callback* task, Status sts) {
   TaskQueue::Sleeper* sleeper;
   {
-    std::unique_lock lock = queue.Lock();
+    LockGuard lock(queue.mutex);
     sleeper = queue.Push({task, sts});
   }
   SleeperStack::Wake(sleeper);
@@ -73,8 +73,8 @@ uint32_t SingleWorker(void* argument) {
   for (;;) {
     TaskQueue::Item item;
     {
-      std::unique_lock lock = queue.Lock();
-      while (queue.Empty()) queue.idle.Wait(0, lock);
+      LockGuard lock(queue.mutex);
+      while (queue.Empty()) queue.idle.Wait(0, queue.mutex);
       item = queue.Pop();
     }
     if (item.first) {
@@ -92,8 +92,8 @@ void PoolWorker(std::shared_ptr<TaskQueue> shared, size_t index) {
   for (;;) {
     TaskQueue::Item item;
     {
-      std::unique_lock lock = queue.Lock();
-      while (queue.Empty() && !queue.stop) queue.idle.Wait(index, lock);
+      LockGuard lock(queue.mutex);
+      while (queue.Empty() && !queue.stop) queue.idle.Wait(index, queue.mutex);
       if (queue.Empty()) return;
       item = queue.Pop();
     }
@@ -115,7 +115,7 @@ PThreadScheduler::PThreadScheduler() : queue(std::make_shared<TaskQueue>(1)) {
 
 PThreadScheduler::~PThreadScheduler() {
   {
-    std::unique_lock lock = queue->Lock();
+    LockGuard lock(queue->mutex);
     queue->stop = true;
   }
   Submit(nullptr, LMX_STATUS_NO_ERROR);
@@ -144,7 +144,7 @@ STDThreadPool::STDThreadPool(int32_t count)
 STDThreadPool::~STDThreadPool() {
   TaskQueue::Sleeper* sleepers;
   {
-    std::unique_lock lock = queue->Lock();
+    LockGuard lock(queue->mutex);
     queue->stop = true;
     sleepers = queue->idle.PopAll();
   }

@@ -47,20 +47,18 @@ struct TaskQueue {
   using Sleeper = SleeperStack::Sleeper;
 
   explicit TaskQueue(size_t workers);
-  std::unique_lock<AdaptiveMutex> Lock() { return std::unique_lock<AdaptiveMutex>(mutex); }
   // Appends the item; returns the sleeping worker to wake once the lock is
   // released, or null. Requires: the lock is held. May throw std::bad_alloc.
-  Sleeper* Push(const Item& item);
+  Sleeper* Push(const Item& item) LMX_REQUIRES(mutex);
   // Removes the front item. Requires: the lock is held and the queue is not empty.
-  Item Pop();
-  bool Empty() const { return head == tail; }
+  Item Pop() LMX_REQUIRES(mutex);
+  bool Empty() const LMX_REQUIRES(mutex) { return head == tail; }
 
   alignas(64) AdaptiveMutex mutex;
-  // Guarded by mutex.
-  std::vector<Item> ring;  // capacity is a power of two
-  size_t head = 0;         // next to pop; positions grow without bound
-  size_t tail = 0;         // next free
-  SleeperStack idle;       // workers waiting for work; worker i sleeps as i
+  std::vector<Item> ring LMX_GUARDED_BY(mutex);  // capacity is a power of two
+  size_t head LMX_GUARDED_BY(mutex) = 0;         // next to pop; positions grow without bound
+  size_t tail LMX_GUARDED_BY(mutex) = 0;         // next free
+  SleeperStack idle LMX_GUARDED_BY(mutex);       // workers waiting for work; worker i sleeps as i
   // Written under mutex; the single worker reads it after each task without it.
   std::atomic<bool> stop{false};
 };

@@ -132,7 +132,7 @@ Status Scheduler::RequestInputs(int32_t n, void** inputs, Callback* cb) try {
   Request* request = nullptr;
   Status lateFailure = LMX_STATUS_NO_ERROR;
   {
-    std::lock_guard lock(s.requestLock);
+    LockGuard lock(s.requestLock);
     // An input may have failed and completed since the pass above. Its failure is
     // recorded before its completion takes requestLock, so it is seen here; without
     // this second look the input would be neither failed nor pending and the
@@ -204,13 +204,14 @@ Status Scheduler::CompleteOutputs(int32_t n, void** outputs, Status sts) {
     }
   }
 
-  std::lock_guard lock(s.requestLock);
+  LockGuard lock(s.requestLock);
   ReadyList ready;
   for (int32_t i = 0; i < n; ++i) {
     if (!outputs[i]) continue;
     WaiterMap::Accessor waiters;
     if (!s.pendingOutputs.Find(waiters, outputs[i])) continue;
     waiters.value().ForEach([&](Waiter* waiter) {
+      s.requestLock.AssertHeld();
       Request* request = waiter->request;
       // An error reaches the consumer at once, and only once, even while other
       // inputs are still pending.

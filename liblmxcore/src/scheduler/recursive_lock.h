@@ -10,19 +10,22 @@
 #pragma once
 
 #include <atomic>
+#include <cassert>
 #include <cstdint>
 #include <mutex>
 #include <thread>
 
+#include "lmx/platform/thread_annotations.h"
+
 namespace lmx {
 
-class RecursiveLock {
+class LMX_CAPABILITY("mutex") RecursiveLock {
  public:
   RecursiveLock() = default;
   RecursiveLock(const RecursiveLock&) = delete;
   RecursiveLock& operator=(const RecursiveLock&) = delete;
 
-  void lock() {
+  void lock() LMX_ACQUIRE() {
     const std::thread::id self = std::this_thread::get_id();
     // Only this thread can have stored its own id, so a relaxed read suffices.
     if (owner_.load(std::memory_order_relaxed) == self) {
@@ -34,16 +37,22 @@ class RecursiveLock {
     depth_ = 1;
   }
 
-  void unlock() {
+  // Tells the thread-safety analysis that the calling thread holds the lock, where
+  // it cannot see it (in a callback run under the lock); checked in debug builds.
+  void AssertHeld() const LMX_ASSERT_CAPABILITY(this) {
+    assert(owner_.load(std::memory_order_relaxed) == std::this_thread::get_id());
+  }
+
+  void unlock() LMX_RELEASE() {
     if (--depth_ != 0) return;
     owner_.store(std::thread::id(), std::memory_order_relaxed);
     mutex_.unlock();
   }
 
  private:
-  std::mutex mutex_;
+  Mutex mutex_;
   std::atomic<std::thread::id> owner_{};
-  uint32_t depth_ = 0;  // entries by the owner; guarded by mutex_
+  uint32_t depth_ = 0;  // entries by the owner; only the owner touches it
 };
 
 }  // namespace lmx

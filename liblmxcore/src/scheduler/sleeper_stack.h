@@ -16,6 +16,7 @@
 #include <memory>
 #include <utility>
 
+#include "lmx/platform/thread_annotations.h"
 #include "lmx/platform/word_wait.h"
 
 namespace lmx {
@@ -32,7 +33,7 @@ class SleeperStack {
   // Sleeps as worker `index` until a waker picks it. Requires: lock is held; it
   // is held again on return.
   template <class Lock>
-  void Wait(size_t index, Lock& lock) {
+  void Wait(size_t index, Lock& lock) LMX_REQUIRES(lock) {
     Sleeper& self = sleepers_[index];
     self.woken.store(0, std::memory_order_relaxed);
     self.below = top_;

@@ -16,42 +16,43 @@
 #include <cstdint>
 #include <thread>
 
+#include "lmx/platform/thread_annotations.h"
 #include "scheduler/cpu_relax.h"
 
 namespace lmx {
 
-class SpinRwLock {
+class LMX_CAPABILITY("mutex") SpinRwLock {
  public:
   SpinRwLock() = default;
   SpinRwLock(const SpinRwLock&) = delete;
   SpinRwLock& operator=(const SpinRwLock&) = delete;
 
-  void lock() {
+  void lock() LMX_ACQUIRE() {
     uint32_t expected = 0;
     if (!state_.compare_exchange_weak(expected, kWriter, std::memory_order_acquire, std::memory_order_relaxed)) {
       LockSlow();
     }
   }
-  bool try_lock() {
+  bool try_lock() LMX_TRY_ACQUIRE(true) {
     uint32_t expected = 0;
     return state_.compare_exchange_strong(expected, kWriter, std::memory_order_acquire, std::memory_order_relaxed);
   }
   // Also drops a waiting writer's hold on readers; that writer sets it again.
-  void unlock() { state_.store(0, std::memory_order_release); }
+  void unlock() LMX_RELEASE() { state_.store(0, std::memory_order_release); }
 
-  void lock_shared() {
+  void lock_shared() LMX_ACQUIRE_SHARED() {
     uint32_t state = state_.load(std::memory_order_relaxed);
     if ((state & kBlocksReaders) != 0 ||
         !state_.compare_exchange_weak(state, state + 1, std::memory_order_acquire, std::memory_order_relaxed)) {
       LockSharedSlow();
     }
   }
-  bool try_lock_shared() {
+  bool try_lock_shared() LMX_TRY_ACQUIRE_SHARED(true) {
     uint32_t state = state_.load(std::memory_order_relaxed);
     return (state & kBlocksReaders) == 0 &&
            state_.compare_exchange_strong(state, state + 1, std::memory_order_acquire, std::memory_order_relaxed);
   }
-  void unlock_shared() { state_.fetch_sub(1, std::memory_order_release); }
+  void unlock_shared() LMX_RELEASE_SHARED() { state_.fetch_sub(1, std::memory_order_release); }
 
  private:
   static constexpr uint32_t kWriter = 1u << 31;         // held exclusively
