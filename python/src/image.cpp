@@ -90,12 +90,38 @@ LMXAllocator* DefaultAllocator() { return Library::Get().DefaultAllocator(); }
 
 }  // namespace
 
-PyAudio CreateAudio(LMXAllocator* allocator, const py::array& samples, int rate, int channels) {
+std::string ShapeText(const py::array& array) {
+  std::string text = "(";
+  for (ssize_t d = 0; d < array.ndim(); ++d) text += (d ? ", " : "") + std::to_string(array.shape(d));
+  return text + (array.ndim() == 1 ? ",)" : ")");
+}
+
+std::string DtypeName(const py::array& array) { return py::str(array.dtype()); }
+
+int ChannelsOf(const py::array& samples, std::optional<int> channels) {
   const bool isFloat = samples.dtype().is(py::dtype::of<float>());
   if (!isFloat && !samples.dtype().is(py::dtype::of<int16_t>()))
-    Raise(LMX_STATUS_PARAM_UNSUPPORTED, "audio samples are int16 or float32");
-  if (channels < 1 || samples.size() % channels != 0)
-    Raise(LMX_STATUS_PARAM_UNSUPPORTED, "the sample count is not a whole number of frames");
+    RaiseType("expected int16 or float32 samples, got " + DtypeName(samples));
+  if (channels && *channels < 1) RaiseValue("expected channels of at least 1, got " + std::to_string(*channels));
+  if (samples.ndim() == 2) {
+    if (channels && *channels != samples.shape(1))
+      RaiseValue("expected samples of shape (frames, " + std::to_string(*channels) + ") for channels=" +
+                 std::to_string(*channels) + ", got " + ShapeText(samples));
+    if (samples.shape(1) < 1) RaiseValue("expected at least one channel, got shape " + ShapeText(samples));
+    return static_cast<int>(samples.shape(1));
+  }
+  if (samples.ndim() != 1)
+    RaiseValue("expected samples of shape (frames,) or (frames, channels), got " + ShapeText(samples));
+  const int count = channels.value_or(1);
+  if (samples.size() % count != 0)
+    RaiseValue("expected whole frames: " + std::to_string(samples.size()) + " samples are not a multiple of channels=" +
+               std::to_string(count));
+  return count;
+}
+
+PyAudio CreateAudio(LMXAllocator* allocator, const py::array& samples, int rate, int channels) {
+  const bool isFloat = samples.dtype().is(py::dtype::of<float>());
+  if (rate <= 0) RaiseValue("expected a positive sample rate, got " + std::to_string(rate));
   auto contiguous = py::array::ensure(samples, py::array::c_style);
   LMXAudioObject::AudioInfo info{};
   info.bufferSize = static_cast<int32_t>(samples.size());
@@ -148,10 +174,11 @@ void RegisterImages(py::module_& module) {
             return CreateImage(self.allocator.Get(), width, height, format);
           }, py::arg("width"), py::arg("height"), py::arg("format"),
           "A new image of width x height pixels whose native format is `format`.")
-      .def("audio", [](PyAllocator& self, const py::array& samples, int rate, int channels) {
-            return CreateAudio(self.allocator.Get(), samples, rate, channels);
-          }, py::arg("samples"), py::arg("rate"), py::arg("channels") = 1,
-          "A new audio object holding a copy of int16 or float32 interleaved samples.");
+      .def("audio", [](PyAllocator& self, const py::array& samples, int rate, std::optional<int> channels) {
+            return CreateAudio(self.allocator.Get(), samples, rate, ChannelsOf(samples, channels));
+          }, py::arg("samples"), py::arg("rate"), py::arg("channels") = py::none(),
+          "A new audio object holding a copy of int16 or float32 samples: (frames, channels), or\n"
+          "flat with `channels` interleaved (default 1).");
 
   py::class_<PyImage>(module, "Image", "An image object: one frame held in several formats, converted on demand.")
       .def_property_readonly("width", [](const PyImage& self) { return self.info.width; })

@@ -3,6 +3,10 @@
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <optional>
+#include <string>
 
 #include "library.h"
 
@@ -28,7 +32,15 @@ struct PyAudio {
   Ref<LMXAudioObject> audio;
 };
 
-// Samples of an int16 or float32 array as a new audio object (copied).
+// The channel count of int16 or float32 samples: the second dimension of a 2-D
+// array (`channels`, if given, must match), else `channels` (default 1) interleaved
+// in a flat one. Raises TypeError / ValueError otherwise.
+int ChannelsOf(const py::array& samples, std::optional<int> channels);
+// "(480, 640)": an array's shape as NumPy prints it.
+std::string ShapeText(const py::array& array);
+std::string DtypeName(const py::array& array);
+// Samples of an int16 or float32 array as a new audio object (copied); channels as
+// ChannelsOf found them.
 PyAudio CreateAudio(LMXAllocator* allocator, const py::array& samples, int rate, int channels);
 // The samples of an audio object in `format` (0: as held), shaped (frames, channels).
 py::array AudioToNumpy(LMXAudioObject* audio, int32_t format);
