@@ -109,6 +109,12 @@ class PyAudioConverter {
     return Spread(out, outChannels);
   }
 
+  std::string Repr() const {
+    if (!stream_.Get()) return "<lmxcore.AudioConverter, no stream>";
+    return "<lmxcore.AudioConverter, stream " + std::to_string(last_.inRate) + " -> " + std::to_string(last_.outRate) +
+           " Hz, " + std::to_string(fedFrames_) + " frames fed>";
+  }
+
   // The samples still held back by the stream, and a fresh start for the next one.
   // The stream's whole output has the length convert() gives the same signal.
   py::array Flush() {
@@ -155,7 +161,8 @@ void RegisterAudio(py::module_& module) {
            py::arg("out_channels") = 1, py::arg("channels") = py::none(),
            "The next chunk of this converter's stream; returns the output ready so far (the\n"
            "resampler holds the last 32 input frames back as look-ahead).")
-      .def("flush", &PyAudioConverter::Flush, "The held-back output of the stream; the next feed starts a new one.");
+      .def("flush", &PyAudioConverter::Flush, "The held-back output of the stream; the next feed starts a new one.")
+      .def("__repr__", &PyAudioConverter::Repr);
 }
 
 }  // namespace lmxpy

@@ -6,9 +6,11 @@
 #include <pybind11/stl.h>
 
 #include <optional>
+#include <set>
 #include <string>
 
 #include "library.h"
+#include "typed.h"
 
 namespace lmxpy {
 
@@ -20,12 +22,15 @@ struct PyAllocator {
   Ref<LMXAllocator> allocator;
 };
 
+class Lease;
+
 // An image object. `adopted` keeps the arrays whose memory the image uses alive; it
 // is declared first so that it outlives the image's last reference.
 struct PyImage {
   py::object adopted;
   Ref<Image> image;
   Image::ImageInfo info{};
+  std::set<Lease*> leases;  // acquisitions held by blocks (open, or ended with arrays out)
 };
 
 struct PyAudio {
@@ -36,6 +41,8 @@ struct PyAudio {
 // array (`channels`, if given, must match), else `channels` (default 1) interleaved
 // in a flat one. Raises TypeError / ValueError otherwise.
 int ChannelsOf(const py::array& samples, std::optional<int> channels);
+// The name of a pixel format ("BGR"), rotation bits ignored.
+std::string FormatName(int32_t format);
 // "(480, 640)": an array's shape as NumPy prints it.
 std::string ShapeText(const py::array& array);
 std::string DtypeName(const py::array& array);

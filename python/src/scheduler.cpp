@@ -21,6 +21,7 @@
 #include "errors.h"
 #include "lmxscheduler.h"
 #include "library.h"
+#include "typed.h"
 
 namespace lmxpy {
 
@@ -391,7 +392,9 @@ struct PyScheduler {
 
 void RegisterScheduler(py::module_& module) {
   py::class_<PySyncPoint>(module, "SyncPoint", "Stands for an operation's outputs; wait for it or signal it.")
-      .def("wait", &PySyncPoint::Wait, py::arg("timeout") = py::none(),
+      .def("wait", [](PySyncPoint& self, Typed<TimeoutType> timeout) {
+            return Typed<StatusType>{self.Wait(timeout.object)};
+          }, py::arg("timeout") = py::none(),
            "Waits up to timeout seconds (None: until signalled) and returns the signalled status;\n"
            "raises LmxError for a failing one (EXEC_TIMEOUT when the time ran out). Ctrl-C\n"
            "interrupts the wait.")
@@ -401,7 +404,7 @@ void RegisterScheduler(py::module_& module) {
           }, py::arg("status") = 0, "Records the status and wakes every waiter.")
       .def("output_status", [](PySyncPoint& self, py::object output) {
             self.Core().RequireOpen();
-            return StatusObject(self.handle->syncPoint->QueryOutputStatus(output.ptr()));
+            return Typed<StatusType>{StatusObject(self.handle->syncPoint->QueryOutputStatus(output.ptr()))};
           }, py::arg("output"), "The status of one output: its recorded error, else the signalled status.")
       .def("__repr__", [](PySyncPoint& self) {
             const Status sts = self.Core().closed ? LMX_STATUS_HANDLE_INVALID : self.handle->syncPoint->Synchronize(0);
@@ -415,21 +418,26 @@ void RegisterScheduler(py::module_& module) {
                           "compared by identity and kept alive while the scheduler may still refer to them\n"
                           "(pending, failed, or named by a task or a SyncPoint).")
       .def(py::init<>())
-      .def("submit", [](PyScheduler& self, py::object function, py::handle outputs) {
-            return self.Hand(std::move(function), nullptr, outputs);
+      .def("submit", [](PyScheduler& self, Typed<TaskType> function, Typed<KeysType> outputs) {
+            return Typed<SyncPointOrNone>{self.Hand(std::move(function.object), nullptr, outputs.object)};
           }, py::arg("function"), py::arg("outputs") = py::tuple(),
            "Runs function() on a worker. With outputs, they are pending until it returns and\n"
            "a SyncPoint for them is returned; they complete with 0 (or the int it returns),\n"
            "or fail with EXEC_ABORTED if it raises (the exception is logged).")
-      .def("request_inputs", [](PyScheduler& self, py::handle inputs, py::object function, py::handle outputs) {
-            return self.Hand(std::move(function), &inputs, outputs);
+      .def("request_inputs", [](PyScheduler& self, Typed<KeysType> inputs, Typed<StatusTaskType> function,
+                                Typed<KeysType> outputs) {
+            const py::handle consumed = inputs.object;
+            return Typed<SyncPointOrNone>{self.Hand(std::move(function.object), &consumed, outputs.object)};
           }, py::arg("inputs"), py::arg("function"), py::arg("outputs") = py::tuple(),
            "Calls function(status) on a worker once every input is done, at once with an\n"
            "input's error if one fails. Outputs work as in submit; an input's error is\n"
            "passed on to them unless function returns an int.")
-      .def("mark_outputs", &PyScheduler::MarkOutputs, py::arg("outputs"), py::arg("status"),
+      .def("mark_outputs", [](PyScheduler& self, Typed<KeysType> outputs, int32_t status) {
+            self.MarkOutputs(outputs.object, status);
+          }, py::arg("outputs"), py::arg("status"),
            "Status.EXEC_INPROGRESS declares the outputs pending; any other status completes them.")
-      .def("sync_point", &PyScheduler::SyncPoint, py::arg("outputs") = py::tuple(),
+      .def("sync_point", [](PyScheduler& self, Typed<KeysType> outputs) { return self.SyncPoint(outputs.object); },
+           py::arg("outputs") = py::tuple(),
            "A new SyncPoint carrying the outputs, signalled by its signal(). One dropped before\n"
            "it was signalled is kept until the scheduler closes, then fails with EXEC_ABORTED.")
       .def("close", [](PyScheduler& self) { self.core->Close(); },
