@@ -7,6 +7,8 @@ from typing import Any, Callable, Iterable, Iterator, Optional, Tuple, Union
 import numpy as np
 import numpy.typing as npt
 
+__version__: str
+
 Planes = Union[np.ndarray, Tuple[np.ndarray, np.ndarray]]
 
 class Status(enum.IntEnum):
@@ -69,16 +71,20 @@ class Allocator:
     """The library's allocator service: creates images and audio objects."""
     def __init__(self) -> None: ...
     def image(self, width: int, height: int, format: Format) -> Image:
-        """A new image of width x height pixels whose native format is `format`."""
-    def audio(self, samples: npt.NDArray[Any], rate: int, channels: int = 1) -> Audio:
-        """A new audio object holding a copy of int16 or float32 interleaved samples."""
+        """A new image of width x height pixels (at least 1 each) whose native format is `format`."""
+    def audio(self, samples: npt.NDArray[Any], rate: int, channels: Optional[int] = None) -> Audio:
+        """A new audio object holding a copy of int16 or float32 samples: (frames, channels),
+        or flat with `channels` interleaved (default 1)."""
+
+class PlaneArray(np.ndarray):
+    """A NumPy array over the planes of an image, handed out by a `with` block. Once its
+    block has ended, it and every view derived from it raise ValueError on any use."""
 
 class ImageAccess:
     """The acquisition of an image in one format, for a `with` block.
 
-    Entering returns NumPy arrays over the planes (NV12: a (Y, UV) tuple); leaving revokes
-    them (they become empty and read-only) and ends the acquisition once no view derived
-    from them is left."""
+    Entering returns PlaneArrays over the planes (NV12: a (Y, UV) tuple). Leaving ends the
+    acquisition; from then on those arrays and their views raise ValueError on use."""
     def __enter__(self) -> Planes: ...
     def __exit__(self, kind: Optional[type], value: Optional[BaseException],
                  traceback: Optional[TracebackType]) -> None: ...
@@ -95,12 +101,12 @@ class Image:
     @property
     def format(self) -> Format:
         """The native format."""
-    def read(self, format: Format = ..., rotate: int = 0) -> ImageAccess:
-        """Read access in `format` (0: native), rotated by 0, 90, 180 or 270 degrees."""
-    def write(self, format: Format = ...) -> ImageAccess:
-        """Write access in `format` (0: native); leaving the block makes other formats stale."""
-    def to_numpy(self, format: Format = ..., rotate: int = 0) -> Planes:
-        """A copy of the image in `format` (NV12: a (Y, UV) tuple)."""
+    def read(self, format: Optional[Format] = None, rotate: int = 0) -> ImageAccess:
+        """Read access in `format` (None: native), rotated by 0, 90, 180 or 270 degrees."""
+    def write(self, format: Optional[Format] = None) -> ImageAccess:
+        """Write access in `format` (None: native); leaving the block makes other formats stale."""
+    def to_numpy(self, format: Optional[Format] = None, rotate: int = 0) -> Planes:
+        """A copy of the image in `format` (None: native; NV12: a (Y, UV) tuple)."""
     @staticmethod
     def from_numpy(array: Planes, format: Format, *, adopt: bool = False,
                    allocator: Optional[Allocator] = None) -> Image:
@@ -109,7 +115,10 @@ class Image:
     def metadata(self) -> Metadata:
         """The image's metadata store."""
     depth_scale: float
-    """Millimetres per DEPTH unit (metadata DEPTH_SCALE)."""
+    """Millimetres per DEPTH unit (metadata DEPTH_SCALE): a power of two such as 1, 0.5 or
+    0.125, refused otherwise. DEPTH <-> DEPTH_NATIVE shift by its power of two,
+    DEPTH_NATIVE <-> DEPTH_FLOAT multiply by it; unset, DEPTH -> DEPTH_FLOAT widens the
+    values as they are. Reading it unset raises LmxError (ITEM_UNAVAILABLE)."""
 
 class Metadata:
     """An object's metadata store: identifier -> bytes. Setting a float or an int stores 4
@@ -136,10 +145,11 @@ class AudioConverter:
     """The library's audio converter: mixes to mono and resamples to 16-bit PCM."""
     def __init__(self) -> None: ...
     def convert(self, samples: np.ndarray, in_rate: int, out_rate: int, out_channels: int = 1,
-                channels: int = 1) -> npt.NDArray[np.int16]:
-        """The whole signal at out_rate; independent of any stream."""
+                channels: Optional[int] = None) -> npt.NDArray[np.int16]:
+        """The whole signal at out_rate, round(frames * out_rate / in_rate) frames; samples are
+        (frames, channels) or flat with `channels` interleaved. Independent of any stream."""
     def feed(self, samples: np.ndarray, in_rate: int, out_rate: int, out_channels: int = 1,
-             channels: int = 1) -> npt.NDArray[np.int16]:
+             channels: Optional[int] = None) -> npt.NDArray[np.int16]:
         """The next chunk of this converter's stream; returns the output ready so far."""
     def flush(self) -> npt.NDArray[np.int16]:
         """The held-back output of the stream; the next feed starts a new one."""
@@ -147,12 +157,14 @@ class AudioConverter:
 class SyncPoint:
     """Stands for an operation's outputs; wait for it or signal it."""
     def wait(self, timeout: Optional[float] = None) -> Status:
-        """Waits up to timeout seconds; raises LmxError for a failing status."""
+        """Waits up to timeout seconds (None: until signalled); raises LmxError for a failing
+        status. Ctrl-C interrupts it."""
     def signal(self, status: int = 0) -> None: ...
     def output_status(self, output: object) -> Union[Status, int]: ...
 
 class Scheduler:
-    """The library's task scheduler with its worker pool; data keys are Python objects."""
+    """The library's task scheduler with its worker pool; data keys are Python objects, kept
+    alive while the scheduler may still refer to them."""
     def __init__(self) -> None: ...
     def submit(self, function: Callable[[], Optional[int]], outputs: Iterable[object] = ()) -> Optional[SyncPoint]:
         """Runs function() on a worker; with outputs returns a SyncPoint for them."""
@@ -160,6 +172,7 @@ class Scheduler:
                        outputs: Iterable[object] = ()) -> Optional[SyncPoint]:
         """Calls function(status) on a worker once every input is done."""
     def mark_outputs(self, outputs: Iterable[object], status: int) -> None: ...
-    def sync_point(self, outputs: Iterable[object] = ()) -> SyncPoint: ...
+    def sync_point(self, outputs: Iterable[object] = ()) -> SyncPoint:
+        """A new SyncPoint; one dropped unsignalled is kept until close(), then fails."""
     def close(self) -> None:
-        """Runs the queued tasks, then ends the scheduler."""
+        """Runs the queued tasks, then ends the scheduler; what never ran fails with EXEC_ABORTED."""

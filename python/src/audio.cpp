@@ -2,6 +2,9 @@
 // that keeps the resampler's state between chunks.
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <optional>
 
 #include "errors.h"
 #include "image.h"
@@ -52,8 +55,24 @@ py::array Concatenate(const py::array& first, const py::array& second) {
 }
 
 void CheckRates(int inRate, int outRate, int outChannels) {
-  if (inRate <= 0 || outRate <= 0) Raise(LMX_STATUS_PARAM_UNSUPPORTED, "sample rates must be positive");
-  if (outChannels < 1) Raise(LMX_STATUS_PARAM_UNSUPPORTED, "out_channels must be at least 1");
+  if (inRate <= 0 || outRate <= 0)
+    RaiseValue("expected positive sample rates, got in_rate=" + std::to_string(inRate) +
+               ", out_rate=" + std::to_string(outRate));
+  if (outChannels < 1) RaiseValue("expected out_channels of at least 1, got " + std::to_string(outChannels));
+}
+
+// The output length of `frames` input frames: the input's duration at the output
+// rate, rounded to the nearest sample (half up). The resampler itself emits every
+// output whose instant its look-ahead reaches, which overshoots by up to two.
+int64_t OutputFrames(int64_t frames, int inRate, int outRate) {
+  return (frames * outRate + inRate / 2) / inRate;
+}
+
+// `samples` cut or padded with silence to `length` frames.
+py::array Fit(const py::array& samples, int64_t length) {
+  const int64_t have = samples.shape(0);
+  if (have >= length) return samples[py::slice(0, static_cast<ssize_t>(length), 1)].cast<py::array>();
+  return Concatenate(samples, py::module_::import("numpy").attr("zeros")(length - have, samples.dtype()));
 }
 
 }  // namespace
@@ -61,31 +80,51 @@ void CheckRates(int inRate, int outRate, int outChannels) {
 // A converter serves one stream: feed() its chunks in order, flush() at the end.
 class PyAudioConverter {
  public:
-  py::array Convert(const py::array& samples, int inRate, int outRate, int outChannels, int channels) {
+  py::array Convert(const py::array& samples, int inRate, int outRate, int outChannels,
+                    std::optional<int> channelsGiven) {
     CheckRates(inRate, outRate, outChannels);
+    const int channels = ChannelsOf(samples, channelsGiven);
     Ref<LMXAudioConversion> converter = NewConverter();
     py::array out = ConvertChunk(converter.Get(), samples, inRate, outRate, channels);
     if (Resamples(inRate, outRate, channels))
       out = Concatenate(out, ConvertChunk(converter.Get(), Silence(samples, channels), inRate, outRate, channels));
+    return Spread(Fit(out, OutputFrames(samples.size() / channels, inRate, outRate)), outChannels);
+  }
+
+  py::array Feed(const py::array& samples, int inRate, int outRate, int outChannels,
+                 std::optional<int> channelsGiven) {
+    CheckRates(inRate, outRate, outChannels);
+    const int channels = ChannelsOf(samples, channelsGiven);
+    if (stream_.Get() && (last_.inRate != inRate || last_.outRate != outRate || last_.channels != channels))
+      RaiseValue("a stream keeps its rates and channels; flush() before feeding another");
+    if (!stream_.Get()) {
+      stream_ = NewConverter();
+      fedFrames_ = emitted_ = 0;
+    }
+    last_ = {inRate, outRate, outChannels, channels};
+    silence_ = Silence(samples, channels);
+    py::array out = ConvertChunk(stream_.Get(), samples, inRate, outRate, channels);
+    fedFrames_ += samples.size() / channels;
+    emitted_ += out.shape(0);
     return Spread(out, outChannels);
   }
 
-  py::array Feed(const py::array& samples, int inRate, int outRate, int outChannels, int channels) {
-    CheckRates(inRate, outRate, outChannels);
-    if (!stream_.Get()) stream_ = NewConverter();
-    last_ = {inRate, outRate, outChannels, channels};
-    silence_ = Silence(samples, channels);
-    return Spread(ConvertChunk(stream_.Get(), samples, inRate, outRate, channels), outChannels);
+  std::string Repr() const {
+    if (!stream_.Get()) return "<lmxcore.AudioConverter, no stream>";
+    return "<lmxcore.AudioConverter, stream " + std::to_string(last_.inRate) + " -> " + std::to_string(last_.outRate) +
+           " Hz, " + std::to_string(fedFrames_) + " frames fed>";
   }
 
   // The samples still held back by the stream, and a fresh start for the next one.
+  // The stream's whole output has the length convert() gives the same signal.
   py::array Flush() {
-    py::array rest;
-    if (stream_.Get() && Resamples(last_.inRate, last_.outRate, last_.channels))
-      rest = Spread(ConvertChunk(stream_.Get(), silence_, last_.inRate, last_.outRate, last_.channels),
-                    last_.outChannels);
-    else
-      rest = py::array_t<int16_t>(0);
+    py::array rest = py::array_t<int16_t>(0);
+    if (stream_.Get()) {
+      if (Resamples(last_.inRate, last_.outRate, last_.channels))
+        rest = ConvertChunk(stream_.Get(), silence_, last_.inRate, last_.outRate, last_.channels);
+      const int64_t wanted = OutputFrames(fedFrames_, last_.inRate, last_.outRate) - emitted_;
+      rest = Spread(Fit(rest, wanted < 0 ? 0 : wanted), last_.outChannels);
+    }
     stream_.Reset();
     return rest;
   }
@@ -103,6 +142,8 @@ class PyAudioConverter {
 
   Ref<LMXAudioConversion> stream_;
   Rates last_;
+  int64_t fedFrames_ = 0;  // input frames of the stream so far
+  int64_t emitted_ = 0;    // output frames returned by feed()
   py::array silence_;
 };
 
@@ -111,14 +152,17 @@ void RegisterAudio(py::module_& module) {
                                "The library's audio converter: mixes to mono and resamples to 16-bit PCM.")
       .def(py::init<>())
       .def("convert", &PyAudioConverter::Convert, py::arg("samples"), py::arg("in_rate"), py::arg("out_rate"),
-           py::arg("out_channels") = 1, py::arg("channels") = 1,
-           "The whole signal (int16 or float32, `channels` interleaved) at out_rate, as int16,\n"
-           "(frames,) or (frames, out_channels). Independent of any stream.")
+           py::arg("out_channels") = 1, py::arg("channels") = py::none(),
+           "The whole signal at out_rate, mixed to mono, as int16 (frames,) or (frames, out_channels).\n"
+           "samples: int16 or float32, (frames, channels), or flat with `channels` interleaved\n"
+           "(default 1). The output has the input's duration: round(frames * out_rate / in_rate)\n"
+           "frames. Independent of any stream.")
       .def("feed", &PyAudioConverter::Feed, py::arg("samples"), py::arg("in_rate"), py::arg("out_rate"),
-           py::arg("out_channels") = 1, py::arg("channels") = 1,
+           py::arg("out_channels") = 1, py::arg("channels") = py::none(),
            "The next chunk of this converter's stream; returns the output ready so far (the\n"
            "resampler holds the last 32 input frames back as look-ahead).")
-      .def("flush", &PyAudioConverter::Flush, "The held-back output of the stream; the next feed starts a new one.");
+      .def("flush", &PyAudioConverter::Flush, "The held-back output of the stream; the next feed starts a new one.")
+      .def("__repr__", &PyAudioConverter::Repr);
 }
 
 }  // namespace lmxpy

@@ -67,6 +67,21 @@ py::object StatusObject(Status sts) {
   return py::int_(static_cast<int>(sts));
 }
 
+std::string TypeName(py::handle object) {
+  return py::str(py::type::handle_of(object).attr("__qualname__"));
+}
+
+int64_t TimeoutMs(py::handle timeout) {
+  if (timeout.is_none()) return -1;
+  if (py::isinstance<py::bool_>(timeout) || !(py::isinstance<py::float_>(timeout) || py::isinstance<py::int_>(timeout)))
+    RaiseType("expected a timeout in seconds (a number, or None to wait until signalled), got " + TypeName(timeout));
+  const double seconds = timeout.cast<double>();
+  if (!(seconds >= 0) || seconds > 1e9)
+    RaiseValue("expected a timeout of 0 to 1e9 seconds, or None to wait until signalled, got " +
+               std::string(py::str(timeout)));
+  return static_cast<int64_t>(seconds * 1000.0 + 0.5);
+}
+
 void Raise(Status sts, const std::string& what) {
   py::object error = ErrorType()(StatusObject(sts), StatusText(sts), what);
   PyErr_SetObject(ErrorType().ptr(), error.ptr());

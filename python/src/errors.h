@@ -30,6 +30,15 @@ inline Status Check(Status sts, const char* what) {
 // The lmxcore.Status member of a value, or the plain int for an unknown one.
 py::object StatusObject(Status sts);
 
+// Misuse that never reaches the library: TypeError for an argument of the wrong
+// type, ValueError for a wrong value. Messages say what was expected.
+[[noreturn]] inline void RaiseType(const std::string& message) { throw py::type_error(message); }
+[[noreturn]] inline void RaiseValue(const std::string& message) { throw py::value_error(message); }
+// The name of an object's type, for messages ("got str").
+std::string TypeName(py::handle object);
+// A timeout in seconds (None: forever) as milliseconds (-1: forever); refuses other types.
+int64_t TimeoutMs(py::handle timeout);
+
 // Defines LmxError and the Status enumeration in the module.
 void RegisterErrors(py::module_& module);
 

@@ -1,14 +1,15 @@
 // image_views.h: NumPy arrays over acquired image planes.
 //
-// An acquisition is held by a lease. Every array made over its planes has the same
-// base object, an empty array that owns the lease, and NumPy gives every view derived
-// from those arrays that base too: the planes stay acquired, never freed, while any
-// array can reach them. When the `with` block ends, the arrays handed to it are
-// revoked in place: they become empty and read-only and stop pointing at the planes,
-// so indexing them raises (IndexError; writing: ValueError) and nothing reads the
-// planes through them; the acquisition ends as soon as no derived view is left. An
-// array whose buffer was exported (memoryview, np.frombuffer) is not revoked, since
-// the export may still point at the planes: it keeps the acquisition instead.
+// An acquisition is held by a lease. The arrays a block hands out are
+// lmxcore.PlaneArray, an ndarray subclass, whose base is one empty array that owns
+// the lease; views derived from them are PlaneArrays too and refer to them. When
+// the block ends the lease is revoked: every method, ufunc and NumPy function on
+// those arrays and their derived views checks it first and raises ValueError, so
+// nothing of NumPy's own array record is changed. The acquisition then ends at
+// once, unless a plain array made inside the block (np.asarray, whose base is the
+// lease array) or a lent buffer (memoryview) still reaches the planes: it then lasts
+// until they are gone, and a conflicting acquisition settles it first. The image,
+// and with it the plane memory, lives as long as any array can reach it.
 #pragma once
 
 #include <pybind11/numpy.h>
@@ -17,6 +18,7 @@
 #include <vector>
 
 #include "image.h"
+#include "typed.h"
 
 namespace lmxpy {
 
@@ -36,6 +38,7 @@ class ImageAccess {
   void Exit();
   // The plane addresses of the current acquisition (empty outside the block).
   py::tuple Pointers() const;
+  std::string Repr() const;
 
  private:
   py::object owner_;  // the Python Image
@@ -47,6 +50,9 @@ class ImageAccess {
   py::object lease_;
   py::object arrays_;
 };
+
+// Ends the acquisitions of ended blocks whose plain arrays are gone.
+void SettleLeases(PyImage& image);
 
 // A copy of the image in `format`, rotated by `rotate` degrees.
 py::object CopyToNumpy(py::object owner, int32_t format, int rotate);

@@ -18,4 +18,5 @@ PYBIND11_MODULE(lmxcore, module) {
   lmxpy::RegisterImages(module);
   lmxpy::RegisterAudio(module);
   lmxpy::RegisterScheduler(module);
+  module.attr("__version__") = LMX_PY_VERSION;
 }
