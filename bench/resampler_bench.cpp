@@ -37,6 +37,7 @@
 #include "lmxallocator.h"
 #include "module_factories.h"
 
+using namespace lmx::dsp;
 using lmx::BaseAudio;
 using lmx::AudioConverter;
 using lmx::CreateAllocator;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <memory>
 #include <random>
 #include <tuple>
 #include <vector>
@@ -11,26 +12,34 @@
 #include "cpu/cpu_features.h"
 #include "dsp/resampler.h"
 
+using namespace lmx::dsp;
+
 namespace {
 
 constexpr int32_t kTaps = 64;
 constexpr int32_t kHalf = kTaps / 2;
 constexpr double kPi = 3.14159265358979323846;
 
+// A set-up state, released with its bank reference.
+using State = std::unique_ptr<uint8_t[], decltype([](uint8_t* s) {
+                                vkpsResamplePolyphaseFixedRelease_16s(s);
+                                delete[] s;
+                              })>;
+
 // The set-up takes the variant of the active audio table, which `features` masks.
-std::vector<uint8_t> MakeState(int32_t inRate, int32_t outRate, uint32_t features = lmx::kCpuAllFeatures) {
+State MakeState(int32_t inRate, int32_t outRate, uint32_t features = lmx::kCpuAllFeatures) {
   lmx::ScopedCpuFeatureMask mask(features);
   int32_t size = 0, len = 0, num = 0;
   EXPECT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(inRate, outRate, kTaps, &size, &len, &num, vkpAlgHintAccurate), kVkpOk);
-  std::vector<uint8_t> state(size);
-  EXPECT_EQ(vkpsResamplePolyphaseFixedInit_16s(inRate, outRate, kTaps, 0.95f, 9.0f, state.data(), vkpAlgHintAccurate),
+  State state(new uint8_t[size]);
+  EXPECT_EQ(vkpsResamplePolyphaseFixedInit_16s(inRate, outRate, kTaps, 0.95f, 9.0f, state.get(), vkpAlgHintAccurate),
             kVkpOk);
   return state;
 }
 
 // Runs the whole signal in one call, after kHalf samples of silence, holding back
 // the last kHalf samples as look-ahead (as a streaming caller does).
-std::vector<int16_t> Resample(std::vector<uint8_t>& state, const std::vector<int16_t>& signal, int32_t inRate,
+std::vector<int16_t> Resample(State& state, const std::vector<int16_t>& signal, int32_t inRate,
                               int32_t outRate) {
   std::vector<int16_t> in(kHalf, 0);
   in.insert(in.end(), signal.begin(), signal.end());
@@ -38,7 +47,7 @@ std::vector<int16_t> Resample(std::vector<uint8_t>& state, const std::vector<int
   double time = kHalf;
   int32_t outLen = 0;
   EXPECT_EQ(vkpsResamplePolyphaseFixed_16s(in.data(), static_cast<int32_t>(signal.size()) - kHalf, out.data(), 0.98f,
-                                           &time, &outLen, state.data()),
+                                           &time, &outLen, state.get()),
             kVkpOk);
   out.resize(outLen);
   return out;

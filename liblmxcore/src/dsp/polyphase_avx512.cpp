@@ -13,6 +13,7 @@
 #if defined(__x86_64__) || defined(_M_X64)
 
 #include "dsp/polyphase_body.h"
+#include "dsp/polyphase_lanes.h"
 
 namespace lmx {
 namespace {
@@ -91,6 +92,25 @@ void RunLanes(const FloatPolyphaseBank& bank, const float* x, int64_t position, 
   }
 }
 
+// Sixteen lanes in one register.
+struct Lanes512 {
+  using Acc = __m512;
+  static LMX_INLINE __m512 Zero() { return _mm512_setzero_ps(); }
+  static LMX_INLINE __m512 Load(const float* v) { return _mm512_load_ps(v); }
+  static LMX_INLINE __m512 Fma(__m512 t, float x, __m512 acc) { return _mm512_fmadd_ps(t, _mm512_set1_ps(x), acc); }
+  // Stores lanes from..to-1 at out.
+  static LMX_INLINE void Store(__m512 acc, float gain, int16_t* out, int from, int to) {
+    const __m256i words = ToPcm16(acc, gain);
+    if (from == 0) {
+      _mm256_mask_storeu_epi16(out, static_cast<__mmask16>((1u << to) - 1u), words);
+      return;
+    }
+    alignas(32) int16_t staged[kLanes];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(staged), words);
+    std::memcpy(out, staged + from, static_cast<size_t>(to - from) * sizeof(int16_t));
+  }
+};
+
 #undef LMX_INLINE
 
 }  // namespace
@@ -106,6 +126,11 @@ void PolyphaseBlock_AVX512(const FloatPolyphaseBank& bank, const float* x, int64
     }
   }
   RunPolyphaseBlock<true>(bank, x, position, count, gain, out);
+}
+
+void PolyphaseLanes_AVX512(const LanesPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
+                           float gain, int16_t* out) {
+  RunLanes<Lanes512>(bank, x, position, count, gain, out);
 }
 
 }  // namespace lmx
