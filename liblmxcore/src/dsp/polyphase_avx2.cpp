@@ -16,6 +16,7 @@ struct Lanes256 {
   struct Acc {
     __m256 low, high;
   };
+  static constexpr int kChains = 4;
   static Acc Zero() { return {_mm256_setzero_ps(), _mm256_setzero_ps()}; }
   static Acc Load(const float* v) { return {_mm256_load_ps(v), _mm256_load_ps(v + 8)}; }
   static Acc Fma(Acc t, float x, Acc acc) {

@@ -95,6 +95,7 @@ void RunLanes(const FloatPolyphaseBank& bank, const float* x, int64_t position, 
 // Sixteen lanes in one register.
 struct Lanes512 {
   using Acc = __m512;
+  static constexpr int kChains = 8;
   static LMX_INLINE __m512 Zero() { return _mm512_setzero_ps(); }
   static LMX_INLINE __m512 Load(const float* v) { return _mm512_load_ps(v); }
   static LMX_INLINE __m512 Fma(__m512 t, float x, __m512 acc) { return _mm512_fmadd_ps(t, _mm512_set1_ps(x), acc); }
