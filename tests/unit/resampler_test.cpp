@@ -6,11 +6,13 @@
 #include <cmath>
 #include <memory>
 #include <random>
+#include <thread>
 #include <tuple>
 #include <vector>
 
 #include "cpu/cpu_features.h"
 #include "dsp/resampler.h"
+#include "dsp/resampler_bank.h"
 
 using namespace lmx::dsp;
 
@@ -132,10 +134,12 @@ std::vector<uint32_t> Variants() {
   return variants;
 }
 
-// Rate pairs that reach each shape of the fast path: one phase, up-sampling by a
-// whole factor (2, 3, 4, 6 phases sharing windows) and many phases.
+// Rate pairs that reach each shape of the fast path: outputs in lanes with one
+// phase, whole factors up, many phases (160: whole groups; 147 and 441: a partial
+// last group), and the per-output block where lanes do not pay (48000 -> 8000).
 const std::pair<int32_t, int32_t> kRatePairs[] = {{48000, 16000}, {44100, 48000}, {16000, 48000}, {44100, 16000},
-                                                  {8000, 44100},  {8000, 16000},  {16000, 64000}, {8000, 48000}};
+                                                  {8000, 44100},  {8000, 16000},  {16000, 64000}, {8000, 48000},
+                                                  {48000, 44100}, {48000, 8000}};
 
 // The fast path rounds the taps to float and sums in another order: an output may
 // differ from the double reference by 1, never more, and only rarely (an error in
@@ -166,4 +170,25 @@ TEST(Resampler, FastVariantStaysWithinOneOfTheReference) {
       }
     }
   }
+}
+
+// One bank per filter, shared: asked again it is the same; another filter with the
+// same phases is not served from it; threads designing at once each get theirs,
+// and the cache keeps its bound while a state's bank outlives its eviction.
+TEST(Resampler, BanksAreSharedPerFilterInABoundedCache) {
+  const BankSpec spec{160, 147, kTaps, 0.95f, 9.0f}, samePhases{160, 441, kTaps, 0.95f, 9.0f};
+  const auto bank = SharedBank(spec);
+  EXPECT_EQ(SharedBank(spec), bank);
+  EXPECT_EQ(SharedBank(samePhases)->Spec(), samePhases);
+  std::vector<std::thread> threads;
+  for (int32_t t = 0; t < 4; ++t)
+    threads.emplace_back([t] {
+      for (int32_t step = 2; step < 10; ++step) {
+        const BankSpec other{1, step, 8, 0.5f + 0.1f * static_cast<float>(t), 5.0f};
+        EXPECT_EQ(SharedBank(other)->Spec(), other);
+      }
+    });
+  for (auto& thread : threads) thread.join();
+  EXPECT_LE(CachedBankCount(), kCachedBanks);
+  EXPECT_EQ(bank->Spec(), spec);
 }
