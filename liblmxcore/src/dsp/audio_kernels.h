@@ -33,8 +33,8 @@
 // AVX2 body (and the AVX-512 body, except below) accumulates each output in eight
 // lanes (tap k in lane k % 8, in ascending k) reduced as
 // ((l0+l1)+(l2+l3)) + ((l4+l5)+(l6+l7)); for up-sampling by 2, 3 or 4 (step 1) the
-// AVX-512 body sums the even and the odd taps in two chains, in ascending order,
-// and adds the two. The error stays far below one output step (a few hundredths
+// AVX-512 body sums the taps in one chain in ascending order, as the lanes bodies
+// below do. The error stays far below one output step (a few hundredths
 // at full scale), so an output differs from the reference by at most 1, where the
 // exact value lies near a rounding boundary. Each output is computed the same way
 // whichever other outputs it is grouped with, so the results do not depend on how
@@ -80,6 +80,8 @@ using PolyphaseBlockFn = void (*)(const FloatPolyphaseBank& bank, const float* x
 inline constexpr int32_t kLanes = 16;
 struct LanesPolyphaseBank {
   const float* taps;         // 64-byte aligned
+  const float* rows;         // the FloatPolyphaseBank's taps: `phases` rows of `length`
+  int32_t length;
   const int32_t* offsets;    // per group
   int32_t groups;
   int32_t vectors;           // per group

@@ -142,6 +142,8 @@ void ResamplerBank::LayOutLanes() {
   }
   const int64_t spread = (static_cast<int64_t>(kLanes - 1) * spec.step + spec.phases - 1) / spec.phases;
   lanes = {laneTaps.get(),
+           floats.get(),
+           spec.length,
            laneOffsets.data(),
            static_cast<int32_t>(shape.groups),
            static_cast<int32_t>(shape.vectors),
