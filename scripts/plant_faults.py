@@ -149,6 +149,16 @@ FAULTS = [
      "converter preset: filter history halved"),
     ("A06", "liblmxcore/src/dsp/audio_kernels_c.cpp", "dst[f] = static_cast<int16_t>(static_cast<int32_t>(sum) / channels);",
      "dst[f] = static_cast<int16_t>(static_cast<int32_t>(sum) / (channels + 1));", "N-channel mix divides by N + 1"),
+    ("A07", "liblmxcore/src/dsp/polyphase_lanes.h",
+     "const int64_t first = (position % phases) * bank.stepInverse % phases;",
+     "const int64_t first = (position % phases) % phases;",
+     "resampler lanes: a call's first output placed by its phase instead of its index in the period"),
+    ("A08", "liblmxcore/src/dsp/resampler_bank.cpp", "[&](const auto& e) { return e->Spec() == spec; }",
+     "[&](const auto& e) { return e->Spec().phases == spec.phases; }",
+     "bank cache: a filter with the same phases served another filter's bank"),
+    ("A09", "liblmxcore/src/dsp/polyphase_lanes.h", "x + (base + r * bank.inputs + bank.offsets[g + k]);",
+     "x + (base + r * bank.inputs + bank.offsets[g]);",
+     "resampler lanes: the second of two groups computed reads the first group's samples"),
 ]
 
 

@@ -15,6 +15,7 @@
 namespace lmx {
 
 using namespace Norvik::Lumetra;
+using namespace lmx::dsp;
 using Norvik::Lumetra::Service::DLLExportTable;
 
 namespace {
@@ -40,6 +41,7 @@ AudioConverter::~AudioConverter() { FreeResampler(); }
 void AudioConverter::FreeResampler() {
   FreeSamples(inBuf);
   FreeSamples(outBuf);
+  vkpsResamplePolyphaseFixedRelease_16s(state);
   std::free(state);
   inBuf = outBuf = nullptr;
   state = nullptr;

@@ -33,8 +33,8 @@
 // AVX2 body (and the AVX-512 body, except below) accumulates each output in eight
 // lanes (tap k in lane k % 8, in ascending k) reduced as
 // ((l0+l1)+(l2+l3)) + ((l4+l5)+(l6+l7)); for up-sampling by 2, 3 or 4 (step 1) the
-// AVX-512 body sums the even and the odd taps in two chains, in ascending order,
-// and adds the two. The error stays far below one output step (a few hundredths
+// AVX-512 body sums the taps in one chain in ascending order, as the lanes bodies
+// below do. The error stays far below one output step (a few hundredths
 // at full scale), so an output differs from the reference by at most 1, where the
 // exact value lies near a rounding boundary. Each output is computed the same way
 // whichever other outputs it is grouped with, so the results do not depend on how
@@ -68,12 +68,46 @@ struct FloatPolyphaseBank {
 using PolyphaseBlockFn = void (*)(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
                                   float gain, int16_t* out);
 
+// The same bank laid out with outputs in lanes. A super period is `outputs`
+// consecutive outputs (a whole number of periods of `phases` outputs) spanning
+// `inputs` input samples; its outputs fall into `groups` groups of kLanes, output
+// o of the super period in lane o % kLanes of group o / kLanes. Group g holds
+// `vectors` tap vectors of kLanes floats at taps + g * vectors * kLanes: lane j of
+// vector i is the tap that output o = g * kLanes + j applies to input sample
+// base + offsets[g] + i (base: the super period's first output's sample), zero
+// where output o has no tap there or lies past `outputs`. Super periods differ
+// only in base, which advances by `inputs`, so they share every vector.
+inline constexpr int32_t kLanes = 16;
+struct LanesPolyphaseBank {
+  const float* taps;         // 64-byte aligned
+  const float* rows;         // the FloatPolyphaseBank's taps: `phases` rows of `length`
+  int32_t length;
+  const int32_t* offsets;    // per group
+  int32_t groups;
+  int32_t vectors;           // per group
+  int32_t outputs;           // per super period
+  int32_t inputs;            // per super period
+  int32_t phases;            // L
+  int32_t step;              // M
+  int32_t stepInverse;       // M * stepInverse = 1 (mod L)
+  int32_t reach;             // samples a group reads beyond its wanted outputs' windows, each side
+};
+
+// Computes `count` outputs exactly as PolyphaseBlockFn does, each as one chain of
+// fused multiply-adds over its taps in ascending order (so the outputs do not
+// depend on how a stream is split, nor on the body). Reads x from `reach` samples
+// before the first output's window to `reach` after the last one's; those must be
+// finite (zeros will do).
+using PolyphaseLanesFn = void (*)(const LanesPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
+                                  float gain, int16_t* out);
+
 struct AudioKernelTable {
   FloatToPcm16Fn floatToPcm16;
   Pcm16ToFloatFn pcm16ToFloat;
   MixToMonoFn mixToMono;
-  InnerProductFn innerProduct;     // the resampler's double-precision reference
+  InnerProductFn innerProduct;      // the resampler's double-precision reference
   PolyphaseBlockFn polyphaseBlock;  // the resampler's fast path; null: use innerProduct
+  PolyphaseLanesFn polyphaseLanes;  // its outputs-in-lanes form, where the bank has one; null with polyphaseBlock
 };
 
 // The table for a feature set (kCpuHas* bits): starts from the scalar bodies and
@@ -102,6 +136,13 @@ void PolyphaseBlock_AVX2(const FloatPolyphaseBank& bank, const float* x, int64_t
 // identical to the AVX2 body's except for up-sampling by 2, 3 or 4 (see above).
 // Only call it when CpuFeatures() has kCpuHasAVX512BW as well.
 void PolyphaseBlock_AVX512(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
+                           float gain, int16_t* out);
+
+// Outputs-in-lanes bodies: 16 lanes in one register (AVX-512) or two (AVX2 + FMA);
+// identical outputs.
+void PolyphaseLanes_AVX2(const LanesPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
+                         float gain, int16_t* out);
+void PolyphaseLanes_AVX512(const LanesPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
                            float gain, int16_t* out);
 
 }  // namespace lmx

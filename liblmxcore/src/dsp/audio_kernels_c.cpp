@@ -50,14 +50,20 @@ double InnerProduct_C(const double* taps, const int16_t* x, int32_t count) {
 }
 
 AudioKernelTable SelectAudioKernels(uint32_t features) {
-  AudioKernelTable table{FloatToPcm16_C, Pcm16ToFloat_C, MixToMono_C, InnerProduct_C, nullptr};
+  AudioKernelTable table{FloatToPcm16_C, Pcm16ToFloat_C, MixToMono_C, InnerProduct_C, nullptr, nullptr};
 #if defined(__x86_64__) || defined(_M_X64)
   if (features & kCpuHasAVX2) {
     table.floatToPcm16 = FloatToPcm16_AVX2;
     table.pcm16ToFloat = Pcm16ToFloat_AVX2;
     table.mixToMono = MixToMono_AVX2;
-    if (features & kCpuHasFMA) table.polyphaseBlock = PolyphaseBlock_AVX2;
-    if ((features & kCpuHasFMA) && (features & kCpuHasAVX512BW)) table.polyphaseBlock = PolyphaseBlock_AVX512;
+    if (features & kCpuHasFMA) {
+      table.polyphaseBlock = PolyphaseBlock_AVX2;
+      table.polyphaseLanes = PolyphaseLanes_AVX2;
+    }
+    if ((features & kCpuHasFMA) && (features & kCpuHasAVX512BW)) {
+      table.polyphaseBlock = PolyphaseBlock_AVX512;
+      table.polyphaseLanes = PolyphaseLanes_AVX512;
+    }
   }
 #else
   (void)features;

@@ -1,35 +1,40 @@
-// Fixed-ratio polyphase resampler: filter design, state layout and the run loop.
+// Fixed-ratio polyphase resampler: parameter checks, state layout and the run loop.
 #include "dsp/resampler.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <numeric>
 
-#include "lmxchecked.h"
+#include "dsp/resampler_bank.h"
+
+namespace lmx::dsp {
 
 namespace {
 
 constexpr uint32_t kStateMagic = 0x52504F4Cu;
 constexpr int32_t kMinLength = 8;
 constexpr int32_t kMaxLength = 512;
-constexpr size_t kBankAlignment = 32;
 // Input samples converted to float at a time by the fast path (on the stack): a
-// whole pass of the audio converter (a block and the filter's reach).
+// whole pass of the audio converter (a block and the filter's reach), and room on
+// each side for the samples a lanes group reads beyond its outputs' windows.
 constexpr int32_t kFloatSpan = kConverterPresets.block + 2 * kConverterPresets.history;
+constexpr int32_t kMaxReach = kMaxLength;  // a layout reaching further is not worth it (resampler_bank.cpp)
 
-// The state's header; the bank of phases * taps doubles follows at the next
-// 32-byte boundary inside the state, then the same bank in float at the next one
-// (both found from the state's address each call, so the header holds no pointer
-// into itself).
+// The state's header: the bank is the shared one (resampler_bank.h), held through
+// a reference the state owns until released.
 struct ResamplerState {
   uint32_t magic;
   int32_t taps;    // filter length
   int32_t phases;  // L = outRate / g
   int32_t step;    // M = inRate / g: input advance per output, in 1/L samples
+  std::shared_ptr<const ResamplerBank>* bank;
   lmx::InnerProductFn innerProduct;
   lmx::PolyphaseBlockFn polyphaseBlock;  // null: the double path
+  lmx::PolyphaseLanesFn polyphaseLanes;  // null: polyphaseBlock
   lmx::Pcm16ToFloatFn pcm16ToFloat;
 };
 
@@ -47,63 +52,6 @@ VkpStatus CheckParameters(int32_t inRate, int32_t outRate, int32_t length, Ratio
   if (ratio->phases > kResamplerMaxPhases) return kVkpTooManyPhases;
   if (static_cast<int64_t>(inRate) > static_cast<int64_t>(length / 2) * outRate) return kVkpBadRatio;
   return kVkpOk;
-}
-
-size_t BankTaps(const Ratio& ratio, int32_t length) {
-  return static_cast<size_t>(ratio.phases) * static_cast<size_t>(length);
-}
-
-// The header, two alignment gaps and both banks. The limits keep it near 1.5 MiB;
-// it is checked all the same, since it becomes the caller's 32-bit size.
-Norvik::Lumetra::Checked StateSize(const Ratio& ratio, int32_t length) {
-  using Norvik::Lumetra::CheckedAdd, Norvik::Lumetra::CheckedMul;
-  constexpr int64_t kFixedBytes = sizeof(ResamplerState) + 2 * kBankAlignment;
-  return CheckedAdd(kFixedBytes, CheckedMul(CheckedMul(ratio.phases, length), sizeof(double) + sizeof(float)));
-}
-
-uint8_t* AlignUp(uint8_t* address) {
-  const uintptr_t misalignment = reinterpret_cast<uintptr_t>(address) & (kBankAlignment - 1);
-  return misalignment ? address + (kBankAlignment - misalignment) : address;
-}
-
-double* Bank(uint8_t* state) { return reinterpret_cast<double*>(AlignUp(state + sizeof(ResamplerState))); }
-
-float* FloatBank(uint8_t* state, size_t bankTaps) {
-  return reinterpret_cast<float*>(AlignUp(reinterpret_cast<uint8_t*>(Bank(state) + bankTaps)));
-}
-
-void UseKernels(ResamplerState* header, const lmx::AudioKernelTable& kernels) {
-  header->innerProduct = kernels.innerProduct;
-  header->polyphaseBlock = kernels.polyphaseBlock;
-  header->pcm16ToFloat = kernels.pcm16ToFloat;
-}
-
-// Zeroth-order modified Bessel function of the first kind, by its power series.
-double BesselI0(double x) {
-  double term = 1.0, sum = 1.0, quarter = x * x / 4.0;
-  for (int k = 1; k < 200 && term > sum * 1e-17; ++k) {
-    term *= quarter / (static_cast<double>(k) * k);
-    sum += term;
-  }
-  return sum;
-}
-
-// Fills one phase's taps: windowed sinc of cut-off `cutoff` (cycles per input
-// sample) at distances k - half - fraction, then scaled to sum to 1.
-void DesignPhase(double* taps, int32_t length, double fraction, double cutoff, double alpha) {
-  const double pi = 3.14159265358979323846;
-  const double half = length / 2;
-  const double windowNorm = BesselI0(alpha);
-  double sum = 0.0;
-  for (int32_t k = 0; k < length; ++k) {
-    double d = k - half - fraction;
-    double r = d / half;
-    double window = (r * r <= 1.0) ? BesselI0(alpha * std::sqrt(1.0 - r * r)) / windowNorm : 0.0;
-    double sinc = (d == 0.0) ? 2.0 * cutoff : std::sin(2.0 * pi * cutoff * d) / (pi * d);
-    taps[k] = window * sinc;
-    sum += taps[k];
-  }
-  for (int32_t k = 0; k < length; ++k) taps[k] /= sum;
 }
 
 ResamplerState* Checked(uint8_t* state) {
@@ -125,9 +73,7 @@ VkpStatus vkpsResamplePolyphaseFixedGetSize_16s(int32_t inRate, int32_t outRate,
   Ratio ratio{};
   VkpStatus sts = CheckParameters(inRate, outRate, length, &ratio);
   if (sts != kVkpOk) return sts;
-  const Norvik::Lumetra::Checked size = StateSize(ratio, length);
-  if (!Norvik::Lumetra::IsSize32(size)) return kVkpTooManyPhases;
-  *stateSize = static_cast<int32_t>(*size);
+  *stateSize = static_cast<int32_t>(sizeof(ResamplerState));
   *filterLen = length;
   *filterNum = ratio.phases;
   return kVkpOk;
@@ -141,20 +87,25 @@ VkpStatus vkpsResamplePolyphaseFixedInit_16s(int32_t inRate, int32_t outRate, in
   if (sts != kVkpOk) return sts;
   if (!(rollf > 0.0f && rollf <= 1.0f) || !(alpha >= 0.0f && alpha <= 50.0f)) return kVkpBadArgument;
 
-  // Cut-off in cycles per input sample: rollf of the lower of the two Nyquist limits.
-  const double cutoff = 0.5 * rollf * std::min(1.0, static_cast<double>(outRate) / inRate);
-  double* bank = Bank(state);
-  for (int32_t p = 0; p < ratio.phases; ++p)
-    DesignPhase(bank + static_cast<size_t>(p) * length, length, static_cast<double>(p) / ratio.phases, cutoff,
-                alpha);
-  const size_t bankTaps = BankTaps(ratio, length);
-  float* floatBank = FloatBank(state, bankTaps);
-  for (size_t i = 0; i < bankTaps; ++i) floatBank[i] = static_cast<float>(bank[i]);
-
-  ResamplerState header{kStateMagic, length, ratio.phases, ratio.step, nullptr, nullptr, nullptr};
-  UseKernels(&header, lmx::ActiveAudioKernels());
+  auto bank = SharedBank({ratio.phases, ratio.step, length, rollf, alpha});
+  auto* holder = bank ? new (std::nothrow) std::shared_ptr<const ResamplerBank>(std::move(bank)) : nullptr;
+  if (!holder) return kVkpNoMemory;
+  const lmx::AudioKernelTable& kernels = lmx::ActiveAudioKernels();
+  const bool lanes = kernels.polyphaseLanes && (*holder)->Lanes();
+  const ResamplerState header{kStateMagic,         length,
+                              ratio.phases,        ratio.step,
+                              holder,              kernels.innerProduct,
+                              kernels.polyphaseBlock, lanes ? kernels.polyphaseLanes : nullptr,
+                              kernels.pcm16ToFloat};
   std::memcpy(state, &header, sizeof(header));
   return kVkpOk;
+}
+
+void vkpsResamplePolyphaseFixedRelease_16s(uint8_t* state) {
+  ResamplerState* header = Checked(state);
+  if (!header) return;
+  delete header->bank;
+  std::memset(state, 0, sizeof(ResamplerState));
 }
 
 VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16_t* out, float norm, double* time,
@@ -189,33 +140,46 @@ VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16
 
   int32_t produced = 0;
   int64_t position = startPosition;
+  const ResamplerBank& bank = **header->bank;
   if (header->polyphaseBlock) {
     // Fast path: spans of the input in float (s * 2^-15, exact; the gain is scaled
-    // back by 2^15, also exact), each holding the windows of a run of outputs.
-    const lmx::FloatPolyphaseBank floatBank{FloatBank(state, BankTaps({header->phases, header->step}, taps)),
-                                                 taps, header->phases, header->step};
+    // back by 2^15, also exact), each holding the windows of a run of outputs;
+    // for the lanes body, between zeros as far as its groups read.
+    const lmx::FloatPolyphaseBank floatBank = bank.Floats();
+    const lmx::LanesPolyphaseBank* lanes = header->polyphaseLanes ? bank.Lanes() : nullptr;
+    if (lanes && lanes->reach > kMaxReach) lanes = nullptr;
+    const int32_t reach = lanes ? lanes->reach : 0;
     const float gain = norm * 32768.0f;
-    alignas(32) float span[kFloatSpan];
+    alignas(64) float buffer[kFloatSpan + 2 * kMaxReach];
+    float* span = buffer + reach;
     while (position < endPosition) {
       // Outputs whose window ends inside the span: n + half <= first - half + kFloatSpan.
       const int64_t first = position / phases;
       const int64_t limit = std::min(endPosition, (first + kFloatSpan - taps + 1) * phases);
       const int64_t outputs = (limit - position + step - 1) / step;
       const int64_t last = (position + (outputs - 1) * step) / phases;
-      header->pcm16ToFloat(in + (first - half), span, static_cast<int32_t>(last - first + taps));
-      header->polyphaseBlock(floatBank, span, position - (first - half) * phases, static_cast<int32_t>(outputs), gain,
-                             out + produced);
+      const int32_t valid = static_cast<int32_t>(last - first + taps);
+      header->pcm16ToFloat(in + (first - half), span, valid);
+      if (lanes) {
+        std::memset(buffer, 0, static_cast<size_t>(reach) * sizeof(float));
+        std::memset(span + valid, 0, static_cast<size_t>(reach) * sizeof(float));
+        header->polyphaseLanes(*lanes, span, position - (first - half) * phases, static_cast<int32_t>(outputs), gain,
+                               out + produced);
+      } else {
+        header->polyphaseBlock(floatBank, span, position - (first - half) * phases, static_cast<int32_t>(outputs),
+                               gain, out + produced);
+      }
       produced += static_cast<int32_t>(outputs);
       position += outputs * step;
     }
   } else {
-    const double* bank = Bank(state);
+    const double* taps64 = bank.Taps();
     const lmx::InnerProductFn innerProduct = header->innerProduct;
     const double gain = norm;
     for (; position < endPosition; position += step) {
       const int64_t n = position / phases;
       const int64_t p = position % phases;
-      double acc = innerProduct(bank + p * taps, in + (n - half), taps);
+      double acc = innerProduct(taps64 + p * taps, in + (n - half), taps);
       out[produced++] = RoundAndSaturate(acc * gain);
     }
   }
@@ -224,3 +188,5 @@ VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16
   *outLen = produced;
   return kVkpOk;
 }
+
+}  // namespace lmx::dsp

@@ -1,7 +1,9 @@
 // resampler.h: fixed-ratio polyphase resampler for 16-bit mono samples.
 //
-// Three operations: a size query, a set-up that designs the filter bank into a
-// caller-allocated state, and a run over a block of input. The state is opaque bytes.
+// Four operations: a size query, a set-up that takes the filter bank (resampler_bank.h:
+// designed once per filter in a process and shared) into a caller-allocated state, a
+// run over a block of input, and a release of the state's bank. The state is opaque
+// bytes.
 //
 // Filter bank. With g = gcd(inRate, outRate) the output times advance by
 // inRate/outRate input samples and fall on outRate/g distinct fractional phases
@@ -27,15 +29,17 @@
 //  - reference (scalar, and any CPU without AVX2 + FMA): the inner product in
 //    double precision times norm, rounded to nearest with halves away from zero,
 //    saturated to -32768..32767;
-//  - fast (AVX2 + FMA): the same sum in single precision from a float copy of the
-//    bank and of the input, with fused multiply-adds in another order, scaled,
-//    saturated and rounded to nearest with halves to even. It may differ from the
+//  - fast (AVX2 + FMA, or AVX-512): the same sum in single precision from a float
+//    copy of the bank and of the input, with fused multiply-adds, scaled,
+//    saturated and rounded to nearest with halves to even. Where the bank has an
+//    outputs-in-lanes layout (most rate pairs) each output is one chain of fused
+//    multiply-adds over its taps in ascending order, the same in both instruction
+//    sets; otherwise the per-output block (audio_kernels.h). It may differ from the
 //    reference by 1 where the exact value lies near a rounding boundary, never
-//    more (audio_kernels.h has the order and the error bound). Each output's
-//    arithmetic is fixed, so block sizes do not change the stream in this variant
-//    either.
+//    more. Each output's arithmetic is fixed, so block sizes do not change the
+//    stream in this variant either.
 //
-// Limits: at most kResamplerMaxPhases phases (outRate/g), which keeps the two banks
+// Limits: at most kResamplerMaxPhases phases (outRate/g), which keeps a bank
 // (double and float) at 1.5 MiB for 64 taps; inRate at most length/2 times
 // outRate, so one output step never skips the held-back history; length a multiple of 8 from 8 to 512. Set-ups
 // outside these limits fail with a negative status and touch nothing.
@@ -44,6 +48,8 @@
 #include <cstdint>
 
 #include "dsp/audio_kernels.h"
+
+namespace lmx::dsp {
 
 enum VkpAlgHint : int32_t {
   vkpAlgHintNone = 0,
@@ -61,6 +67,7 @@ inline constexpr VkpStatus kVkpTooManyPhases = -4;  // outRate/gcd above kResamp
 inline constexpr VkpStatus kVkpBadRatio = -5;      // inRate above length/2 * outRate
 inline constexpr VkpStatus kVkpBadArgument = -6;   // bad time, bad window
 inline constexpr VkpStatus kVkpBadState = -7;      // state not set up
+inline constexpr VkpStatus kVkpNoMemory = -8;      // the bank could not be allocated
 
 inline constexpr int32_t kResamplerMaxPhases = 2048;
 
@@ -80,7 +87,9 @@ inline constexpr ResamplerPresets kConverterPresets = {32, 4096, 2, 0.95f, 9.0f,
 VkpStatus vkpsResamplePolyphaseFixedGetSize_16s(int32_t inRate, int32_t outRate, int32_t length, int32_t* stateSize,
                                                 int32_t* filterLen, int32_t* filterNum, VkpAlgHint hint);
 
-// Designs the bank into `state` (at least the queried size; no alignment needed).
+// Takes the filter's bank (designed on its first use in the process) into `state`
+// (at least the queried size; no alignment needed). A set-up state holds a
+// reference to the bank until vkpsResamplePolyphaseFixedRelease_16s.
 VkpStatus vkpsResamplePolyphaseFixedInit_16s(int32_t inRate, int32_t outRate, int32_t length, float rollf,
                                              float alpha, uint8_t* state, VkpAlgHint hint);
 
@@ -92,3 +101,9 @@ VkpStatus vkpsResamplePolyphaseFixedInit_16s(int32_t inRate, int32_t outRate, in
 // the number produced.
 VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16_t* out, float norm, double* time,
                                          int32_t* outLen, uint8_t* state);
+
+// Drops the state's reference to its bank; the state is then no longer set up.
+// Null or not set up: nothing to do.
+void vkpsResamplePolyphaseFixedRelease_16s(uint8_t* state);
+
+}  // namespace lmx::dsp

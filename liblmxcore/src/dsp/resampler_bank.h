@@ -1,0 +1,75 @@
+// resampler_bank.h: the resampler's filter banks, designed once per filter in a
+// process and shared.
+//
+// A bank holds one filter of `length` taps per phase (resampler.h has the design)
+// in double precision, the same taps in float, and, where it pays, the float taps
+// laid out with outputs in lanes (audio_kernels.h). Designing a bank of 160 phases
+// takes most of a millisecond, so SharedBank keeps the banks it designed in a
+// process-wide cache: a converter set up for a filter already used costs a lookup.
+// The cache is thread-safe and bounded: it keeps the most recently used banks up
+// to kCachedBanks and kCachedBytes; a bank leaves it when it is the least recently
+// used one beyond those bounds, and lives on while a resampler state holds it. What
+// the cache holds is freed when the library is unloaded.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "dsp/audio_kernels.h"
+
+namespace lmx::dsp {
+
+// The filter: phases L and step M (in lowest terms), taps per phase, the cut-off as
+// a fraction of the lower Nyquist frequency and the Kaiser parameter.
+struct BankSpec {
+  int32_t phases;
+  int32_t step;
+  int32_t length;
+  float rolloff;
+  float alpha;
+  bool operator==(const BankSpec&) const = default;
+};
+
+inline constexpr size_t kCachedBanks = 16;
+inline constexpr size_t kCachedBytes = size_t{16} << 20;
+
+class ResamplerBank {
+ public:
+  // Designs the bank; null when memory runs out. The spec must be valid (the
+  // resampler's set-up checks it).
+  static std::shared_ptr<const ResamplerBank> Design(const BankSpec& spec);
+
+  const BankSpec& Spec() const { return spec; }
+  const double* Taps() const { return taps.data(); }
+  FloatPolyphaseBank Floats() const { return {floats.get(), spec.length, spec.phases, spec.step}; }
+  // Null where the lanes layout would be too large or slower than the per-output path.
+  const LanesPolyphaseBank* Lanes() const { return lanes.taps ? &lanes : nullptr; }
+  size_t Bytes() const { return bytes; }
+
+ private:
+  struct FreeAligned {
+    void operator()(float* p) const;
+  };
+  using Floats64 = std::unique_ptr<float[], FreeAligned>;
+  static Floats64 AllocateFloats(size_t count);
+  void LayOutLanes();
+
+  BankSpec spec{};
+  std::vector<double> taps;
+  Floats64 floats;
+  Floats64 laneTaps;
+  std::vector<int32_t> laneOffsets;
+  LanesPolyphaseBank lanes{};
+  size_t bytes = 0;
+};
+
+// The bank for `spec` from the cache, designed into it on a miss; null when memory
+// runs out. Thread-safe.
+std::shared_ptr<const ResamplerBank> SharedBank(const BankSpec& spec);
+
+// Banks the cache holds now.
+size_t CachedBankCount();
+
+}  // namespace lmx::dsp
