@@ -27,7 +27,11 @@ class Pipeline::Task final : public LMXSchedulerService::Callback {
     milliseconds = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     void* output = Output();
     owner->service_->MarkOutputs(1, &output, result < 0 ? result : LMX_STATUS_NO_ERROR);
-    ++owner->done_;
+    {
+      std::lock_guard lock(owner->mutex_);
+      ++owner->done_;
+    }
+    owner->finished_.notify_one();
     // Last: once signalled, the waiting thread may end the pipeline.
     if (auto* signal = static_cast<LMXSyncPointService*>(syncPoint->QueryInstance(LMXSyncPointService::kIid)))
       signal->SignalSyncPoint(result);
@@ -86,15 +90,21 @@ Status Pipeline::Run(const Progress& progress) {
     void* output = tasks_[i]->Output();
     service_->MarkOutputs(1, &output, failure);
   }
-  // Wait for what was handed over (all of it, unless a request failed).
+  // Wait for what was handed over (all of it, unless a request failed). The
+  // progress is drawn from the tasks' own count: a sync point's wait that times
+  // out is logged by the library as an error, so sync points are only waited on
+  // once every task has run, which makes their waits return at once.
   const int total = static_cast<int>(tasks_.size());
-  for (int i = 0; i < submitted; ++i) {
-    LMXSyncPoint* syncPoint = tasks_[static_cast<size_t>(i)]->syncPoint;
-    for (Status sts = syncPoint->Synchronize(100); sts == LMX_STATUS_EXEC_TIMEOUT || sts == LMX_STATUS_EXEC_INPROGRESS;
-         sts = syncPoint->Synchronize(100))
-      if (progress) progress(done_.load(), total);
+  for (int done = 0;;) {
+    {
+      std::unique_lock lock(mutex_);
+      finished_.wait_for(lock, std::chrono::milliseconds(100), [&] { return done_ != done; });
+      done = done_;
+    }
+    if (progress) progress(done, total);
+    if (done >= submitted) break;
   }
-  if (progress) progress(done_.load(), total);
+  for (int i = 0; i < submitted; ++i) tasks_[static_cast<size_t>(i)]->syncPoint->Synchronize(-1);
   return failure;
 }
 

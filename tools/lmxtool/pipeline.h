@@ -14,9 +14,10 @@
 //   Status sts = pipeline.Run(nullptr);
 #pragma once
 
-#include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -52,7 +53,9 @@ class Pipeline {
   class Task;
   LMXSchedulerService* service_;
   std::vector<std::unique_ptr<Task>> tasks_;
-  std::atomic<int> done_{0};
+  std::mutex mutex_;  // guards done_
+  std::condition_variable finished_;
+  int done_ = 0;  // tasks that have run
 };
 
 }  // namespace lmxtool
