@@ -120,11 +120,12 @@ TEST_F(Lmxtool, RegistryDebugViewShowsTheLibrarysLinesOnStandardError) {
 // A run that succeeds prints no ERROR line, even when a frame takes long enough
 // for a timed wait to give up; help names the formats, info the interfaces.
 TEST_F(Lmxtool, SuccessfulRunsStayQuietAndHelpAndInfoAreReadable) {
-  WritePnm("big.ppm", 1200, 1000, 3, Pattern(1200 * 1000 * 3, 2));
+  WritePnm("big.ppm", 2000, 1500, 3, Pattern(2000 * 1500 * 3, 2));  // converted in well over 100 ms
   WriteFile("errors.reg", "Windows Registry Editor Version 5.00\r\n\r\n"
                           "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n\"DebugView\"=\"ERROR\"\r\n");
   EXPECT_EQ(RunOk("convert " + P("big.ppm") + " " + P("big.png"), "LMSDK_REGISTRY=" + P("errors.reg") + " ").err, "");
-  EXPECT_NE(RunOk("convert --help").out.find("NV12, BGRA, BGR, RGBA, RGB, Y8, Y8_RELATIVE, Y16, DEPTH"), std::string::npos);
+  EXPECT_NE(RunOk("convert --help").out.find("NV12, BGRA, BGR, RGBA, RGB, Y8, Y8_RELATIVE, Y16, DEPTH"),
+            std::string::npos);
   EXPECT_NE(RunOk("info").out.find("interfaces: LMXAllocator 0x492D6A23\n"), std::string::npos);
 }
 

@@ -199,7 +199,8 @@ std::string LoadFrame(const std::filesystem::path& path, const InputHints& hints
     return ReadBytes(path, &frame->bytes);
   }
   Raster raster;
-  std::string error = kind == FileKind::kPnm ? ReadPnm(path, hints.maxPixels, &raster) : ReadPng(path, hints.maxPixels, &raster);
+  std::string error =
+      kind == FileKind::kPnm ? ReadPnm(path, hints.maxPixels, &raster) : ReadPng(path, hints.maxPixels, &raster);
   if (!error.empty()) return error;
   if (hints.size && (hints.size->first != raster.width || hints.size->second != raster.height))
     return "'" + path.string() + "' is " + std::to_string(raster.width) + "x" + std::to_string(raster.height) +
