@@ -27,14 +27,13 @@ class Pipeline::Task final : public LMXSchedulerService::Callback {
     milliseconds = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     void* output = Output();
     owner->service_->MarkOutputs(1, &output, result < 0 ? result : LMX_STATUS_NO_ERROR);
-    {
-      std::lock_guard lock(owner->mutex_);
-      ++owner->done_;
-    }
-    owner->finished_.notify_one();
-    // Last: once signalled, the waiting thread may end the pipeline.
     if (auto* signal = static_cast<LMXSyncPointService*>(syncPoint->QueryInstance(LMXSyncPointService::kIid)))
       signal->SignalSyncPoint(result);
+    // Last, and notified under the lock: once counted, the waiting thread may end
+    // the pipeline.
+    std::lock_guard lock(owner->mutex_);
+    ++owner->done_;
+    owner->finished_.notify_one();
     return LMX_STATUS_NO_ERROR;
   }
 
@@ -90,10 +89,10 @@ Status Pipeline::Run(const Progress& progress) {
     void* output = tasks_[i]->Output();
     service_->MarkOutputs(1, &output, failure);
   }
-  // Wait for what was handed over (all of it, unless a request failed). The
-  // progress is drawn from the tasks' own count: a sync point's wait that times
-  // out is logged by the library as an error, so sync points are only waited on
-  // once every task has run, which makes their waits return at once.
+  // Wait for what was handed over (all of it, unless a request failed) on the
+  // tasks' own count, not on their sync points: a timed sync-point wait that gives
+  // up (to draw the progress) is logged by the library as an error. A task counts
+  // itself after signalling its sync point, so none is pending when it is released.
   const int total = static_cast<int>(tasks_.size());
   for (int done = 0;;) {
     {
@@ -104,7 +103,6 @@ Status Pipeline::Run(const Progress& progress) {
     if (progress) progress(done, total);
     if (done >= submitted) break;
   }
-  for (int i = 0; i < submitted; ++i) tasks_[static_cast<size_t>(i)]->syncPoint->Synchronize(-1);
   return failure;
 }
 

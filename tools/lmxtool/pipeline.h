@@ -4,8 +4,8 @@
 // tasks it depends on; it declares its own output pending (MarkOutputs with
 // LMX_STATUS_EXEC_INPROGRESS) before anything is submitted, completes it with its
 // result, and signals a sync point of its own. A task whose input failed is called
-// with that error and does not run its work. Run waits on every task's sync point,
-// so nothing is still running when it returns.
+// with that error and does not run its work. Run waits until every submitted task
+// has run, so nothing is still running when it returns.
 //
 // Example:
 //   Pipeline pipeline(service);  // the scheduler's "SCH2" face
