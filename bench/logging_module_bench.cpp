@@ -10,9 +10,8 @@
 #include <fstream>
 #include <string>
 
-#include "lmx/platform/module.h"
 #include "lmxlogging.h"
-#include "lmxsession.h"
+#include "module_host.h"
 
 using namespace Norvik::Lumetra;
 
@@ -42,13 +41,10 @@ LoggingService* ModuleLogger() {
   static LoggingService* logger = [] {
     const auto properties = std::filesystem::temp_directory_path() / "lmx_logging_module_bench.properties";
     std::ofstream(properties) << kProperties;
-    auto module = lmx::platform::LoadModule(LMX_LOGGING_MODULE);
-    auto* table = module ? static_cast<Service::DLLExportTable*>(lmx::platform::FindExport(module, "LMXDLLExportTable"))
-                         : nullptr;
-    Base* object = nullptr;
-    if (!table || table->factory(nullptr, nullptr, nullptr, table, LoggingService::kIid, &object) < 0 || !object)
+    static lmxhost::Module module;  // loaded for the whole run
+    LoggingService* service = nullptr;
+    if (!module.Load(LMX_LOGGING_MODULE) || module.Create(LoggingService::kIid, nullptr, &service) < 0)
       return static_cast<LoggingService*>(nullptr);
-    auto* service = static_cast<LoggingService*>(object->QueryInstance(LoggingService::kIid));
     service->Configure(LoggingService::kConfigurePropertiesFile, properties.wstring().c_str(), 0);
     service->SetName(L"bench.module");
     return service->IsConfigured() ? service : nullptr;

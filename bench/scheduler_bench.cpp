@@ -1,5 +1,5 @@
 // The scheduler as a host drives it, beside oneTBB doing the same work in the same
-// run. The library is loaded at run time and its "CRSC" export-table entry makes a
+// run. The library is loaded at run time and its export table's scheduler entry makes a
 // scheduler for a session that offers a session service; tasks are the host's own
 // callbacks. Each benchmark times both sides in every iteration, alternating, and
 // reports their rates and the ratio ours / oneTBB as counters (above 1: we are
@@ -58,14 +58,9 @@ class Host {
  public:
   Host() {
     if (!module_.Load(lmxhost::DefaultCoreLibraryPath())) Fail("cannot load the library");
-    for (Service::DLLExportTable* entry : module_.Entries()) {
-      if (lmxhost::FourCCText(entry->desc.code) != "CRSC") continue;
-      Base* object = nullptr;
-      if (entry->factory(&session_, nullptr, nullptr, entry, 0, &object) < 0 || !object) Fail("factory failed");
-      scheduler_ = static_cast<LMXScheduler*>(object->QueryInstance(LMXScheduler::kIid));
-      service_ = static_cast<LMXSchedulerService*>(object->QueryInstance(LMXSchedulerService::kIid));
-    }
-    if (!scheduler_ || !service_) Fail("no CRSC entry");
+    if (module_.Create(LMXScheduler::kIid, &session_, &scheduler_) < 0) Fail("no scheduler");
+    service_ = static_cast<LMXSchedulerService*>(scheduler_->QueryInstance(LMXSchedulerService::kIid));
+    if (!service_) Fail("no scheduler service");
   }
   ~Host() { scheduler_->Release(); }
   LMXScheduler* Scheduler() const { return scheduler_; }

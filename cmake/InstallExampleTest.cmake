@@ -1,5 +1,6 @@
 # CTest driver: stages an install of the build tree, then configures, builds and
-# runs examples/host against it, and checks the pkg-config file.
+# runs examples/host against it, checks the pkg-config file and runs the README's
+# code blocks against the install.
 #   -DBUILD_DIR=<build tree> -DSOURCE_DIR=<source tree> [-DEXAMPLE_FLAGS=<compile and link flags>]
 set(stage ${BUILD_DIR}/install-test/stage)
 set(example ${BUILD_DIR}/install-test/example)
@@ -30,6 +31,8 @@ if(PKG_CONFIG)
   if(NOT result EQUAL 0 OR NOT EXISTS "${module}")
     message(FATAL_ERROR "pkg-config's modulepath '${module}' is not the installed module")
   endif()
+  # The README's C++ and shell blocks, against this install.
+  run(bash ${SOURCE_DIR}/tests/tool/readme_snippets.sh ${SOURCE_DIR}/README.md ${stage} ${BUILD_DIR} "${EXAMPLE_FLAGS}")
 endif()
 
 # The installed lmxtool logs through the installed logging module with nothing set

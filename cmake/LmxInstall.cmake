@@ -1,7 +1,8 @@
-# Installation: the library module, the public headers, lmxtool, a CMake package
-# (find_package(lmxcore CONFIG)) and a pkg-config file. Hosts compile against the
-# headers and load the module at run time, so the package carries the module's
-# installed path rather than a link library.
+# Installation: the library module, the public headers, the host kit, lmxtool, a
+# CMake package (find_package(lmxcore CONFIG)) and pkg-config files. Hosts compile
+# against the headers and load the module at run time, so the package carries the
+# module's installed path rather than a link library; the host kit is the one
+# library a host links (lmxcore::host, pkg-config lmxcore-host).
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -13,9 +14,13 @@ endif()
 set(LMX_INSTALL_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/lmxcore)
 set(LMX_INSTALL_MODULE ${LMX_INSTALL_MODULE_DIR}/liblmxcore${CMAKE_SHARED_LIBRARY_SUFFIX})
 set(LMX_INSTALL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/lmxcore)
+set(LMX_INSTALL_HOST_LIB ${CMAKE_INSTALL_LIBDIR}/${CMAKE_STATIC_LIBRARY_PREFIX}lmxhost${CMAKE_STATIC_LIBRARY_SUFFIX})
 
 install(TARGETS liblmxcore LIBRARY DESTINATION ${LMX_INSTALL_MODULE_DIR} RUNTIME DESTINATION ${LMX_INSTALL_MODULE_DIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${LMX_INSTALL_INCLUDE_DIR} FILES_MATCHING PATTERN "*.h")
+install(TARGETS lmx_host ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(FILES ${PROJECT_SOURCE_DIR}/host/module_host.h ${PROJECT_SOURCE_DIR}/host/host_session.h
+  ${PROJECT_SOURCE_DIR}/host/host_ref.h DESTINATION ${LMX_INSTALL_INCLUDE_DIR})
 if(TARGET lmxtool)
   install(TARGETS lmxtool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
@@ -23,7 +28,7 @@ endif()
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/lmxcoreConfig.cmake.in
   ${CMAKE_BINARY_DIR}/lmxcoreConfig.cmake
   INSTALL_DESTINATION ${LMX_INSTALL_CMAKE_DIR}
-  PATH_VARS LMX_INSTALL_INCLUDE_DIR LMX_INSTALL_MODULE)
+  PATH_VARS LMX_INSTALL_INCLUDE_DIR LMX_INSTALL_MODULE LMX_INSTALL_HOST_LIB)
 write_basic_package_version_file(${CMAKE_BINARY_DIR}/lmxcoreConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_BINARY_DIR}/lmxcoreConfig.cmake ${CMAKE_BINARY_DIR}/lmxcoreConfigVersion.cmake
   DESTINATION ${LMX_INSTALL_CMAKE_DIR})
@@ -36,7 +41,9 @@ if(CMAKE_DL_LIBS)
   set(LMX_PC_LIBS "-l${CMAKE_DL_LIBS}")
 endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/lmxcore.pc.in ${CMAKE_BINARY_DIR}/lmxcore.pc @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/lmxcore.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/lmxcore-host.pc.in ${CMAKE_BINARY_DIR}/lmxcore-host.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/lmxcore.pc ${CMAKE_BINARY_DIR}/lmxcore-host.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 # The logging module beside the library (where the logging bootstrap looks), its
 # default properties file and, on POSIX, the installation's registry file naming

@@ -2,11 +2,13 @@
 
 #include <cctype>
 
+#include "lmx/platform/module.h"
 #include "lmx/platform/text.h"
 
 namespace lmxhost {
 
-using Norvik::Lumetra::Service::SessionService;
+using namespace Norvik::Lumetra;
+using Service::SessionService;
 
 namespace {
 
@@ -16,6 +18,8 @@ DLLExportTable* AsValidTable(void* symbol) {
 }
 
 }  // namespace
+
+Module::~Module() { lmx::platform::UnloadModule(handle_); }
 
 bool Module::Load(const std::filesystem::path& path) {
   handle_ = lmx::platform::LoadModule(path);
@@ -28,12 +32,34 @@ bool Module::Load(const std::filesystem::path& path) {
   return table_ != nullptr;
 }
 
-std::vector<DLLExportTable*> Module::Entries() const {
+std::vector<DLLExportTable*> ValidEntries(DLLExportTable* table) {
   std::vector<DLLExportTable*> entries;
-  for (DLLExportTable* entry = table_; entry; entry = entry->next) {
+  for (DLLExportTable* entry = table; entry; entry = entry->next) {
     if (entry->desc.signature == SessionService::kSignature) entries.push_back(entry);
   }
   return entries;
+}
+
+DLLExportTable* FindEntry(DLLExportTable* table, InterfaceId iid) {
+  DLLExportTable* best = nullptr;
+  for (DLLExportTable* entry : ValidEntries(table)) {
+    bool listed = false;
+    for (InterfaceId offered : entry->desc.iids) listed = listed || offered == iid;
+    if (listed && entry->factory && (!best || entry->desc.merit > best->desc.merit)) best = entry;
+  }
+  return best;
+}
+
+Status Create(DLLExportTable* table, InterfaceId iid, Session* session, void** face) {
+  *face = nullptr;
+  DLLExportTable* entry = FindEntry(table, iid);
+  if (!entry) return LMX_STATUS_ITEM_UNAVAILABLE;
+  Base* object = nullptr;
+  const Status sts = entry->factory(session, nullptr, nullptr, entry, iid, &object);
+  if (sts >= 0 && object) *face = object->QueryInstance(iid);
+  if (*face) return sts;
+  if (object) object->Release();  // a factory may hand out an object whose set-up failed
+  return sts < 0 ? sts : LMX_STATUS_ITEM_UNAVAILABLE;
 }
 
 std::filesystem::path DefaultCoreLibraryPath() {

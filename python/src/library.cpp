@@ -10,7 +10,6 @@
 namespace lmxpy {
 
 using namespace Norvik::Lumetra;
-using Norvik::Lumetra::Service::DLLExportTable;
 
 namespace {
 
@@ -53,21 +52,7 @@ bool Library::Open() {
 }
 
 Status Library::Create(InterfaceId iid, Session* session, void** face) {
-  *face = nullptr;
-  DLLExportTable* best = nullptr;
-  for (DLLExportTable* entry : module_.Entries())
-    for (int32_t listed : entry->desc.iids)
-      if (listed == iid && (!best || entry->desc.merit > best->desc.merit)) best = entry;
-  if (!best || !best->factory) return LMX_STATUS_ITEM_UNAVAILABLE;
-  Base* object = nullptr;
-  const Status sts = best->factory(session, nullptr, nullptr, best, iid, &object);
-  if (sts < 0 || !object) {
-    if (object) object->Release();  // handed out even when its set-up failed
-    return sts < 0 ? sts : LMX_STATUS_HANDLE_INVALID;
-  }
-  *face = object->QueryInstance(iid);
-  if (!*face) object->Release();
-  return *face ? sts : LMX_STATUS_ITEM_UNAVAILABLE;
+  return module_.Create(iid, session, face);
 }
 
 }  // namespace lmxpy

@@ -34,8 +34,8 @@ class Library {
   // The process's library; raises LmxError (ITEM_UNAVAILABLE) when it cannot be loaded.
   static Library& Get();
 
-  // Runs the factory of the highest-merit entry offering iid with `session` and
-  // stores the object's iid face in *face (one reference).
+  // The host kit's lookup: the highest-merit entry offering iid, its factory run
+  // with `session`, the object's iid face in *face (one reference).
   Status Create(Norvik::Lumetra::InterfaceId iid, Norvik::Lumetra::Session* session, void** face);
 
   // The allocator shared by the module's defaults (Image.from_numpy without one,

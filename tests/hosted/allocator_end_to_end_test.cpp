@@ -1,5 +1,5 @@
 // The product as a host uses it: the library loaded at run time, the allocator
-// created through the export table with no session, an image written in one
+// created through the host kit with no session, an image written in one
 // format and read in another by the real kernels.
 #include <gtest/gtest.h>
 
@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "lmxallocator.h"
+#include "host_ref.h"
 #include "module_host.h"
 #include "support/planes.h"
 
@@ -18,20 +19,11 @@ class AllocatorEndToEnd : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(module_.Load(lmxhost::DefaultCoreLibraryPath()));
-    for (auto* entry : module_.Entries()) {
-      if (lmxhost::FourCCText(entry->desc.code) != "AEMU") continue;
-      Base* object = nullptr;
-      ASSERT_EQ(entry->factory(nullptr, nullptr, nullptr, entry, LMXAllocator::kIid, &object), LMX_STATUS_NO_ERROR);
-      allocator_ = object->QueryInstance<LMXAllocator>();
-    }
-    ASSERT_NE(allocator_, nullptr);
-  }
-  void TearDown() override {
-    if (allocator_) allocator_->Release();
+    ASSERT_EQ(module_.Create(LMXAllocator::kIid, nullptr, allocator_.Out()), LMX_STATUS_NO_ERROR);
   }
 
-  lmxhost::Module module_;
-  LMXAllocator* allocator_ = nullptr;
+  lmxhost::Module module_;  // declared first: unloaded after the allocator is released
+  lmxhost::Ref<LMXAllocator> allocator_;
 };
 
 constexpr int32_t kWidth = 64;

@@ -117,6 +117,18 @@ TEST_F(Lmxtool, RegistryDebugViewShowsTheLibrarysLinesOnStandardError) {
   EXPECT_EQ(r.err.find("liblmxcore:"), std::string::npos) << "nothing configured: no lines";
 }
 
+// A run that succeeds prints no ERROR line, even when a frame takes long enough
+// for a timed wait to give up; help names the formats, info the interfaces.
+TEST_F(Lmxtool, SuccessfulRunsStayQuietAndHelpAndInfoAreReadable) {
+  WritePnm("big.ppm", 2000, 1500, 3, Pattern(2000 * 1500 * 3, 2));  // converted in well over 100 ms
+  WriteFile("errors.reg", "Windows Registry Editor Version 5.00\r\n\r\n"
+                          "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n\"DebugView\"=\"ERROR\"\r\n");
+  EXPECT_EQ(RunOk("convert " + P("big.ppm") + " " + P("big.png"), "LMSDK_REGISTRY=" + P("errors.reg") + " ").err, "");
+  EXPECT_NE(RunOk("convert --help").out.find("NV12, BGRA, BGR, RGBA, RGB, Y8, Y8_RELATIVE, Y16, DEPTH"),
+            std::string::npos);
+  EXPECT_NE(RunOk("info").out.find("interfaces: LMXAllocator 0x492D6A23\n"), std::string::npos);
+}
+
 TEST_F(Lmxtool, ResampledFileKeepsRateLengthAndFormat) {
   SF_INFO info{0, 48000, 2, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 0, 0};
   SNDFILE* file = sf_open(P("tone.wav").c_str(), SFM_WRITE, &info);
@@ -142,6 +154,9 @@ TEST_F(Lmxtool, BadArgumentsAndUnreadableFilesFailCleanly) {
   WriteFile("short.pgm", "P5\n4 4\n255\nabc");
   WriteFile("frame.raw", std::string(10, '\x10'));
   WriteFile("notsound.wav", "RIFF????");
+  // 45 bytes whose header claims 30000x30000 RGB: refused before its 2.7 GB are allocated.
+  WriteFile("huge.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0u0\0\0u0\x08\x02\0\0\0\xe9\x45o\xed"
+                                    "\0\0\0\0IDAT5\xaf\x06\x1e", 45));
   const std::pair<std::string, std::string> cases[] = {  // (arguments, message)
       {"convert " + P("in.pgm") + " OUT --to FOO", "unknown pixel format 'FOO'"},
       {"convert " + P("frame.raw") + " OUT --from YUY2 --size 4by2", "--size"},
@@ -152,6 +167,9 @@ TEST_F(Lmxtool, BadArgumentsAndUnreadableFilesFailCleanly) {
       {"convert " + P("frame.raw") + " OUT", "give its format with --from"},
       {"convert " + P("frame.raw") + " OUT --from YUY2 --size 4x2", "the frame has 10 bytes; a 4x2 YUY2 frame has 16"},
       {"convert " + P("in.pgm") + " OUT --to YUY2", "--to YUY2 has no picture form"},
+      {"convert " + P("huge.png") + " OUT", "declares 30000x30000 pixels, more than --max-pixels 100000000"},
+      {"convert " + P("in.pgm") + " OUT --max-pixels 5", "declares 3x2 pixels"},
+      {"convert " + P("frame.raw") + " OUT --from Y8 --size 5x2 --max-pixels 9", "declares 5x2 pixels"},
       {"resample " + P("notsound.wav") + " OUT --rate 16000", "notsound.wav"},
       {"resample " + P("in.pgm") + " OUT", "--rate is required"},
       {"explode", "explode"},

@@ -26,6 +26,7 @@ struct ConvertArgs {
   int rotate = 0;
   bool flip = false, mirror = false;
   std::optional<float> depthScale;
+  int64_t maxPixels = kDefaultMaxPixels;
 };
 
 struct Job {
@@ -82,6 +83,7 @@ int RunConvert(const ConvertArgs& args, const GlobalOptions& global) {
   InputHints hints;
   if (!args.from.empty()) hints.format = *ParsePixelFormat(args.from);
   if (!args.size.empty()) hints.size = ParseSize(args.size);
+  hints.maxPixels = args.maxPixels;
   ConvertOptions options;
   if (!args.to.empty()) options.to = *ParsePixelFormat(args.to);
   options.rotate = args.rotate;
@@ -172,6 +174,7 @@ void AddConvertCommand(CLI::App& app, const GlobalOptions& global, int* exitCode
       "comes out by acquiring the --to format. Inputs: raw frames (need --from and --size), PGM/PPM (8 or 16 "
       "bit), PNG. Outputs by extension: .png, .pgm/.ppm, anything else raw. Several inputs or a directory "
       "go into an output directory, one scheduler task per frame.");
+  command->footer("FORMAT is one of " + PixelFormatList() + " (any case).");
   command->add_option("paths", args->paths, "IN... OUT")->required()->expected(2, 1 << 20);
   const auto formatCheck = CLI::Validator(
       [](std::string& value) {
@@ -189,6 +192,11 @@ void AddConvertCommand(CLI::App& app, const GlobalOptions& global, int* exitCode
   command->add_flag("--flip", args->flip, "Turn the frame upside down");
   command->add_flag("--mirror", args->mirror, "Mirror the frame left to right");
   command->add_option("--depth-scale", args->depthScale, "Depth scale attached to the image (metadata 0x24740F78)")
+      ->check(CLI::PositiveNumber);
+  command->add_option("--max-pixels", args->maxPixels,
+                      "Refuse an input whose declared width x height is larger, before decoding it (bounds the "
+                      "memory a frame takes)")
+      ->capture_default_str()
       ->check(CLI::PositiveNumber);
   command->add_option("--ext", args->outExt, "Output file extension for several inputs (default png)")
       ->check(CLI::IsMember({"png", "ppm", "pgm", "raw"}));

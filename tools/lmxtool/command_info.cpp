@@ -1,10 +1,14 @@
 // lmxtool info [module]: load a module as a host does and list its export table.
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
+#include <map>
 
 #include "commands.h"
 #include "library.h"
+#include "lmxlogging.h"
 #include "module_host.h"
 
 namespace lmxtool {
@@ -16,6 +20,29 @@ int Fail(const char* command, const std::string& message) {
 }
 
 namespace {
+
+// "LMXScheduler 0x44454853 \"SHED\"": the interface's name where it is one of the
+// kit's, its value, and its four characters when they are letters and digits (an
+// identifier that is a number, such as 0x492D6A23, also reads as characters).
+std::string InterfaceText(int32_t iid) {
+  static const std::map<int32_t, const char*> kNames = {
+      {LMXScheduler::kIid, "LMXScheduler"},
+      {LMXSchedulerService::kIid, "LMXSchedulerService"},
+      {LMXAllocator::kIid, "LMXAllocator"},
+      {LMXAudioConversion::kIid, "LMXAudioConversion"},
+      {LMXSyncPoint::kIid, "LMXSyncPoint"},
+      {LMXAudioService::kIid, "LMXAudioService"},
+      {Norvik::Lumetra::LoggingService::kIid, "LoggingService"},
+  };
+  char value[16];
+  std::snprintf(value, sizeof value, "0x%08X", static_cast<uint32_t>(iid));
+  std::string text = value;
+  if (auto known = kNames.find(iid); known != kNames.end()) text = known->second + (" " + text);
+  const std::string chars = lmxhost::FourCCText(static_cast<uint32_t>(iid));
+  if (!chars.empty() && std::all_of(chars.begin(), chars.end(), [](unsigned char c) { return std::isalnum(c); }))
+    text += " \"" + chars + "\"";
+  return text;
+}
 
 int RunInfo(const std::filesystem::path& path) {
   lmxhost::Module module;
@@ -30,14 +57,10 @@ int RunInfo(const std::filesystem::path& path) {
                 lmxhost::FriendlyName(*entry).c_str());
     std::printf("    version %u.%u  merit %d  group 0x%08X  subgroup 0x%08X  vendor 0x%04X\n", d.versionMajor,
                 d.versionMinor, d.merit, d.group, d.subgroup, d.vendor);
-    std::printf("    interfaces:");
-    for (int32_t iid : d.iids) {
-      if (!iid) continue;
-      const std::string text = lmxhost::FourCCText(static_cast<uint32_t>(iid));
-      std::printf(" 0x%08X%s%s%s", static_cast<uint32_t>(iid), text.empty() ? "" : " \"", text.c_str(),
-                  text.empty() ? "" : "\"");
-    }
-    std::printf("\n");
+    std::string list;
+    for (int32_t iid : d.iids)
+      if (iid) list += (list.empty() ? " " : ", ") + InterfaceText(iid);
+    std::printf("    interfaces:%s\n", list.c_str());
   }
   return 0;
 }

@@ -75,6 +75,12 @@ std::string ReadBytes(const std::filesystem::path& path, std::vector<uint8_t>* b
   return failed ? "cannot read '" + path.string() + "'" : "";
 }
 
+std::string OversizeError(const std::filesystem::path& path, int64_t width, int64_t height, int64_t maxPixels) {
+  if (width * height <= maxPixels) return "";
+  return "'" + path.string() + "' declares " + std::to_string(width) + "x" + std::to_string(height) +
+         " pixels, more than --max-pixels " + std::to_string(maxPixels);
+}
+
 std::string WriteAtomically(const std::filesystem::path& path, const std::function<std::string(FILE*)>& write) {
   std::filesystem::path partial = path;
   partial += ".partial";
@@ -185,13 +191,16 @@ std::string LoadFrame(const std::filesystem::path& path, const InputHints& hints
   if (kind == FileKind::kRaw) {
     if (!hints.format) return "'" + path.string() + "' is a raw frame: give its format with --from";
     if (!hints.size) return "'" + path.string() + "' is a raw frame: give its size with --size WxH";
+    if (std::string error = OversizeError(path, hints.size->first, hints.size->second, hints.maxPixels); !error.empty())
+      return error;
     frame->format = *hints.format;
     frame->width = hints.size->first;
     frame->height = hints.size->second;
     return ReadBytes(path, &frame->bytes);
   }
   Raster raster;
-  std::string error = kind == FileKind::kPnm ? ReadPnm(path, &raster) : ReadPng(path, &raster);
+  std::string error =
+      kind == FileKind::kPnm ? ReadPnm(path, hints.maxPixels, &raster) : ReadPng(path, hints.maxPixels, &raster);
   if (!error.empty()) return error;
   if (hints.size && (hints.size->first != raster.width || hints.size->second != raster.height))
     return "'" + path.string() + "' is " + std::to_string(raster.width) + "x" + std::to_string(raster.height) +

@@ -39,8 +39,12 @@ FileKind KindOfPath(const std::filesystem::path& path);
 bool PngSupported();  // libpng was found when lmxtool was built
 
 std::string ReadBytes(const std::filesystem::path& path, std::vector<uint8_t>* bytes);
-std::string ReadPnm(const std::filesystem::path& path, Raster* raster);
-std::string ReadPng(const std::filesystem::path& path, Raster* raster);
+// Picture readers refuse a file whose header declares more than maxPixels pixels
+// before they allocate for its samples.
+std::string ReadPnm(const std::filesystem::path& path, int64_t maxPixels, Raster* raster);
+std::string ReadPng(const std::filesystem::path& path, int64_t maxPixels, Raster* raster);
+// The refusal of a declared size above maxPixels; empty if it fits.
+std::string OversizeError(const std::filesystem::path& path, int64_t width, int64_t height, int64_t maxPixels);
 
 // Writes through write(FILE*) into a temporary file renamed to path on success.
 std::string WriteAtomically(const std::filesystem::path& path, const std::function<std::string(FILE*)>& write);
@@ -59,9 +63,11 @@ std::string RasterFromFrame(const Frame& frame, bool colouriseDepth, Raster* ras
 bool HasPictureForm(int32_t format);
 
 // Reads a picture file, or a raw one (which needs a format and a size).
+inline constexpr int64_t kDefaultMaxPixels = 100'000'000;
 struct InputHints {
   std::optional<int32_t> format;
   std::optional<std::pair<int32_t, int32_t>> size;
+  int64_t maxPixels = kDefaultMaxPixels;  // a larger declared size is refused unread
 };
 std::string LoadFrame(const std::filesystem::path& path, const InputHints& hints, Frame* frame);
 // Writes raw planes, or a picture (depth colourised in PNG, 16-bit grey in PGM).

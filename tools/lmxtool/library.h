@@ -52,12 +52,6 @@ class Library {
   Status CreateAudioConverter(LMXAudioConversion** converter);
 
  private:
-  // The entry whose descriptor lists iid, highest merit first; null if none.
-  Norvik::Lumetra::Service::DLLExportTable* FindEntry(Norvik::Lumetra::InterfaceId iid) const;
-  // Runs the entry's factory and asks the new object for iid.
-  Status Create(Norvik::Lumetra::InterfaceId iid, Norvik::Lumetra::Session* session, void** face,
-                Norvik::Lumetra::Base** object);
-
   std::filesystem::path path_;
   lmxhost::Module module_;  // declared first: unloaded after the objects below
   lmxhost::HostSession session_;  // answers the allocator once it exists

@@ -27,10 +27,13 @@ class Pipeline::Task final : public LMXSchedulerService::Callback {
     milliseconds = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     void* output = Output();
     owner->service_->MarkOutputs(1, &output, result < 0 ? result : LMX_STATUS_NO_ERROR);
-    ++owner->done_;
-    // Last: once signalled, the waiting thread may end the pipeline.
     if (auto* signal = static_cast<LMXSyncPointService*>(syncPoint->QueryInstance(LMXSyncPointService::kIid)))
       signal->SignalSyncPoint(result);
+    // Last, and notified under the lock: once counted, the waiting thread may end
+    // the pipeline.
+    std::lock_guard lock(owner->mutex_);
+    ++owner->done_;
+    owner->finished_.notify_one();
     return LMX_STATUS_NO_ERROR;
   }
 
@@ -86,15 +89,20 @@ Status Pipeline::Run(const Progress& progress) {
     void* output = tasks_[i]->Output();
     service_->MarkOutputs(1, &output, failure);
   }
-  // Wait for what was handed over (all of it, unless a request failed).
+  // Wait for what was handed over (all of it, unless a request failed) on the
+  // tasks' own count, not on their sync points: a timed sync-point wait that gives
+  // up (to draw the progress) is logged by the library as an error. A task counts
+  // itself after signalling its sync point, so none is pending when it is released.
   const int total = static_cast<int>(tasks_.size());
-  for (int i = 0; i < submitted; ++i) {
-    LMXSyncPoint* syncPoint = tasks_[static_cast<size_t>(i)]->syncPoint;
-    for (Status sts = syncPoint->Synchronize(100); sts == LMX_STATUS_EXEC_TIMEOUT || sts == LMX_STATUS_EXEC_INPROGRESS;
-         sts = syncPoint->Synchronize(100))
-      if (progress) progress(done_.load(), total);
+  for (int done = 0;;) {
+    {
+      std::unique_lock lock(mutex_);
+      finished_.wait_for(lock, std::chrono::milliseconds(100), [&] { return done_ != done; });
+      done = done_;
+    }
+    if (progress) progress(done, total);
+    if (done >= submitted) break;
   }
-  if (progress) progress(done_.load(), total);
   return failure;
 }
 

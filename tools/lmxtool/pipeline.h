@@ -4,8 +4,8 @@
 // tasks it depends on; it declares its own output pending (MarkOutputs with
 // LMX_STATUS_EXEC_INPROGRESS) before anything is submitted, completes it with its
 // result, and signals a sync point of its own. A task whose input failed is called
-// with that error and does not run its work. Run waits on every task's sync point,
-// so nothing is still running when it returns.
+// with that error and does not run its work. Run waits until every submitted task
+// has run, so nothing is still running when it returns.
 //
 // Example:
 //   Pipeline pipeline(service);  // the scheduler's "SCH2" face
@@ -14,9 +14,10 @@
 //   Status sts = pipeline.Run(nullptr);
 #pragma once
 
-#include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -52,7 +53,9 @@ class Pipeline {
   class Task;
   LMXSchedulerService* service_;
   std::vector<std::unique_ptr<Task>> tasks_;
-  std::atomic<int> done_{0};
+  std::mutex mutex_;  // guards done_
+  std::condition_variable finished_;
+  int done_ = 0;  // tasks that have run
 };
 
 }  // namespace lmxtool

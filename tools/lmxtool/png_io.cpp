@@ -26,7 +26,7 @@ void OnPngWarning(png_structp, png_const_charp) {}
 
 bool PngSupported() { return true; }
 
-std::string ReadPng(const std::filesystem::path& path, Raster* raster) {
+std::string ReadPng(const std::filesystem::path& path, int64_t maxPixels, Raster* raster) {
   FILE* file = std::fopen(path.string().c_str(), "rb");
   if (!file) return "cannot open '" + path.string() + "': " + std::strerror(errno);
   std::string message;
@@ -48,6 +48,11 @@ std::string ReadPng(const std::filesystem::path& path, Raster* raster) {
   const png_uint_32 width = png_get_image_width(png, info);
   const png_uint_32 height = png_get_image_height(png, info);
   if (width > kMaxSide || height > kMaxSide) png_error(png, "too large");
+  if (std::string refused = OversizeError(path, width, height, maxPixels); !refused.empty()) {
+    png_destroy_read_struct(&png, &info, nullptr);
+    std::fclose(file);
+    return refused;
+  }
   // Palettes and low bit depths become 8-bit samples; transparency becomes alpha.
   png_set_expand(png);
   if constexpr (std::endian::native == std::endian::little) png_set_swap(png);

@@ -10,7 +10,7 @@ std::string Unsupported(const std::filesystem::path& path) {
 }  // namespace
 
 bool PngSupported() { return false; }
-std::string ReadPng(const std::filesystem::path& path, Raster*) { return Unsupported(path); }
+std::string ReadPng(const std::filesystem::path& path, int64_t, Raster*) { return Unsupported(path); }
 std::string WritePng(const std::filesystem::path& path, const Raster&) { return Unsupported(path); }
 
 }  // namespace lmxtool

@@ -37,7 +37,7 @@ void SwapSamplesIfLittleEndian(std::vector<uint8_t>* bytes) {
 
 }  // namespace
 
-std::string ReadPnm(const std::filesystem::path& path, Raster* raster) {
+std::string ReadPnm(const std::filesystem::path& path, int64_t maxPixels, Raster* raster) {
   std::vector<uint8_t> bytes;
   std::string error = ReadBytes(path, &bytes);
   if (!error.empty()) return error;
@@ -51,6 +51,7 @@ std::string ReadPnm(const std::filesystem::path& path, Raster* raster) {
   ++at;  // the single white-space character before the samples
   if (width <= 0 || height <= 0 || width > kMaxSide || height > kMaxSide || maxValue <= 0 || maxValue > 65535)
     return "'" + path.string() + "' has an unsupported size or sample range";
+  if (error = OversizeError(path, width, height, maxPixels); !error.empty()) return error;
   raster->width = static_cast<int32_t>(width);
   raster->height = static_cast<int32_t>(height);
   raster->channels = bytes[1] == '5' ? 1 : 3;
