@@ -34,13 +34,16 @@ constexpr int32_t kBandsPerThread = 4;
 // Pauses a caller spins for a band thread's last band before sleeping.
 constexpr int kFinishSpins = 2000;
 
-// A slot's state word: generation | waiter bit | phase. The generation grows by
-// one each time a hand-off ends, so a caller waiting for "its" run never
-// mistakes a later run of the same thread for it.
-constexpr uint32_t kIdle = 0, kClaimed = 1, kAssigned = 2, kRunning = 3, kStop = 4;
-constexpr uint32_t kPhaseMask = 7, kWaiter = 8, kGenerationStep = 16;
+// A slot's state word: generation | waiter bit | stop bit | phase. The
+// generation grows by one each time a hand-off ends, so a caller waiting for
+// "its" run never mistakes a later run of the same thread for it. The stop bit
+// is set at unload and kept by every later change.
+constexpr uint32_t kIdle = 0, kClaimed = 1, kAssigned = 2, kRunning = 3;
+constexpr uint32_t kPhaseMask = 3, kStop = 4, kWaiter = 8, kGenerationStep = 16;
 constexpr uint32_t Phase(uint32_t word) { return word & kPhaseMask; }
 constexpr uint32_t Generation(uint32_t word) { return word & ~(kGenerationStep - 1); }
+// The word without its flags: what a caller waiting for a run compares.
+constexpr uint32_t Live(uint32_t word) { return word & ~(kStop | kWaiter); }
 
 // One job's bands, taken one at a time by whoever runs them.
 struct Bands {
@@ -77,7 +80,7 @@ uint32_t BandThread(void* argument) {
   t_in_band = true;
   for (;;) {
     uint32_t word = slot.word.load(std::memory_order_acquire);
-    if (Phase(word) == kStop) return 0;
+    if (word & kStop) return 0;  // a hand-off not yet taken was run by its caller
     if (Phase(word) != kAssigned) {
       platform::WaitWhileEqual(slot.word, word);
       continue;
@@ -85,8 +88,10 @@ uint32_t BandThread(void* argument) {
     // The caller may take the hand-off back until this exchange succeeds.
     if (!slot.word.compare_exchange_strong(word, Generation(word) | kRunning, std::memory_order_acquire)) continue;
     slot.bands->RunAll();
-    const uint32_t before =
-        slot.word.exchange((Generation(word) + kGenerationStep) | kIdle, std::memory_order_release);
+    uint32_t before = slot.word.load(std::memory_order_relaxed);
+    while (!slot.word.compare_exchange_weak(before, (Generation(word) + kGenerationStep) | kIdle | (before & kStop),
+                                            std::memory_order_release, std::memory_order_relaxed)) {
+    }
     if (before & kWaiter) platform::WakeOne(slot.word);
   }
 }
@@ -115,11 +120,12 @@ class BandPool {
   int32_t Running() const { return started_.load(std::memory_order_acquire); }
 
  private:
-  // At unload no job runs: every slot is idle, its thread asleep.
+  // At unload: a thread still running bands (a conversion on another thread
+  // at process exit) finishes them first.
   void Stop() {
     const int32_t started = started_.exchange(0, std::memory_order_acq_rel);
     for (int32_t i = 0; i < started; ++i) {
-      slots_[i].word.store(kStop, std::memory_order_release);
+      slots_[i].word.fetch_or(kStop, std::memory_order_acq_rel);
       platform::WakeOne(slots_[i].word);
     }
     for (int32_t i = 0; i < started; ++i) platform::JoinLeavingThread(slots_[i].thread);
@@ -157,15 +163,20 @@ void Finish(Slot& slot, uint32_t generation) {
   if (slot.word.compare_exchange_strong(word, (generation + kGenerationStep) | kIdle, std::memory_order_acq_rel,
                                         std::memory_order_acquire))
     return;
+  // Not running (a stop bit came before the thread took it): every band was
+  // the caller's. Running: its bands end with the run.
   const uint32_t running = generation | kRunning;
-  for (int spin = 0; spin < kFinishSpins && word == running; ++spin) {
+  for (int spin = 0; spin < kFinishSpins && Live(word) == running; ++spin) {
     _mm_pause();
     word = slot.word.load(std::memory_order_acquire);
   }
-  if (word == running &&
-      slot.word.compare_exchange_strong(word, running | kWaiter, std::memory_order_acquire, std::memory_order_acquire))
-    word = running | kWaiter;
-  while (word == (running | kWaiter)) {
+  while (Live(word) == running) {
+    if (!(word & kWaiter)) {
+      if (!slot.word.compare_exchange_weak(word, word | kWaiter, std::memory_order_acquire,
+                                           std::memory_order_acquire))
+        continue;
+      word |= kWaiter;
+    }
     platform::WaitWhileEqual(slot.word, word);
     word = slot.word.load(std::memory_order_acquire);
   }
@@ -207,7 +218,7 @@ void RunBandJob(const BandJob& job) {
   for (int32_t i = 0; i < running && count < helpers; ++i) {
     Slot& slot = g_pool.At(i);
     uint32_t word = slot.word.load(std::memory_order_relaxed);
-    if (Phase(word) != kIdle ||
+    if (Phase(word) != kIdle || (word & kStop) ||
         !slot.word.compare_exchange_strong(word, Generation(word) | kClaimed, std::memory_order_acquire))
       continue;
     slot.bands = &bands;
