@@ -1,9 +1,10 @@
 // Large frames on every core: conversions through the image object as a host
-// makes them (a new image per frame: write format A, then AcquireAccess read of
-// format B, timed), on one thread (SetConversionThreadLimit(1)) and on all the
-// threads the library may use, beside libyuv (one thread) on bare buffers.
-// Wall-clock time: the bands run on other threads. Names are
-// Pair/Size/{One,All,Anchor}; run_bands.sh turns one run into a table.
+// makes them (write format A, then AcquireAccess read of format B, timed), on
+// one thread (SetConversionThreadLimit(1)) and on all the threads the library
+// may use, into one image written again per frame and into a new image per
+// frame, beside libyuv (one thread) on bare buffers. Wall-clock time: the bands
+// run on other threads. Names are Pair/Size/{One,All,OneNew,AllNew,Forced,Anchor};
+// run_bands.sh turns one run into tables.
 #include <benchmark/benchmark.h>
 #include <libyuv.h>
 
@@ -72,8 +73,28 @@ void Fill(const Image::ImageData& data, const uint8_t* src, int32_t format, int3
 }
 
 // A new image per frame, as a camera stream gives one: written (untimed), then read in the wanted format.
-// threads 1: one thread; 0: all; -1: all, and bands at any size (what the threshold saves).
-void Object(benchmark::State& state, const Pair& pair, Size size, int32_t threads) {
+// Writes the source into `image` (which leaves every other format stale).
+bool Write(Image* image, const Pair& pair, Size size, const std::vector<uint8_t>& src) {
+  Image::ImageData data{};
+  if (image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(pair.from), 0, &data) < 0) return false;
+  Fill(data, src.data(), pair.from, pair.from_bpp, size);
+  return image->ReleaseAccess(&data) >= 0;
+}
+
+bool Read(Image* image, const Pair& pair) {
+  Image::ImageData data{};
+  if (image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(pair.to), pair.angle, &data) < 0)
+    return false;
+  benchmark::DoNotOptimize(data.planes[0]);
+  return image->ReleaseAccess(&data) >= 0;
+}
+
+// The read access that converts, timed; the write before it is not. `fresh`: a
+// new image per frame, so the destination planes are new memory each time (its
+// first touch costs page faults); otherwise one image, written again per frame.
+// threads 1: one thread; 0: all; -1: all, and bands at any size (what the
+// threshold saves).
+void Object(benchmark::State& state, const Pair& pair, Size size, int32_t threads, bool fresh) {
   Base* object = nullptr;
   if (lmx::CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, &object) < 0 || !object)
     return state.SkipWithError("no allocator");
@@ -82,26 +103,23 @@ void Object(benchmark::State& state, const Pair& pair, Size size, int32_t thread
   FillPattern(src.data(), src.size());
   lmx::SetConversionThreadLimit(threads);
   const int64_t threshold = threads < 0 ? lmx::SetBandThresholdBytes(0) : -1;
+  Image::ImageInfo info{size.w, size.h, pair.from, 0};
+  Image* image = nullptr;
+  // One image: its planes are touched once before timing starts.
+  if (!fresh && (allocator->CreateImage(&info, 0, nullptr, &image) < 0 || !Write(image, pair, size, src) ||
+                 !Read(image, pair)))
+    state.SkipWithError("access refused");
   const uint64_t banded = lmx::BandedJobCount();
   for (auto _ : state) {
     state.PauseTiming();
-    Image::ImageInfo info{size.w, size.h, pair.from, 0};
-    Image* image = nullptr;
-    Image::ImageData data{};
-    bool ok = allocator->CreateImage(&info, 0, nullptr, &image) >= 0 &&
-              image->AcquireAccess(Image::ACCESS_WRITE, static_cast<Image::PixelFormat>(pair.from), 0, &data) >= 0;
-    if (ok) {
-      Fill(data, src.data(), pair.from, pair.from_bpp, size);
-      ok = image->ReleaseAccess(&data) >= 0;
+    if (fresh && image) {
+      image->Release();
+      image = nullptr;
     }
+    const bool written = (image || allocator->CreateImage(&info, 0, nullptr, &image) >= 0) &&
+                         Write(image, pair, size, src);
     state.ResumeTiming();
-    ok = ok && image->AcquireAccess(Image::ACCESS_READ, static_cast<Image::PixelFormat>(pair.to), pair.angle, &data) >= 0;
-    benchmark::DoNotOptimize(data.planes[0]);
-    ok = ok && image->ReleaseAccess(&data) >= 0;
-    state.PauseTiming();
-    if (image) image->Release();
-    state.ResumeTiming();
-    if (!ok) {
+    if (!written || !Read(image, pair)) {
       state.SkipWithError("access refused");
       break;
     }
@@ -109,6 +127,7 @@ void Object(benchmark::State& state, const Pair& pair, Size size, int32_t thread
   state.counters["banded"] = static_cast<double>(lmx::BandedJobCount() - banded) / state.iterations();
   lmx::SetConversionThreadLimit(0);
   if (threshold >= 0) lmx::SetBandThresholdBytes(threshold);
+  if (image) image->Release();
   allocator->Release();
 }
 
@@ -125,11 +144,16 @@ void Anchor(benchmark::State& state, const Pair& pair, Size size) {
 const int kRegistered = [] {
   static const std::vector<Pair> pairs = Pairs();
   for (const Pair& pair : pairs) {
-    for (Size size : {Size{3840, 2160}, Size{1920, 1080}, Size{640, 480}}) {
+    for (Size size : {Size{3840, 2160}, Size{1920, 1080}, Size{1280, 720}, Size{640, 480}}) {
       const std::string name = std::string(pair.name) + "/" + std::to_string(size.w) + "x" + std::to_string(size.h);
-      for (auto [side, threads] : {std::pair{"One", 1}, std::pair{"All", 0}, std::pair{"Forced", -1}})
+      const struct {
+        const char* side;
+        int32_t threads;
+        bool fresh;
+      } sides[] = {{"One", 1, false}, {"All", 0, false}, {"OneNew", 1, true}, {"AllNew", 0, true}, {"Forced", -1, false}};
+      for (auto [side, threads, fresh] : sides)
         if (threads >= 0 || size.w == 640)
-          benchmark::RegisterBenchmark((name + "/" + side).c_str(), Object, pair, size, threads)
+          benchmark::RegisterBenchmark((name + "/" + side).c_str(), Object, pair, size, threads, fresh)
               ->Unit(benchmark::kMicrosecond)
               ->UseRealTime();
       benchmark::RegisterBenchmark((name + "/Anchor").c_str(), Anchor, pair, size)

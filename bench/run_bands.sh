@@ -3,7 +3,7 @@
 # conversion and size, the wall-clock time through the image object on one
 # thread and on every thread the library may use (a new image per frame), the
 # speed-up, libyuv's time on one thread and the ratio libyuv / all threads (above
-# 1 we are faster). Repetitions in random interleaving, medians of real time: the
+# 1 we are faster); the same into a new image per frame (new planes: page faults). Repetitions in random interleaving, medians of real time: the
 # machine must be otherwise idle. Extra arguments go to the benchmark.
 set -eu
 bench_target=band_bench
@@ -20,12 +20,14 @@ for b in json.load(open(sys.argv[1]))["benchmarks"]:
         continue
     pair, size, side = b.get("run_name", b["name"]).split("/")[:3]
     rows.setdefault((pair, size), {})[side] = b["real_time"]
-print("| conversion | size | one thread us | all threads us | speed-up | libyuv us | libyuv / all |")
-print("|---|---|---|---|---|---|---|")
+print("| conversion | size | one thread us | all threads us | speed-up | libyuv us | libyuv / all "
+      "| new image per frame: one / all us | speed-up |")
+print("|---|---|---|---|---|---|---|---|---|")
 for (pair, size), t in rows.items():
-    if {"One", "All", "Anchor"} <= t.keys():
+    if {"One", "All", "Anchor", "OneNew", "AllNew"} <= t.keys():
         print(f"| {pair} | {size} | {t['One']:.0f} | {t['All']:.0f} | {t['One'] / t['All']:.2f} | "
-              f"{t['Anchor']:.0f} | {t['Anchor'] / t['All']:.2f} |")
+              f"{t['Anchor']:.0f} | {t['Anchor'] / t['All']:.2f} | {t['OneNew']:.0f} / {t['AllNew']:.0f} | "
+              f"{t['OneNew'] / t['AllNew']:.2f} |")
 print()
 print("| 640x480 | one thread us | banding allowed us | allowed / one | banded at any size us |")
 print("|---|---|---|---|---|")
