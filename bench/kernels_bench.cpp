@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "cpu/cpu_features.h"
+#include "kernels/band_pool.h"
 #include "kernels/pixel_kernels.h"
 
 namespace {
@@ -204,6 +205,7 @@ void RegisterAll() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  lmx::SetConversionThreadLimit(1);  // the kernels on one thread (band_bench times the bands)
   RegisterAll();
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;

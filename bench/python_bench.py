@@ -12,8 +12,14 @@ Cases, on a 1920x1080 YUY2 frame, single thread (cv2.setNumThreads(1)):
 
 Repetitions interleave the cases; the fastest repetition of each counts, in CPU time
 (everything runs on the calling thread, so time lost to other processes is left out).
+
+--large: 3840x2160 frames, every thread on both sides (the library's band threads,
+OpenCV's default threads), wall-clock time, median of the repetitions: one image
+written per frame (untimed), then a read block in the wanted format (timed); the
+same into a new image per frame; beside cv2.cvtColor on the same pairs (a new
+array per call, which NumPy backs with huge pages).
 Usage: PYTHONPATH=build/bench/python python3 bench/python_bench.py [--repetitions N]
-       [--iterations N] [--smoke]
+       [--iterations N] [--smoke] [--large]
 """
 import argparse
 import time
@@ -33,9 +39,12 @@ def main():
     parser.add_argument("--repetitions", type=int, default=7)
     parser.add_argument("--iterations", type=int, default=50, help="per repetition, for the frame cases")
     parser.add_argument("--smoke", action="store_true", help="one short pass, to check the script runs")
+    parser.add_argument("--large", action="store_true", help="4K frames on every thread (see above)")
     args = parser.parse_args()
     if args.smoke:
         args.repetitions, args.iterations = 1, 2
+    if args.large:
+        return large(args)
 
     cv2.setNumThreads(1)
     frame = np.random.default_rng(7).integers(16, 236, (H, W, 2), dtype=np.uint8)
@@ -85,6 +94,59 @@ def main():
     print(f"bgra_view / cv2  {best['bgra_view'] / best['cv2']:.2f}")
     print(f"bgra_copy / cv2  {best['bgra_copy'] / best['cv2']:.2f}")
     print(f"with_block       {best['with_block'] * 1e6:.2f} us (target < 2 us)")
+
+
+def large(args):
+    w, h = 3840, 2160
+    rng = np.random.default_rng(7)
+    yuy2 = rng.integers(16, 236, (h, w, 2), dtype=np.uint8)
+    nv12 = rng.integers(16, 236, (h * 3 // 2, w), dtype=np.uint8)
+    bgra = rng.integers(0, 256, (h, w, 4), dtype=np.uint8)
+    alloc = lmxcore.Allocator()
+
+    def ours(source_format, source, to, fresh):
+        kept = alloc.image(w, h, source_format)
+
+        def frame():
+            image = alloc.image(w, h, source_format) if fresh else kept
+            with image.write(source_format) as planes:
+                if source_format == Format.NV12:
+                    planes[0][...], planes[1][...] = source[:h], source[h:]
+                else:
+                    planes[...] = source
+            start = time.perf_counter()
+            with image.read(to):
+                pass
+            return time.perf_counter() - start
+        frame()  # the kept image's planes exist before timing starts
+        return frame
+
+    def theirs(source, code):
+        def frame():
+            start = time.perf_counter()
+            cv2.cvtColor(source, code)
+            return time.perf_counter() - start
+        return frame
+
+    cases = {
+        name: (ours(f, source, to, False), ours(f, source, to, True), theirs(source, code))
+        for name, f, source, to, code in [
+            ("YUY2->BGRA", Format.YUY2, yuy2, Format.BGRA, cv2.COLOR_YUV2BGRA_YUY2),
+            ("NV12->BGRA", Format.NV12, nv12, Format.BGRA, cv2.COLOR_YUV2BGRA_NV12),
+            ("BGRA->Y8", Format.BGRA, bgra, Format.Y8, cv2.COLOR_BGRA2GRAY),
+        ]
+    }
+    times = {name: ([], [], []) for name in cases}
+    for _ in range(args.repetitions):
+        for name, pair in cases.items():
+            for side, frame in enumerate(pair):
+                times[name][side].append(sum(frame() for _ in range(args.iterations)) / args.iterations)
+    print(f"3840x2160, OpenCV {cv2.__version__} with {cv2.getNumThreads()} threads, median wall-clock time")
+    print("| conversion | lmxcore, one image us | cv2.cvtColor us | cv2 / lmxcore | lmxcore, new image per frame us |")
+    print("|---|---|---|---|---|")
+    for name, sides in times.items():
+        kept, fresh, cv = (sorted(t)[len(t) // 2] for t in sides)
+        print(f"| {name} | {kept * 1e6:.0f} | {cv * 1e6:.0f} | {cv / kept:.2f} | {fresh * 1e6:.0f} |")
 
 
 if __name__ == "__main__":

@@ -2,12 +2,16 @@
 // export looked up by name and, where the platform has ordinals, by ordinal 1.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
+#include <thread>
 
 #include "lmx/platform/module.h"
+#include "lmxallocator.h"
 #include "module_host.h"
 
 namespace platform = lmx::platform;
+using namespace Norvik::Lumetra;
 
 TEST(ModuleServices, TableFoundByNameAndByOrdinalOneWhereOrdinalsExist) {
   platform::ModuleHandle module = platform::LoadModule(lmxhost::DefaultCoreLibraryPath());
@@ -49,4 +53,45 @@ TEST(ModuleServices, SharedLibraryNamesKeepOneLibPrefix) {
   EXPECT_EQ(core.stem(), "liblmxcore");
   EXPECT_EQ(platform::SharedLibraryFileName("lmxcore"), core);
   EXPECT_EQ(platform::SharedLibraryFileName("liblmxlog").stem(), "liblmxlog");
+}
+
+// A large conversion starts the band threads; unloading the library stops them
+// (on Windows they end once the unload releases the loader lock, hence the
+// short wait), and a second load starts them again.
+TEST(ModuleServices, UnloadingLeavesNoBandThreadBehind) {
+  const std::filesystem::path tasks = "/proc/self/task";
+  if (!std::filesystem::exists(tasks)) GTEST_SKIP() << "no list of the process's threads here";
+  auto threads = [&] { return std::distance(std::filesystem::directory_iterator(tasks), {}); };
+  auto settled = [&](std::ptrdiff_t expected) {
+    for (int i = 0; i < 100 && threads() != expected; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return threads();
+  };
+  const auto before = threads();
+  for (int cycle = 0; cycle < 2; ++cycle) {
+    {
+      lmxhost::Module module;
+      ASSERT_TRUE(module.Load(lmxhost::DefaultCoreLibraryPath()));
+      Base* object = nullptr;
+      for (auto* entry : module.Entries()) {
+        if (lmxhost::FourCCText(entry->desc.code) == "AEMU")
+          entry->factory(nullptr, nullptr, nullptr, entry, LMXAllocator::kIid, &object);
+      }
+      ASSERT_NE(object, nullptr);
+      auto* allocator = object->QueryInstance<LMXAllocator>();
+      Image::ImageInfo info{1920, 1080, Image::PIXEL_FORMAT_YUY2, 0};
+      Image* image = nullptr;
+      ASSERT_EQ(allocator->CreateImage(&info, 0, nullptr, &image), LMX_STATUS_NO_ERROR);
+      Image::ImageData data{};
+      for (auto [access, format] : {std::pair{Image::ACCESS_WRITE, Image::PIXEL_FORMAT_YUY2},
+                                    {Image::ACCESS_READ, Image::PIXEL_FORMAT_BGRA}}) {
+        ASSERT_EQ(image->AcquireAccess(access, format, 0, &data), LMX_STATUS_NO_ERROR);
+        image->ReleaseAccess(&data);
+      }
+      image->Release();
+      allocator->Release();
+      // One processor, LMX_THREADS=1, or a thread list that shows none (wine).
+      if (threads() == before) GTEST_SKIP() << "no band thread to be seen here";
+    }
+    EXPECT_EQ(settled(before), before) << "cycle " << cycle;
+  }
 }

@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "image/coreaccel_baseimage_route.h"
 #include "image/pixel_format_table.h"
+#include "kernels/band_pool.h"
 #include "support/planes.h"
 #include "test_support.h"
 
@@ -19,15 +21,15 @@ using lmxtest::GuardedPlane;
 constexpr int32_t Rotated(int32_t format, int32_t degrees) { return format | (degrees << kRotationShift); }
 
 // The planes of one buffer of a width x height image in a format key, each buffer
-// of other random bytes.
+// of other random bytes (or of the bytes `seed` gives).
 struct Buffer {
-  Buffer(int32_t width, int32_t height, int32_t key) : info{width, height, key, 0} {
+  Buffer(int32_t width, int32_t height, int32_t key, uint32_t seed = 0) : info{width, height, key, 0} {
     LMXImageService::PlaneInfo layout;
     const int n = ComputePlaneLayout(width, height, key, &layout);
     data = {};
     data.format = key;
-    static uint32_t seed = 0;
-    std::mt19937 rng(++seed);
+    static uint32_t next_seed = 1000;
+    std::mt19937 rng(seed ? seed : ++next_seed);
     for (int c = 0; c < n; ++c) {
       planes.emplace_back(static_cast<int>(layout.plane[c].width * layout.plane[c].bytesPerPixel),
                           static_cast<int>(layout.plane[c].height), 3);
@@ -125,6 +127,36 @@ TEST(ConvertImageBuffer, EqualKeysCopyAndRotationsTurnBack) {
   EXPECT_TRUE(back.Same(src.planes));
   for (auto& plane : turned.planes) EXPECT_TRUE(plane.Intact());
   EXPECT_EQ(Convert(src, odd, none), LMX_STATUS_PARAM_UNSUPPORTED);
+}
+
+// Every pair and rotation gives the bytes of one thread when split into bands:
+// odd sizes, 4:2:0 row pairs, rotations' 64-column groups and their remainders.
+TEST(ConvertImageBuffer, BandsGiveTheBytesOfOneThread) {
+  const int64_t threshold = SetBandThresholdBytes(0);
+  const uint64_t banded = BandedJobCount();
+  FixedDepthScale scale(0.125f);
+  const int32_t formats[] = {Image::PIXEL_FORMAT_YUY2, Image::PIXEL_FORMAT_NV12,  Image::PIXEL_FORMAT_BGRA,
+                             Image::PIXEL_FORMAT_RGBA, Image::PIXEL_FORMAT_BGR,   Image::PIXEL_FORMAT_RGB,
+                             Image::PIXEL_FORMAT_Y8,   Image::PIXEL_FORMAT_Y16,   Image::PIXEL_FORMAT_DEPTH,
+                             Image::PIXEL_FORMAT_DEPTH_NATIVE, Image::PIXEL_FORMAT_DEPTH_FLOAT};
+  for (auto [width, height] : {std::pair{2, 1}, {7, 5}, {65, 3}, {129, 67}}) {
+    for (int32_t from : formats) {
+      std::vector<int32_t> keys(std::begin(formats), std::end(formats));
+      for (int32_t degrees : {90, 180, 270}) keys.push_back(Rotated(from, degrees));
+      for (int32_t to : keys) {
+        SCOPED_TRACE(testing::Message() << width << "x" << height << " " << std::hex << from << " -> " << to);
+        Buffer src(width, height, from), one(width, height, to, 7), many(width, height, to, 7);
+        SetConversionThreadLimit(1);
+        const Status sts = Convert(src, one, scale);
+        SetConversionThreadLimit(4);
+        EXPECT_EQ(Convert(src, many, scale), sts);
+        EXPECT_TRUE(many.Same(one.planes));
+      }
+    }
+  }
+  SetConversionThreadLimit(0);
+  SetBandThresholdBytes(threshold);
+  EXPECT_GT(BandedJobCount(), banded);
 }
 
 TEST(DepthScale, ShiftFromScale) {

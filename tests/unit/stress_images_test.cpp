@@ -2,6 +2,7 @@
 // (constant frames make any mix-up visible); ThreadSanitizer runs the "stress" label.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstring>
@@ -10,6 +11,8 @@
 
 #include "core_metadata.h"
 #include "image_test_support.h"
+#include "kernels/band_pool.h"
+#include "kernels/pixel_kernels.h"
 #include "test_support.h"
 
 using namespace Norvik::Lumetra;
@@ -45,8 +48,11 @@ uint32_t ReadBgra(Image* image, int32_t width, int32_t height) {
 
 // One writer replaces the native Y8 frame with a new constant per generation
 // while readers read the derived BGRA format through the conversion. Every frame a
-// reader sees is uniform, grey, and never older than one it saw before.
+// reader sees is uniform, grey, and never older than one it saw before. Every
+// conversion is split into bands, the readers racing for one band thread.
 TEST(StressImages, ReadersOfADerivedFormatSeeWholeFramesOfOneGeneration) {
+  const int64_t threshold = lmx::SetBandThresholdBytes(0);
+  lmx::SetConversionThreadLimit(2);
   constexpr int kReaders = 3, kGenerations = 60;
   constexpr int32_t kSide = 48;
   LMXAllocator* allocator = NewAllocator();
@@ -93,4 +99,21 @@ TEST(StressImages, ReadersOfADerivedFormatSeeWholeFramesOfOneGeneration) {
   EXPECT_EQ(static_cast<lmx::ImageObject*>(image)->RefCount(), 1u);
   image->Release();
   allocator->Release();
+  lmx::SetConversionThreadLimit(0);
+  lmx::SetBandThresholdBytes(threshold);
+}
+
+// A conversion started inside a band, while every band thread is busy with the
+// band's own job, runs on its caller and finishes.
+TEST(StressImages, ConversionsInsideBandsFinish) {
+  const int64_t threshold = lmx::SetBandThresholdBytes(0);
+  lmx::SetConversionThreadLimit(3);
+  std::vector<uint8_t> bgra(64 * 64 * 4, 200), grey(8 * 64 * 64);
+  lmx::RunBands(8, 1, int64_t{1} << 30, [&](int32_t begin, int32_t end) {
+    for (int32_t i = begin; i < end; ++i)
+      EXPECT_EQ(lmx::BGRAToY8(bgra.data(), 256, grey.data() + i * 4096, 64, 64, 64), LMX_STATUS_NO_ERROR);
+  });
+  EXPECT_EQ(std::count(grey.begin(), grey.end(), 200), 8 * 64 * 64);
+  lmx::SetConversionThreadLimit(0);
+  lmx::SetBandThresholdBytes(threshold);
 }

@@ -12,8 +12,10 @@ Status Y8ToNV12(const uint8_t* src, int32_t src_pitch, uint8_t* dst_y, int32_t d
   if (Status sts = CheckPlane(src, dst_y, width, height, 1); sts != LMX_STATUS_NO_ERROR) return sts;
   if (height >= 2 && !dst_uv) return LMX_STATUS_HANDLE_INVALID;
   const RowKernels& k = ActiveRowKernels();
-  ForEachRow(src, src_pitch, dst_y, dst_y_pitch, width, height, k.copy);
-  for (int32_t j = 0; j < height / 2; ++j) k.set(Row(dst_uv, dst_uv_pitch, j), 128, width);
+  RunBands(height, 2, PlaneWork(width, height, 3), [&](int32_t begin, int32_t end) {
+    for (int32_t r = begin; r < end; ++r) k.copy(Row(src, src_pitch, r), Row(dst_y, dst_y_pitch, r), width);
+    for (int32_t j = begin / 2; j < end / 2; ++j) k.set(Row(dst_uv, dst_uv_pitch, j), 128, width);
+  });
   return LMX_STATUS_NO_ERROR;
 }
 

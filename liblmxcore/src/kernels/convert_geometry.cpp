@@ -20,6 +20,10 @@ RowFn MirrorRowFor(const RowKernels& k, int32_t bpp) {
   }
 }
 
+// Rotation bands hold whole 64-pixel column groups, a multiple of every
+// transpose tile's width, so only the last band has partial tiles.
+constexpr int32_t kRotateGrain = 64;
+
 bool IsRotatablePixelSize(int32_t bpp) { return bpp == 1 || bpp == 2 || bpp == 3 || bpp == 4 || bpp == 8; }
 
 }  // namespace
@@ -29,12 +33,19 @@ Status CopyPlane(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t ds
   if (Status sts = CheckPlane(src, dst, row_bytes, height, 1); sts != LMX_STATUS_NO_ERROR) return sts;
   if (src == dst && src_pitch == dst_pitch) return LMX_STATUS_NO_ERROR;
   // Rows without padding on both sides are one contiguous block: one call.
-  const int64_t total = static_cast<int64_t>(row_bytes) * height;
-  if (src_pitch == row_bytes && dst_pitch == row_bytes && total <= std::numeric_limits<int>::max()) {
-    ActiveRowKernels().copy(src, dst, static_cast<int>(total));
+  const RowFn copy = ActiveRowKernels().copy;
+  if (src_pitch == row_bytes && dst_pitch == row_bytes) {
+    RunBands(height, 1, PlaneWork(row_bytes, height, 2), [&](int32_t begin, int32_t end) {
+      const int64_t bytes = static_cast<int64_t>(row_bytes) * (end - begin);
+      if (bytes <= std::numeric_limits<int>::max()) {
+        copy(Row(src, src_pitch, begin), Row(dst, dst_pitch, begin), static_cast<int>(bytes));
+      } else {
+        for (int32_t r = begin; r < end; ++r) copy(Row(src, src_pitch, r), Row(dst, dst_pitch, r), row_bytes);
+      }
+    });
     return LMX_STATUS_NO_ERROR;
   }
-  ForEachRow(src, src_pitch, dst, dst_pitch, row_bytes, height, ActiveRowKernels().copy);
+  ForEachRow(2, src, src_pitch, dst, dst_pitch, row_bytes, height, copy);
   return LMX_STATUS_NO_ERROR;
 }
 
@@ -54,13 +65,13 @@ Status MirrorPlane(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t 
     if (src_pitch == std::numeric_limits<int32_t>::min()) return LMX_STATUS_PARAM_UNSUPPORTED;
     // Walk the source from its last row upward; each row is copied as it is.
     const int32_t row_bytes = width * bpp;
-    ForEachRow(Row(src, src_pitch, height - 1), -src_pitch, dst, dst_pitch, row_bytes, height, k.copy);
+    ForEachRow(2, Row(src, src_pitch, height - 1), -src_pitch, dst, dst_pitch, row_bytes, height, k.copy);
     return LMX_STATUS_NO_ERROR;
   }
   if (axis != kMirrorLeftRight) return LMX_STATUS_PARAM_UNSUPPORTED;
   const RowFn row = MirrorRowFor(k, bpp);
   if (!row) return LMX_STATUS_PARAM_UNSUPPORTED;
-  ForEachRow(src, src_pitch, dst, dst_pitch, width, height, row);
+  ForEachRow(2 * bpp, src, src_pitch, dst, dst_pitch, width, height, row);
   return LMX_STATUS_NO_ERROR;
 }
 
@@ -79,17 +90,27 @@ Status RotatePlane(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t 
   const RowKernels& k = ActiveRowKernels();
   switch (degrees) {
     case 0:
-      ForEachRow(src, src_pitch, dst, dst_pitch, width * bpp, height, k.copy);
+      ForEachRow(2, src, src_pitch, dst, dst_pitch, width * bpp, height, k.copy);
       return LMX_STATUS_NO_ERROR;
     case 90:
-      k.rotate90(src, src_pitch, dst, dst_pitch, width, height, bpp);
+      // Destination row x is source column x: bands of destination rows are
+      // bands of source columns, each rotated as an image of its own.
+      RunBands(width, kRotateGrain, PlaneWork(width, height, 2 * bpp), [&](int32_t begin, int32_t end) {
+        k.rotate90(src + static_cast<ptrdiff_t>(begin) * bpp, src_pitch, Row(dst, dst_pitch, begin), dst_pitch,
+                   end - begin, height, bpp);
+      });
       return LMX_STATUS_NO_ERROR;
     case 180:
       // Rows bottom-up, each mirrored left-right.
-      ForEachRow(Row(src, src_pitch, height - 1), -src_pitch, dst, dst_pitch, width, height, MirrorRowFor(k, bpp));
+      ForEachRow(2 * bpp, Row(src, src_pitch, height - 1), -src_pitch, dst, dst_pitch, width, height,
+                 MirrorRowFor(k, bpp));
       return LMX_STATUS_NO_ERROR;
     case 270:
-      k.rotate270(src, src_pitch, dst, dst_pitch, width, height, bpp);
+      // Destination row x is source column width - 1 - x.
+      RunBands(width, kRotateGrain, PlaneWork(width, height, 2 * bpp), [&](int32_t begin, int32_t end) {
+        k.rotate270(src + static_cast<ptrdiff_t>(width - end) * bpp, src_pitch, Row(dst, dst_pitch, begin), dst_pitch,
+                    end - begin, height, bpp);
+      });
       return LMX_STATUS_NO_ERROR;
     default:
       return LMX_STATUS_PARAM_UNSUPPORTED;

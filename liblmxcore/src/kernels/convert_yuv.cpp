@@ -1,4 +1,6 @@
 // Plane drivers between YUY2, NV12 and colour.
+#include <algorithm>
+
 #include "kernels/dispatch.h"
 #include "kernels/pixel_kernels.h"
 #include "kernels/plane_loop.h"
@@ -14,7 +16,7 @@ Status YUY2ToFourChannel(RowAlphaFn row, const uint8_t* src, int32_t src_step, u
   if (!src || !dst) return kKernelNullPointer;
   if (width < 1 || height < 1 || width < 2) return kKernelBadSize;
   if (static_cast<int64_t>(width) * 4 > std::numeric_limits<int>::max()) return kKernelBadSize;
-  ForEachRow(src, src_step, dst, dst_step, width, height, row, alpha);
+  ForEachRow(6, src, src_step, dst, dst_step, width, height, row, alpha);
   return LMX_STATUS_NO_ERROR;
 }
 
@@ -22,7 +24,7 @@ Status YUY2ToThreeChannel(RowFn row, const uint8_t* src, int32_t src_pitch, uint
                           int32_t width, int32_t height) {
   if (Status sts = CheckPlane(src, dst, width, height, 3); sts != LMX_STATUS_NO_ERROR) return sts;
   if (width < 2) return LMX_STATUS_PARAM_UNSUPPORTED;
-  ForEachRow(src, src_pitch, dst, dst_pitch, width, height, row);
+  ForEachRow(5, src, src_pitch, dst, dst_pitch, width, height, row);
   return LMX_STATUS_NO_ERROR;
 }
 
@@ -61,15 +63,18 @@ Status YUY2ToNV12(const uint8_t* src_yuy2, int32_t src_pitch, uint8_t* dst_y, in
   if (height >= 2 && !dst_uv) return LMX_STATUS_HANDLE_INVALID;
   const RowKernels& k = ActiveRowKernels();
   // Luma and chroma of each row pair together, while the pair is still cached:
-  // a second pass over a whole frame would read it from memory again.
-  for (int32_t j = 0; j < height / 2; ++j) {
-    const uint8_t* row0 = Row(src_yuy2, src_pitch, 2 * j);
-    const uint8_t* row1 = Row(src_yuy2, src_pitch, 2 * j + 1);
-    k.yuy2_to_y8(row0, Row(dst_y, dst_y_pitch, 2 * j), width);
-    k.yuy2_to_y8(row1, Row(dst_y, dst_y_pitch, 2 * j + 1), width);
-    k.yuy2_to_uv(row0, row1, Row(dst_uv, dst_uv_pitch, j), width);
-  }
-  if (height & 1) k.yuy2_to_y8(Row(src_yuy2, src_pitch, height - 1), Row(dst_y, dst_y_pitch, height - 1), width);
+  // a second pass over a whole frame would read it from memory again. Bands
+  // hold whole pairs.
+  RunBands(height, 2, PlaneWork(width, height, 3), [&](int32_t begin, int32_t end) {
+    for (int32_t j = begin / 2; j < end / 2; ++j) {
+      const uint8_t* row0 = Row(src_yuy2, src_pitch, 2 * j);
+      const uint8_t* row1 = Row(src_yuy2, src_pitch, 2 * j + 1);
+      k.yuy2_to_y8(row0, Row(dst_y, dst_y_pitch, 2 * j), width);
+      k.yuy2_to_y8(row1, Row(dst_y, dst_y_pitch, 2 * j + 1), width);
+      k.yuy2_to_uv(row0, row1, Row(dst_uv, dst_uv_pitch, j), width);
+    }
+    if (end & 1) k.yuy2_to_y8(Row(src_yuy2, src_pitch, end - 1), Row(dst_y, dst_y_pitch, end - 1), width);
+  });
   return LMX_STATUS_NO_ERROR;
 }
 
@@ -80,26 +85,24 @@ Status NV12ToYUY2(const uint8_t* src_y, int32_t src_y_pitch, const uint8_t* src_
   if (static_cast<int64_t>(width) * 2 > std::numeric_limits<int>::max()) return LMX_STATUS_PARAM_UNSUPPORTED;
   const TwoRowsFn row = ActiveRowKernels().nv12_to_yuy2;
   const int32_t chroma_rows = height / 2;
-  for (int32_t r = 0; r < height; ++r) {
-    const uint8_t* uv;
-    if (r / 2 < chroma_rows) {
-      uv = Row(src_uv, src_uv_pitch, r / 2);
-    } else if (chroma_rows > 0) {
-      uv = Row(src_uv, src_uv_pitch, chroma_rows - 1);  // odd last row: no chroma row of its own
-    } else {
-      // A one-row image has no chroma plane rows at all: neutral chroma.
+  RunBands(height, 2, PlaneWork(width, height, 4), [&](int32_t begin, int32_t end) {
+    for (int32_t r = begin; r < end; ++r) {
       uint8_t* out = Row(dst_yuy2, dst_pitch, r);
       const uint8_t* y = Row(src_y, src_y_pitch, r);
+      if (chroma_rows > 0) {
+        // An odd last row has no chroma row of its own: it takes the last one.
+        row(y, Row(src_uv, src_uv_pitch, std::min(r / 2, chroma_rows - 1)), out, width);
+        continue;
+      }
+      // A one-row image has no chroma plane rows at all: neutral chroma.
       for (int32_t i = 0; i < width / 2; ++i) {
         out[4 * i] = y[2 * i];
         out[4 * i + 1] = 128;
         out[4 * i + 2] = y[2 * i + 1];
         out[4 * i + 3] = 128;
       }
-      continue;
     }
-    row(Row(src_y, src_y_pitch, r), uv, Row(dst_yuy2, dst_pitch, r), width);
-  }
+  });
   return LMX_STATUS_NO_ERROR;
 }
 

@@ -5,6 +5,7 @@
 #include <pthread.h>
 
 #include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <new>
 #include <thread>
@@ -66,6 +67,15 @@ bool WaitAndForgetThread(ThreadHandle handle, int32_t timeoutMs) {
   if (!ended) ::pthread_detach(thread->id);
   delete thread;
   return ended;
+}
+
+void JoinLeavingThread(ThreadHandle thread) { WaitAndForgetThread(thread, -1); }
+
+void NameCurrentThread(const char* name) {
+  if (!name) return;
+  char truncated[16] = {};
+  std::strncpy(truncated, name, sizeof truncated - 1);
+  ::pthread_setname_np(::pthread_self(), truncated);
 }
 
 uint32_t LogicalProcessorCount() { return std::thread::hardware_concurrency(); }

@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <iterator>
 #include <new>
 #include <thread>
 
@@ -39,6 +40,25 @@ bool WaitAndForgetThread(ThreadHandle thread, int32_t timeoutMs) {
   // Closing the handle does not stop a thread that is still running.
   ::CloseHandle(static_cast<HANDLE>(thread));
   return ended;
+}
+
+void JoinLeavingThread(ThreadHandle thread) {
+  // Under the loader lock the thread cannot end; 50 ms is ample for it to
+  // return out of this module into the system's thread exit, where it waits.
+  WaitAndForgetThread(thread, 50);
+}
+
+void NameCurrentThread(const char* name) {
+  if (!name) return;
+  // SetThreadDescription exists from Windows 10 1607; looked up so that older
+  // systems (and older runtimes) simply keep unnamed threads.
+  using SetDescription = HRESULT(WINAPI*)(HANDLE, PCWSTR);
+  static const auto set = reinterpret_cast<SetDescription>(
+      reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "SetThreadDescription")));
+  if (!set) return;
+  wchar_t wide[64] = {};
+  for (size_t i = 0; i + 1 < std::size(wide) && name[i]; ++i) wide[i] = static_cast<wchar_t>(name[i]);
+  set(::GetCurrentThread(), wide);
 }
 
 uint32_t LogicalProcessorCount() { return std::thread::hardware_concurrency(); }

@@ -1,4 +1,5 @@
-// thread.h: the single dedicated worker thread and the processor count.
+// thread.h: the library's own threads (the single dedicated worker, the
+// conversion band threads) and the processor count.
 //
 // Example:
 //   ThreadHandle thread = StartThread(&Worker, context);
@@ -22,6 +23,18 @@ ThreadHandle StartThread(ThreadEntry entry, void* argument);
 // nobody waits for it any more. Returns whether the thread ended in time. A null
 // handle returns true at once.
 bool WaitAndForgetThread(ThreadHandle thread, int32_t timeoutMs);
+
+// Waits for a thread that has been told to stop and is leaving, then releases
+// the handle. For threads stopped from a static destructor at unload: on
+// Windows those destructors run under the loader lock, which a thread needs in
+// order to end, so the wait is bounded (long enough for the thread to leave
+// this module's code; it ends once the lock is released). On POSIX a plain
+// join.
+void JoinLeavingThread(ThreadHandle thread);
+
+// Names the calling thread for debuggers and process listings (at most 15
+// characters are kept on Linux). Best effort: ignored where unsupported.
+void NameCurrentThread(const char* name);
 
 // The number of logical processors as the standard library reports it (0 when
 // unknown).

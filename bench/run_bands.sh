@@ -1,0 +1,37 @@
+#!/bin/sh
+# Builds the band benchmark with the bench preset, runs it once and prints, per
+# conversion and size, the wall-clock time through the image object on one
+# thread and on every thread the library may use (a new image per frame), the
+# speed-up, libyuv's time on one thread and the ratio libyuv / all threads (above
+# 1 we are faster); the same into a new image per frame (new planes: page faults). Repetitions in random interleaving, medians of real time: the
+# machine must be otherwise idle. Extra arguments go to the benchmark.
+set -eu
+bench_target=band_bench
+. "$(dirname "$0")/build_bench.sh"
+"$build/bin/band_bench" --benchmark_min_time=0.2 --benchmark_repetitions=7 \
+  --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true \
+  --benchmark_format=json --benchmark_out="$json" --benchmark_out_format=json "$@" >/dev/null
+echo "$machine, $(nproc) logical processors, load before: $(cut -d' ' -f1-3 /proc/loadavg)"
+python3 - "$json" <<'PY'
+import json, sys
+rows = {}
+for b in json.load(open(sys.argv[1]))["benchmarks"]:
+    if b.get("run_type") == "aggregate" and b.get("aggregate_name") != "median":
+        continue
+    pair, size, side = b.get("run_name", b["name"]).split("/")[:3]
+    rows.setdefault((pair, size), {})[side] = b["real_time"]
+print("| conversion | size | one thread us | all threads us | speed-up | libyuv us | libyuv / all "
+      "| new image per frame: one / all us | speed-up |")
+print("|---|---|---|---|---|---|---|---|---|")
+for (pair, size), t in rows.items():
+    if {"One", "All", "Anchor", "OneNew", "AllNew"} <= t.keys():
+        print(f"| {pair} | {size} | {t['One']:.0f} | {t['All']:.0f} | {t['One'] / t['All']:.2f} | "
+              f"{t['Anchor']:.0f} | {t['Anchor'] / t['All']:.2f} | {t['OneNew']:.0f} / {t['AllNew']:.0f} | "
+              f"{t['OneNew'] / t['AllNew']:.2f} |")
+print()
+print("| 640x480 | one thread us | banding allowed us | allowed / one | banded at any size us |")
+print("|---|---|---|---|---|")
+for (pair, size), t in rows.items():
+    if "Forced" in t:
+        print(f"| {pair} | {t['One']:.0f} | {t['All']:.0f} | {t['All'] / t['One']:.3f} | {t['Forced']:.0f} |")
+PY

@@ -1,0 +1,243 @@
+// The band threads. Each thread owns a slot with one state word; a caller hands
+// a job to an idle thread by claiming its slot directly (there is no shared
+// queue, so a caller never waits for a thread that is busy elsewhere), and
+// takes back, before it started, any hand-off the thread has not picked up by
+// the time the caller ran out of bands: a thread slow to wake costs nothing.
+#include "kernels/band_pool.h"
+
+#include <emmintrin.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cwchar>
+#include <mutex>
+
+#include "lmx/platform/environment.h"
+#include "lmx/platform/thread.h"
+#include "lmx/platform/word_wait.h"
+#include "lmxutils.h"
+
+namespace lmx {
+
+namespace detail {
+std::atomic<int64_t> g_band_threshold_bytes{kDefaultBandThresholdBytes};
+}  // namespace detail
+
+namespace {
+
+using detail::BandJob;
+
+constexpr int32_t kMaxThreads = 64;
+// Bands per participating thread: a few, so that a thread that starts late or
+// is preempted leaves its share to the others.
+constexpr int32_t kBandsPerThread = 4;
+// Pauses a caller spins for a band thread's last band before sleeping.
+constexpr int kFinishSpins = 2000;
+
+// A slot's state word: generation | waiter bit | stop bit | phase. The
+// generation grows by one each time a hand-off ends, so a caller waiting for
+// "its" run never mistakes a later run of the same thread for it. The stop bit
+// is set at unload and kept by every later change.
+constexpr uint32_t kIdle = 0, kClaimed = 1, kAssigned = 2, kRunning = 3;
+constexpr uint32_t kPhaseMask = 3, kStop = 4, kWaiter = 8, kGenerationStep = 16;
+constexpr uint32_t Phase(uint32_t word) { return word & kPhaseMask; }
+constexpr uint32_t Generation(uint32_t word) { return word & ~(kGenerationStep - 1); }
+// The word without its flags: what a caller waiting for a run compares.
+constexpr uint32_t Live(uint32_t word) { return word & ~(kStop | kWaiter); }
+
+// One job's bands, taken one at a time by whoever runs them.
+struct Bands {
+  const BandJob& job;
+  int32_t band_units;
+  int32_t count;
+  std::atomic<int32_t> next{0};
+
+  void RunAll() {
+    for (int32_t b = next.fetch_add(1, std::memory_order_relaxed); b < count;
+         b = next.fetch_add(1, std::memory_order_relaxed)) {
+      const int32_t begin = b * band_units;
+      job.run(job.body, begin, std::min(begin + band_units, job.units));
+    }
+  }
+};
+
+// Set on band threads and on a caller while it runs bands: a conversion started
+// from inside a band runs on its own thread.
+thread_local bool t_in_band = false;
+
+struct alignas(64) Slot {
+  std::atomic<uint32_t> word{kIdle};
+  Bands* bands = nullptr;  // written by the claimer before kAssigned (release)
+  platform::ThreadHandle thread = nullptr;
+  int32_t number = 0;
+};
+
+uint32_t BandThread(void* argument) {
+  Slot& slot = *static_cast<Slot*>(argument);
+  char name[16];
+  std::snprintf(name, sizeof name, "lmx-band-%d", static_cast<int>(slot.number));
+  platform::NameCurrentThread(name);
+  t_in_band = true;
+  for (;;) {
+    uint32_t word = slot.word.load(std::memory_order_acquire);
+    if (word & kStop) return 0;  // a hand-off not yet taken was run by its caller
+    if (Phase(word) != kAssigned) {
+      platform::WaitWhileEqual(slot.word, word);
+      continue;
+    }
+    // The caller may take the hand-off back until this exchange succeeds.
+    if (!slot.word.compare_exchange_strong(word, Generation(word) | kRunning, std::memory_order_acquire)) continue;
+    slot.bands->RunAll();
+    uint32_t before = slot.word.load(std::memory_order_relaxed);
+    while (!slot.word.compare_exchange_weak(before, (Generation(word) + kGenerationStep) | kIdle | (before & kStop),
+                                            std::memory_order_release, std::memory_order_relaxed)) {
+    }
+    if (before & kWaiter) platform::WakeOne(slot.word);
+  }
+}
+
+class BandPool {
+ public:
+  ~BandPool() { Stop(); }
+
+  // Starts threads until `count` run (or one cannot be created); returns how many run.
+  int32_t EnsureThreads(int32_t count) {
+    int32_t started = started_.load(std::memory_order_acquire);
+    if (started >= count) return started;
+    std::lock_guard lock(start_mutex_);
+    started = started_.load(std::memory_order_relaxed);
+    for (; started < count; started_.store(++started, std::memory_order_release)) {
+      Slot& slot = slots_[started];
+      slot.number = started + 1;
+      slot.thread = platform::StartThread(&BandThread, &slot);
+      if (!slot.thread) break;
+    }
+    return started;
+  }
+
+  Slot& At(int32_t index) { return slots_[index]; }
+
+  int32_t Running() const { return started_.load(std::memory_order_acquire); }
+
+ private:
+  // At unload: a thread still running bands (a conversion on another thread
+  // at process exit) finishes them first.
+  void Stop() {
+    const int32_t started = started_.exchange(0, std::memory_order_acq_rel);
+    for (int32_t i = 0; i < started; ++i) {
+      slots_[i].word.fetch_or(kStop, std::memory_order_acq_rel);
+      platform::WakeOne(slots_[i].word);
+    }
+    for (int32_t i = 0; i < started; ++i) platform::JoinLeavingThread(slots_[i].thread);
+  }
+
+  std::mutex start_mutex_;
+  std::atomic<int32_t> started_{0};
+  Slot slots_[kMaxThreads - 1];
+};
+
+BandPool g_pool;
+std::atomic<int32_t> g_limit{0};  // 0: the default
+std::atomic<uint64_t> g_banded{0};
+
+int32_t Clamp(long threads) { return static_cast<int32_t>(std::clamp<long>(threads, 1, kMaxThreads)); }
+
+int32_t DefaultLimit() {
+  static const int32_t limit = [] {
+    if (const auto text = platform::ReadEnvironmentVariable(L"LMX_THREADS")) {
+      wchar_t* end = nullptr;
+      const long threads = std::wcstol(text->c_str(), &end, 10);
+      if (!text->empty() && *end == L'\0' && threads > 0) return Clamp(threads);
+      LMX_LOG(Norvik::Lumetra::LOG_LEVEL_WARN,
+              L"LMX_THREADS=\"" << *text << L"\" is not a positive number; ignored");
+    }
+    return Clamp(std::max<long>(platform::LogicalProcessorCount(), 1));
+  }();
+  return limit;
+}
+
+// Waits until the thread in `slot` has finished its run of generation
+// `generation`, or takes the hand-off back if the thread has not started it.
+void Finish(Slot& slot, uint32_t generation) {
+  uint32_t word = generation | kAssigned;
+  if (slot.word.compare_exchange_strong(word, (generation + kGenerationStep) | kIdle, std::memory_order_acq_rel,
+                                        std::memory_order_acquire))
+    return;
+  // Not running (a stop bit came before the thread took it): every band was
+  // the caller's. Running: its bands end with the run.
+  const uint32_t running = generation | kRunning;
+  for (int spin = 0; spin < kFinishSpins && Live(word) == running; ++spin) {
+    _mm_pause();
+    word = slot.word.load(std::memory_order_acquire);
+  }
+  while (Live(word) == running) {
+    if (!(word & kWaiter)) {
+      if (!slot.word.compare_exchange_weak(word, word | kWaiter, std::memory_order_acquire,
+                                           std::memory_order_acquire))
+        continue;
+      word |= kWaiter;
+    }
+    platform::WaitWhileEqual(slot.word, word);
+    word = slot.word.load(std::memory_order_acquire);
+  }
+}
+
+}  // namespace
+
+void SetConversionThreadLimit(int32_t threads) { g_limit.store(threads <= 0 ? 0 : Clamp(threads)); }
+
+int32_t ConversionThreadLimit() {
+  const int32_t limit = g_limit.load(std::memory_order_relaxed);
+  return limit > 0 ? limit : DefaultLimit();
+}
+
+int64_t SetBandThresholdBytes(int64_t bytes) { return detail::g_band_threshold_bytes.exchange(bytes); }
+
+uint64_t BandedJobCount() { return g_banded.load(std::memory_order_relaxed); }
+
+namespace detail {
+
+void RunBandJob(const BandJob& job) {
+  const int32_t limit = ConversionThreadLimit();
+  const int32_t max_bands = job.units / job.grain;
+  if (limit <= 1 || t_in_band || max_bands < 2) {
+    job.run(job.body, 0, job.units);
+    return;
+  }
+  const int32_t helpers = std::min(limit - 1, max_bands - 1);
+  const int32_t running = g_pool.EnsureThreads(helpers);
+
+  // Whole grains per band, the last band taking the remainder.
+  const int32_t wanted = std::min(max_bands, (helpers + 1) * kBandsPerThread);
+  const int32_t band_units = (max_bands + wanted - 1) / wanted * job.grain;
+  Bands bands{job, band_units, (job.units + band_units - 1) / band_units};
+
+  Slot* handed[kMaxThreads];
+  uint32_t generations[kMaxThreads];
+  int32_t count = 0;
+  for (int32_t i = 0; i < running && count < helpers; ++i) {
+    Slot& slot = g_pool.At(i);
+    uint32_t word = slot.word.load(std::memory_order_relaxed);
+    if (Phase(word) != kIdle || (word & kStop) ||
+        !slot.word.compare_exchange_strong(word, Generation(word) | kClaimed, std::memory_order_acquire))
+      continue;
+    slot.bands = &bands;
+    slot.word.store(Generation(word) | kAssigned, std::memory_order_release);
+    platform::WakeOne(slot.word);
+    handed[count] = &slot;
+    generations[count++] = Generation(word);
+  }
+  if (count == 0) {  // every band thread is busy: the caller converts alone
+    job.run(job.body, 0, job.units);
+    return;
+  }
+  g_banded.fetch_add(1, std::memory_order_relaxed);
+  t_in_band = true;
+  bands.RunAll();
+  t_in_band = false;
+  for (int32_t i = 0; i < count; ++i) Finish(*handed[i], generations[i]);
+}
+
+}  // namespace detail
+
+}  // namespace lmx

@@ -1,0 +1,77 @@
+// band_pool.h: large conversions split into row bands across threads.
+//
+// RunBands(units, grain, bytes, body) calls body(begin, end) over disjoint
+// ranges that together cover [0, units) exactly once; every range but the last
+// starts and ends on a multiple of `grain` (2 keeps 4:2:0 row pairs together).
+// `bytes` is the work's size (bytes read plus written). The body runs once, over
+// the whole range on the calling thread, when the work is below the band
+// threshold, when the thread limit is 1, when the caller is itself running a
+// band (a conversion inside a band), or when no band thread is idle. Otherwise
+// the range is cut into bands, idle band threads are handed the job and the
+// caller takes bands too; it returns once every band has run. A caller waits
+// only for bands that a thread took from its own job: a busy thread is never
+// waited for, so a conversion never stalls behind another frame's bands.
+//
+// Memory ordering: everything the bands wrote is visible to the caller when
+// RunBands returns.
+//
+// The band threads start on the first job that wants them, sleep when idle
+// (no polling), are named "lmx-band-N", and are stopped and joined when the
+// library is unloaded.
+//
+// Example:
+//   RunBands(height, 1, int64_t(width) * 8 * height, [&](int32_t begin, int32_t end) {
+//     for (int32_t r = begin; r < end; ++r) row(src + r * src_pitch, dst + r * dst_pitch, width);
+//   });
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <type_traits>
+
+namespace lmx {
+
+// The number of threads a conversion may run on, the caller included. 0 (or
+// less) restores the default: the environment variable LMX_THREADS when it
+// holds a positive number, else the number of logical processors. 1 runs every
+// conversion on its caller alone. Values above 64 are taken as 64. Thread-safe;
+// conversions already running keep the threads they have.
+void SetConversionThreadLimit(int32_t threads);
+int32_t ConversionThreadLimit();
+
+// Work below this many bytes (read plus written) runs on the caller alone.
+// Tests lower it to band small images; returns the previous value.
+int64_t SetBandThresholdBytes(int64_t bytes);
+
+// How many jobs have been split across threads since load (tests, benchmarks).
+uint64_t BandedJobCount();
+
+namespace detail {
+
+inline constexpr int64_t kDefaultBandThresholdBytes = 4 << 20;
+extern std::atomic<int64_t> g_band_threshold_bytes;
+
+struct BandJob {
+  void (*run)(void* body, int32_t begin, int32_t end);
+  void* body;
+  int32_t units;
+  int32_t grain;
+};
+
+// Splits and runs a job that is large enough to be worth it.
+void RunBandJob(const BandJob& job);
+
+}  // namespace detail
+
+template <class Body>
+void RunBands(int32_t units, int32_t grain, int64_t bytes, Body&& body) {
+  if (bytes < detail::g_band_threshold_bytes.load(std::memory_order_relaxed) || units < 2 * grain) {
+    body(int32_t{0}, units);
+    return;
+  }
+  using B = std::remove_reference_t<Body>;
+  detail::RunBandJob({[](void* b, int32_t begin, int32_t end) { (*static_cast<B*>(b))(begin, end); },
+                      const_cast<void*>(static_cast<const void*>(&body)), units, grain});
+}
+
+}  // namespace lmx
