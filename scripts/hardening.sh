@@ -2,8 +2,8 @@
 # The hardening pass CI runs after the default and asan runs (the asan run already
 # checks for leaks: its preset sets detect_leaks=1):
 #   1. the concurrency-heavy suites (scheduler, sync points, platform events and
-#      threads, object model, multi-format images and their I/O, metadata, stress) under
-#      ThreadSanitizer;
+#      threads, object model, multi-format images and their I/O, metadata, stress, the
+#      soak's short form) under ThreadSanitizer;
 #   2. both test programs of the default build under valgrind memcheck, which also
 #      sees reads of uninitialised memory, and fails on any definite leak;
 #   3. every fuzz target (LMX_FUZZ_TARGETS in fuzz/CMakeLists.txt, found through
@@ -19,7 +19,7 @@ scripts/install-deps.sh build sanitizers
 
 cmake --preset tsan >/dev/null
 cmake --build --preset tsan
-ctest --preset tsan -R '^(Scheduler|SyncPoint|Requests|ConcurrentPointerMap|PlatformEvent|AdaptiveMutex|ObjectModel|ImageMultiBuffer|ImageIo|Metadata|Stress)'
+ctest --preset tsan -R '^(Scheduler|SyncPoint|Requests|ConcurrentPointerMap|PlatformEvent|AdaptiveMutex|ObjectModel|ImageMultiBuffer|ImageIo|Metadata|Stress|Soak)'
 echo "== hardening, tsan: $((SECONDS - start)) s"
 
 cmake --preset default >/dev/null
