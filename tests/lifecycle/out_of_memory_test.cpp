@@ -8,26 +8,19 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <functional>
-#include <thread>
-#include <vector>
 
-#include "host_session.h"
+#include "lifecycle_support.h"
 #include "lmxallocator.h"
-#include "lmxaudio.h"
-#include "lmxscheduler.h"
 #include "support/alloc_injector.h"
 #include "unit/metadata_fakes.h"
-
-extern Norvik::Lumetra::Service::DLLExportTable LMXDLLExportTable;
+#include "unit/scheduler_test_support.h"
 
 namespace {
 
 using namespace Norvik::Lumetra;
+using lmxtest::Make;
 
 // One pass of a scenario: every library call goes through Step, armed; after a
 // failure the remaining steps are skipped and the scenario only cleans up.
@@ -49,20 +42,6 @@ struct Pass {
   bool silentPool = false;
   bool refsChanged = false;
 };
-
-Base* Make(uint32_t code, Session* session) {
-  for (auto* e = &LMXDLLExportTable; e; e = e->next) {
-    if (e->desc.code != code) continue;
-    Base* object = nullptr;
-    // On a failure the caller releases whatever the factory handed out.
-    if (e->factory(session, nullptr, nullptr, e, 0, &object) < 0 && object) {
-      object->Release();
-      object = nullptr;
-    }
-    return object;
-  }
-  return nullptr;
-}
 
 Base* MakeArmed(Pass& pass, uint32_t code, Session* session) {
   Base* object = nullptr;
@@ -138,29 +117,11 @@ void Audio(Pass& pass) {
   if (allocator) allocator->Release();
 }
 
-struct Task final : LMXSchedulerService::Callback {
-  void* QueryInstance(InterfaceId) override { return nullptr; }
-  void Release() override {}
-  Status Run(Status) override {
-    runs.fetch_add(1);
-    runs.notify_all();
-    return LMX_STATUS_NO_ERROR;
-  }
-  const wchar_t* QueryName() override { return L"out-of-memory task"; }
-  bool RanWithin(int expected, std::chrono::seconds limit) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (runs.load() < expected && std::chrono::steady_clock::now() < end)
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return runs.load() >= expected;
-  }
-  std::atomic<int> runs{0};
-};
-
 void Scheduler(Pass& pass) {
   lmxhost::HostSession session;
   Base* master = MakeArmed(pass, FourCC("CRSC"), &session);
   Base* follower = MakeArmed(pass, FourCC("CRSC"), &session);
-  Task consumer, task;
+  lmxtest::RecordingTask consumer, task;
   int frame = 0, result = 0;
   void* frameKey = &frame;
   void* keys[2] = {&frame, &result};
@@ -172,13 +133,11 @@ void Scheduler(Pass& pass) {
     pass.Step([&] { return service->CreateSyncPoint(2, keys, &sp); });
     pass.Step([&] { return service->RequestInputs(1, &frameKey, &consumer); });
     pass.Step([&] { return service->MarkOutputs(2, keys, LMX_STATUS_NO_ERROR); });
-    pass.Step([&] {
-      return static_cast<LMXSyncPointService*>(sp->QueryInstance(LMXSyncPointService::kIid))->SignalSyncPoint(LMX_STATUS_NO_ERROR);
-    });
+    pass.Step([&] { return lmxtest::SignalFace(sp)->SignalSyncPoint(LMX_STATUS_NO_ERROR); });
     pass.Step([&] { return sp->Synchronize(2000); });
     if (pass.Step([&] { return scheduler->SubmitTask(&task, LMX_STATUS_NO_ERROR); }))
-      pass.silentPool = !task.RanWithin(1, std::chrono::seconds(2));
-    if (!pass.stopped) pass.silentPool |= !consumer.RanWithin(1, std::chrono::seconds(2));
+      pass.silentPool = !task.WaitForRuns(1);
+    if (!pass.stopped) pass.silentPool |= !consumer.WaitForRuns(1);
   }
   if (sp) sp->Release();
   if (follower) follower->Release();

@@ -1,4 +1,4 @@
-# CTest driver: installs the build tree to a staging prefix, so that the library
+# CTest driver (tests/lifecycle): installs the build tree to a staging prefix, so that the library
 # configures the logging module from the installation's registry file (with its
 # file watch), then starts hosts of it and requires each to exit within 2 s:
 # C++ hosts with and without oneTBB, with and without unloading the module, and
