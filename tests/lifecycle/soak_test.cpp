@@ -19,6 +19,13 @@
 // Under AddressSanitizer, a quarantine of a few 1080p frames: the default 256 MB
 // fills over tens of seconds at this rate and would pass for a growing resident set.
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() { return "quarantine_size_mb=32"; }
+#ifdef __SANITIZE_ADDRESS__
+// Its allocator still keeps freed frames for a while (one 1080p frame set is 12
+// MB), so the resident set moves by a frame or two; leaks are its leak checker's.
+constexpr long kSlackKiB = 32 * 1024;
+#else
+constexpr long kSlackKiB = 0;
+#endif
 
 namespace {
 
@@ -169,7 +176,7 @@ TEST(Soak, CameraSessionLosesNoFrameAndKeepsItsMemoryFlat) {
     EXPECT_EQ(s.lost, 0) << s.name;
   }
   if (seconds >= 30) {
-    EXPECT_LE(peakKiB, warmKiB * 105 / 100);
+    EXPECT_LE(peakKiB, warmKiB * 105 / 100 + kSlackKiB);
   }
   converter->Release();
   allocator->Release();
