@@ -20,6 +20,7 @@
 #include <cstring>
 #include <limits>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <new>
 
@@ -130,7 +131,7 @@ class LMXMetadataStore : public F {
   static constexpr int32_t kFirstUid = 0x81001;
   static constexpr int32_t kUidLimit = 0xFFFFF;
 
-  int32_t QueryUID() override {
+  int32_t QueryUID() override try {
     std::lock_guard guard(lock);
     for (int32_t id = kFirstUid; id < kUidLimit; ++id) {
       if (buffers.count(id)) continue;
@@ -138,7 +139,7 @@ class LMXMetadataStore : public F {
       return id;
     }
     return Norvik::Lumetra::LMX_STATUS_ITEM_UNAVAILABLE;
-  }
+  } LMX_EDGE_CATCH_RETURN(Norvik::Lumetra::LMX_STATUS_ALLOC_FAILED)
 
   int32_t QueryMetadata(int32_t index) override {
     std::lock_guard guard(lock);
@@ -162,29 +163,29 @@ class LMXMetadataStore : public F {
     return Norvik::Lumetra::LMX_STATUS_NO_ERROR;
   }
 
-  Status AttachBuffer(int32_t id, uint8_t* buffer, int32_t size) override {
+  Status AttachBuffer(int32_t id, uint8_t* buffer, int32_t size) override try {
     using namespace Norvik::Lumetra;
     std::lock_guard guard(lock);
     if (LMX_FAILED_ON(findBuffer(id) == NULL)) return LMX_STATUS_HANDLE_INVALID;
     LMX_CHECK(buffer, LMX_STATUS_HANDLE_INVALID);
     LMX_CHECK(size, LMX_STATUS_HANDLE_INVALID);
     LMX_CHECK(size > 0, LMX_STATUS_HANDLE_INVALID);
-    auto* copy = new (std::nothrow) uint8_t[static_cast<size_t>(size)];
+    std::unique_ptr<uint8_t[]> copy(new (std::nothrow) uint8_t[static_cast<size_t>(size)]);
     if (!copy) return LMX_STATUS_ALLOC_FAILED;
-    std::memcpy(copy, buffer, static_cast<size_t>(size));
+    std::memcpy(copy.get(), buffer, static_cast<size_t>(size));
     MD& md = buffers[id];
     delete[] md.ptr;  // a reserved record holds nothing, but stay safe
-    md = {copy, static_cast<uint32_t>(size)};
+    md = {copy.release(), static_cast<uint32_t>(size)};
     return LMX_STATUS_NO_ERROR;
-  }
+  } LMX_EDGE_CATCH
 
-  int32_t QueryBufferSize(int32_t id) override {
+  int32_t QueryBufferSize(int32_t id) override try {
     std::lock_guard guard(lock);
     const MD* md = findBuffer(id);
     return md ? static_cast<int32_t>(md->size) : 0;
-  }
+  } LMX_EDGE_CATCH_RETURN(0)
 
-  Status QueryBuffer(int32_t id, uint8_t* buffer, int32_t size) override {
+  Status QueryBuffer(int32_t id, uint8_t* buffer, int32_t size) override try {
     using namespace Norvik::Lumetra;
     std::lock_guard guard(lock);
     LMX_CHECK(buffer, LMX_STATUS_HANDLE_INVALID);
@@ -197,26 +198,26 @@ class LMXMetadataStore : public F {
     LMX_CHECK(size >= md->size, LMX_STATUS_HANDLE_INVALID);
     if (record->size) std::memcpy(buffer, record->ptr, record->size);
     return LMX_STATUS_NO_ERROR;
-  }
+  } LMX_EDGE_CATCH
 
-  Status AttachSerializable(int32_t id, Base* instance) override {
+  Status AttachSerializable(int32_t id, Base* instance) override try {
     using namespace Norvik::Lumetra;
     std::lock_guard guard(lock);
     LMX_CHECK(instance, LMX_STATUS_HANDLE_INVALID);
-    if (auto it = buffers.find(id); it != buffers.end()) {
-      delete[] it->second.ptr;
-      buffers.erase(it);
-    }
     Base* old = nullptr;
     if (auto it = instances.find(id); it != instances.end()) old = it->second;
 
     if (auto* reference = static_cast<Reference*>(instance->QueryInstance(Reference::kIid))) {
-      // Counted objects stay live and are serialised only when first read.
+      // Counted objects stay live and are serialised only when first read. The
+      // slot is made before the reference is taken, so a failure keeps none.
+      Base*& slot = instances[id];
       reference->AddRef();
-      instances[id] = instance;
+      slot = instance;
+      DropRecord(id);
       if (old) old->Release();
       return LMX_STATUS_NO_ERROR;
     }
+    // The new record replaces the old one only once it is complete.
     LMX_CHECK_CALL(SerializeObject(id, instance->QueryInstance<LMXSerializableService>()));
     if (old) {
       auto* serializable = old->QueryInstance<LMXSerializableService>();
@@ -224,9 +225,9 @@ class LMXMetadataStore : public F {
       LMX_CHECK_CALL(serializable->SetProfile((LMXSerializableService::ProfileInfo*)buffers[id].ptr, buffers[id].ptr + sizeof(LMXSerializableService::ProfileInfo)));
     }
     return LMX_STATUS_NO_ERROR;
-  }
+  } LMX_EDGE_CATCH
 
-  Status CreateSerializable(int32_t id, Norvik::Lumetra::InterfaceId cuid, void** instance) override {
+  Status CreateSerializable(int32_t id, Norvik::Lumetra::InterfaceId cuid, void** instance) override try {
     using namespace Norvik::Lumetra;
     std::lock_guard guard(lock);
     LMX_CHECK(session, LMX_STATUS_HANDLE_INVALID);
@@ -250,10 +251,16 @@ class LMXMetadataStore : public F {
     const Status sts = RebuildObject(DescriptorPattern(*profile), profile, &created);
     if (sts < 0) return sts;
     if (!instances.count(id)) {
-      // Counted objects stay live, as if attached.
+      // Counted objects stay live, as if attached; the slot is made first.
       if (auto* reference = static_cast<Reference*>(created->QueryInstance(Reference::kIid))) {
-        reference->AddRef();
-        instances[id] = created;
+        try {
+          Base*& slot = instances[id];
+          reference->AddRef();
+          slot = created;
+        } catch (...) {
+          created->Release();
+          throw;
+        }
       }
     }
     *instance = created->QueryInstance(cuid);
@@ -262,7 +269,7 @@ class LMXMetadataStore : public F {
       return LMX_STATUS_PARAM_UNSUPPORTED;
     }
     return LMX_STATUS_NO_ERROR;  // the creation reference is the caller's
-  }
+  } LMX_EDGE_CATCH
 
   Status QueryInternalBuffer(int32_t id, uint8_t** buffer, int32_t* size) override {
     using namespace Norvik::Lumetra;
@@ -296,6 +303,14 @@ class LMXMetadataStore : public F {
     uint8_t* ptr = nullptr;
     uint32_t size = 0;
   };
+
+  // Frees id's serialised record, if any (never allocates).
+  void DropRecord(int32_t id) {
+    if (auto it = buffers.find(id); it != buffers.end()) {
+      delete[] it->second.ptr;
+      buffers.erase(it);
+    }
+  }
 
   // The record with data for id, serialising a live object on first read.
   const MD* findBuffer(int32_t id) {
@@ -354,17 +369,14 @@ class LMXMetadataStore : public F {
     // The record's size is a 32-bit count: header and data must fit it.
     const Checked total = CheckedAdd(sizeof(profile), profile.dataSize);
     LMX_CHECK(IsSize32(total), LMX_STATUS_HANDLE_INVALID);
-    auto* new_buffer = new (std::nothrow) uint8_t[static_cast<size_t>(*total)];
+    std::unique_ptr<uint8_t[]> new_buffer(new (std::nothrow) uint8_t[static_cast<size_t>(*total)]);
     if (!new_buffer) return LMX_STATUS_ALLOC_FAILED;
-    std::memcpy(new_buffer, &profile, sizeof(profile));
+    std::memcpy(new_buffer.get(), &profile, sizeof(profile));
     Status sts = LMX_STATUS_NO_ERROR;
-    if (LMX_CALL_FAILED(sts, serializable->QueryProfile(&profile,new_buffer+sizeof(profile)))) {
-      delete[] new_buffer;
-      return sts;
-    }
+    if (LMX_CALL_FAILED(sts, serializable->QueryProfile(&profile,new_buffer.get()+sizeof(profile)))) return sts;
     MD& md = buffers[id];
     delete[] md.ptr;
-    md = {new_buffer, static_cast<uint32_t>(*total)};
+    md = {new_buffer.release(), static_cast<uint32_t>(*total)};
     return LMX_STATUS_NO_ERROR;
   }
 

@@ -14,6 +14,11 @@
 //   LMX_LOG_IN(function, level, pieces)  the same under a fixed function signature.
 //   LMX_TRACE(name)              traces entry and every exit of the scope at 5000.
 //   LMX_TRACE_AT(level, name)    the same at another level (scheduler internals: 2500).
+//   LMX_EDGE_CATCH               closes an interface operation written as a function
+//                                try block: an exception (std::bad_alloc from a container
+//                                on the way) answers LMX_STATUS_ALLOC_FAILED, logged as
+//                                "failed on memory allocation"; nothing leaves the slot.
+//   LMX_EDGE_CATCH_RETURN(value) the same for an operation that answers another type.
 //   AudioAccess                  scoped acquire/release of an audio object's samples.
 //   Checked arithmetic           sizes and counts from caller values (lmxchecked.h).
 //
@@ -104,6 +109,9 @@ void LogCallFailed(Norvik::Lumetra::Status sts, const char* call, const char* fi
                    const char* function);
 void LogCallFailed(int32_t code, const char* call, const char* file, int line, const char* function);
 
+// Logs the failed-allocation line without throwing; answers LMX_STATUS_ALLOC_FAILED.
+Norvik::Lumetra::Status FailedOnException(const char* file, int line, const char* function) noexcept;
+
 inline bool ErrorEnabled() {
   return lmsdk::LogUtil::GetLogger()->IsLevelEnabled(Norvik::Lumetra::LOG_LEVEL_ERROR);
 }
@@ -172,6 +180,16 @@ class TraceScope {
     if (LMX_CALL_FAILED(lmx_call_sts_, call)) return lmx_call_sts_;        \
   } while (0)
 
+#define LMX_EDGE_CATCH \
+  catch (...) {        \
+    return ::lmx::detail::FailedOnException(LMX_LOG_SOURCE_FILE, __LINE__, LMX_FUNCSIG); \
+  }
+#define LMX_EDGE_CATCH_RETURN(value)                                                \
+  catch (...) {                                                                     \
+    ::lmx::detail::FailedOnException(LMX_LOG_SOURCE_FILE, __LINE__, LMX_FUNCSIG);   \
+    return value;                                                                   \
+  }
+
 #define LMX_LOG_IN(function, level, pieces)                                                          \
   do {                                                                                               \
     ::Norvik::Lumetra::LoggingService* lmx_logger_ = ::lmsdk::LogUtil::GetLogger();                 \
@@ -207,7 +225,7 @@ class AudioAccess {
   // The accelerator is accepted and not used. A null audio object fails the acquire.
   AudioAccess(Norvik::Lumetra::Service::Accelerator*, Norvik::Lumetra::Speech::Audio* audio,
               Norvik::Lumetra::Speech::Audio::AudioFormat format, Norvik::Lumetra::Speech::Audio::Access access,
-              const std::string& caller)
+              const char* caller)
       : audio_(audio), access_(access), caller_(caller) {
     Norvik::Lumetra::Status sts = Norvik::Lumetra::LMX_STATUS_HANDLE_INVALID;
     if (audio_) sts = audio_->AcquireAccess(access, format, 0, &data);
@@ -215,7 +233,7 @@ class AudioAccess {
     if (sts != Norvik::Lumetra::LMX_STATUS_NO_ERROR) {
       using Norvik::Lumetra::LMX_STATUS_NO_ERROR;
       std::printf("AcquireAudioAccess, audio=%p, access=%d, by %s\n", static_cast<void*>(audio_),
-                  static_cast<int>(access_), caller_.c_str());
+                  static_cast<int>(access_), caller_);
       LMX_FAILED_ON(sts == LMX_STATUS_NO_ERROR);
     }
   }
@@ -224,7 +242,7 @@ class AudioAccess {
     sts_ = audio_->ReleaseAccess(&data);
     if (sts_ != Norvik::Lumetra::LMX_STATUS_NO_ERROR)
       std::printf("ReleaseAudioAccess, audio=%p, access=%d, by %s\n", static_cast<void*>(audio_),
-                  static_cast<int>(access_), caller_.c_str());
+                  static_cast<int>(access_), caller_);
   }
   AudioAccess(const AudioAccess&) = delete;
   AudioAccess& operator=(const AudioAccess&) = delete;
@@ -236,5 +254,5 @@ class AudioAccess {
   Norvik::Lumetra::Speech::Audio* audio_;
   Norvik::Lumetra::Status sts_ = Norvik::Lumetra::LMX_STATUS_NO_ERROR;
   Norvik::Lumetra::Speech::Audio::Access access_;
-  std::string caller_;
+  const char* caller_;  // a static text: naming the caller never allocates
 };

@@ -5,7 +5,8 @@
 #      error (the clang-tsa preset; the locks and what they guard are annotated);
 #   1. the suites labelled "concurrency" (tests/CMakeLists.txt: scheduler, sync points,
 #      platform events and threads, object model, multi-format images and their I/O,
-#      metadata, stress) under ThreadSanitizer, as the tsan test preset selects them;
+#      metadata, stress, the soak's short form) under ThreadSanitizer, as the tsan test
+#      preset selects them;
 #   2. both test programs of the default build under valgrind memcheck, which also
 #      sees reads of uninitialised memory, and fails on any definite leak;
 #   3. every fuzz target (LMX_FUZZ_TARGETS in fuzz/CMakeLists.txt, found through

@@ -14,6 +14,20 @@ void LogFailedOn(const char* condition, const char* file, int line, const char* 
   lmsdk::LogUtil::GetLogger()->LogW(LOG_LEVEL_ERROR, message.str().c_str(), file, line, function);
 }
 
+Status FailedOnException(const char* file, int line, const char* function) noexcept {
+  static constexpr char kCondition[] = "memory allocation";
+  try {
+    if (ErrorEnabled()) LogFailedOn(kCondition, file, line, function);
+  } catch (...) {
+    // Out of memory for the message itself: the narrow text needs no copy here.
+    try {
+      lmsdk::LogUtil::GetLogger()->Log(LOG_LEVEL_ERROR, "failed on memory allocation", file, line, function);
+    } catch (...) {
+    }
+  }
+  return LMX_STATUS_ALLOC_FAILED;
+}
+
 void LogCallFailed(Status sts, const char* call, const char* file, int line, const char* function) {
   std::wostringstream message;
   message << L"Error ";

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <mutex>
 
+#include "config_watch.h"
 #include "lmx/platform/environment.h"
 #include "lmx/platform/text.h"
 
@@ -22,7 +23,6 @@ namespace {
 
 std::mutex g_configureLock;
 std::atomic<bool> g_configured{false};
-bool g_watching = false;  // under g_configureLock
 
 // A configuration that reaches no appender is taken as malformed: its messages
 // would go nowhere, and the bootstrap has better fallbacks.
@@ -64,13 +64,16 @@ Status ConfigureFromFile(const std::wstring& path, int32_t watchDelay) {
     log4cxx::LogManager::resetConfiguration();
     return LMX_STATUS_INIT_FAILED;
   }
-  // One watchdog per process; a later file is read once.
-  if (watchDelay > 0 && !g_watching) {
-    log4cxx::PropertyConfigurator::configureAndWatch(file, watchDelay);
-    g_watching = true;
-  }
+  // One watch per process, the module's own (config_watch.h); a later file is
+  // read once.
+  if (watchDelay > 0) StartConfigWatch(path, watchDelay);
   g_configured.store(true, std::memory_order_release);
   return LMX_STATUS_NO_ERROR;
+}
+
+void ReconfigureFromFile(const std::wstring& path) {
+  std::lock_guard<std::mutex> lock(g_configureLock);
+  log4cxx::PropertyConfigurator::configure(log4cxx::File(path));
 }
 
 bool EngineConfigured() { return g_configured.load(std::memory_order_acquire); }

@@ -19,6 +19,9 @@ namespace lmxlog {
 // file's ${LMSDK_LOG_DIR} if the environment lacks it (DefaultLogDirectory).
 Norvik::Lumetra::Status ConfigureFromFile(const std::wstring& path, int32_t watchDelay);
 
+// Reads the file again over the current configuration (the watch's re-read).
+void ReconfigureFromFile(const std::wstring& path);
+
 // Whether a properties file has configured the engine in this process.
 bool EngineConfigured();
 

@@ -57,16 +57,16 @@ LMXAudio* AudioConverter::CreateDestination(LMXAudio::AudioInfo info) {
 }
 
 Status AudioConverter::MixChannels(const int16_t* src, const LMXAudio::AudioInfo& src_info, int16_t* dst,
-                                   const LMXAudio::AudioInfo& dst_info, int32_t frames) {
+                                   const LMXAudio::AudioInfo& dst_info, int32_t frames) try {
   if (dst_info.nchannels != 1) return LMX_STATUS_FEATURE_UNSUPPORTED;
   if (frames == 0) return LMX_STATUS_NO_ERROR;
   LMX_CHECK(frames > 0 && src_info.nchannels > 0, LMX_STATUS_HANDLE_INVALID);
   LMX_CHECK(src && dst, LMX_STATUS_HANDLE_INVALID);
   lmx::ActiveAudioKernels().mixToMono(src, src_info.nchannels, dst, frames);
   return LMX_STATUS_NO_ERROR;
-}
+} LMX_EDGE_CATCH
 
-Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& dst_info, LMXAudio*& dst) {
+Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& dst_info, LMXAudio*& dst) try {
   LMX_TRACE("AudioConverter::ConvertAudio");
   LMX_CHECK(src, LMX_STATUS_HANDLE_INVALID);
   const LMXAudio::AudioInfo src_info = src->QueryInfo();
@@ -193,15 +193,15 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
   dst->ReleaseAccess(&dst_data);
   src->ReleaseAccess(&src_data);
   return LMX_STATUS_NO_ERROR;
-}
+} LMX_EDGE_CATCH
 
 // Argument 1 is the object that creates destination audio (an allocator, or a
 // session that answers the allocator interface).
 Status CreateAudioConverter(Session* session, LMXSchedulerService*, Service::Accelerator*, DLLExportTable*, int32_t,
-                            Base** result) {
+                            Base** result) try {
   auto* converter = new (std::nothrow) AudioConverter(session);
   if (result) *result = converter;
   return converter ? LMX_STATUS_NO_ERROR : LMX_STATUS_ALLOC_FAILED;
-}
+} LMX_EDGE_CATCH
 
 }  // namespace lmx

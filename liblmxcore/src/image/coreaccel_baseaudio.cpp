@@ -30,7 +30,7 @@ Status BaseAudio::Reset() {
 // objects' own formats, so the destination is acquired in its own format: a
 // multi-format destination acquired in the source's format would receive
 // samples of the other format (and twice their room for PCM into float).
-Status BaseAudio::CopyAudio(LMXAudio* src) {
+Status BaseAudio::CopyAudio(LMXAudio* src) try {
   LMX_CHECK(src, LMX_STATUS_HANDLE_INVALID);
   AudioInfo src_info = src->QueryInfo();
   AudioInfo dst_info = QueryInfo();
@@ -45,7 +45,7 @@ Status BaseAudio::CopyAudio(LMXAudio* src) {
   LMX_CHECK(dst_data.format, LMX_STATUS_PARAM_UNSUPPORTED);
   // The accesses end in reverse order: destination, then source.
   return CopyData(&src_info, &src_data, &dst_info, &dst_data);
-}
+} LMX_EDGE_CATCH
 
 // Copies src's dataSize samples into dst, converting by the formats of the two
 // descriptions. Samples never go past the destination's capacity: bufferSize

@@ -103,15 +103,15 @@ Status CheckCallerData(const ImageData* data) {
 
 }  // namespace
 
-Status BaseImage::ExportData(ImageData* data, int32_t options) {
+Status BaseImage::ExportData(ImageData* data, int32_t options) try {
   LMX_CHECK_CALL(CheckCallerData(data));
   return TransferCallerData(ACCESS_READ, data, options);
-}
+} LMX_EDGE_CATCH
 
-Status BaseImage::ImportData(ImageData* data, int32_t options) {
+Status BaseImage::ImportData(ImageData* data, int32_t options) try {
   LMX_CHECK_CALL(CheckCallerData(data));
   return TransferCallerData(ACCESS_WRITE, data, options);
-}
+} LMX_EDGE_CATCH
 
 // Acquires this image in the caller's format (reading converts, writing does not)
 // and copies between its planes and the caller's in the direction of the access.
@@ -128,7 +128,7 @@ Status BaseImage::TransferCallerData(Access access, ImageData* data, int32_t opt
   return sts;
 }
 
-Status BaseImage::CopyImage(Image* src) {
+Status BaseImage::CopyImage(Image* src) try {
   LMX_CHECK(src, LMX_STATUS_HANDLE_INVALID);
   LMX_TRACE("BaseImage::CopyImage");
   ImageInfo src_info{};
@@ -160,6 +160,6 @@ Status BaseImage::CopyImage(Image* src) {
   }
   src->ReleaseAccess(&from);
   return sts;
-}
+} LMX_EDGE_CATCH
 
 }  // namespace lmx

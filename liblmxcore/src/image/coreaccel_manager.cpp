@@ -43,15 +43,15 @@ class AllocatorImpl final : public LMXAddRefImpl<LMXBaseImpl<LMXAllocator>> {
     return sts;
   }
 
-  Status CreateImage(ImageInfo* info, int32_t options, ImageData* data, Image** buffer) override {
+  Status CreateImage(ImageInfo* info, int32_t options, ImageData* data, Image** buffer) override try {
     LMX_TRACE("CreateImage");
     return CreateObject<ImageObject>(info, options, data, buffer);
-  }
+  } LMX_EDGE_CATCH
 
-  Status CreateAudio(AudioInfo* info, int32_t options, AudioData* data, Speech::Audio** buffer) override {
+  Status CreateAudio(AudioInfo* info, int32_t options, AudioData* data, Speech::Audio** buffer) override try {
     LMX_TRACE("CreateAudio");
     return CreateObject<AudioObject>(info, options, data, buffer);
-  }
+  } LMX_EDGE_CATCH
 
   void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }
 
@@ -65,7 +65,7 @@ using Norvik::Lumetra::Service::DLLExportTable;
 
 Norvik::Lumetra::Status CreateAllocator(Norvik::Lumetra::Session* session, LMXSchedulerService*,
                                         Norvik::Lumetra::Service::Accelerator*, DLLExportTable*, int32_t,
-                                        Norvik::Lumetra::Base** result) {
+                                        Norvik::Lumetra::Base** result) try {
   using namespace Norvik::Lumetra;
   LMX_CHECK(result, LMX_STATUS_HANDLE_INVALID);
   *result = nullptr;
@@ -73,6 +73,6 @@ Norvik::Lumetra::Status CreateAllocator(Norvik::Lumetra::Session* session, LMXSc
   LMX_CHECK(allocator, LMX_STATUS_ALLOC_FAILED);
   *result = static_cast<LMXAllocator*>(allocator);
   return LMX_STATUS_NO_ERROR;
-}
+} LMX_EDGE_CATCH
 
 }  // namespace lmx

@@ -95,7 +95,7 @@ void* MultiBuffer<BASE, INFO, DATA>::QueryInstance(InterfaceId iid) {
 }
 
 template <class BASE, class INFO, class DATA>
-Status MultiBuffer<BASE, INFO, DATA>::AcquireAccess(Access access, Format format, int32_t options, DATA* data) {
+Status MultiBuffer<BASE, INFO, DATA>::AcquireAccess(Access access, Format format, int32_t options, DATA* data) try {
   if constexpr (!Traits::kHasRotation) {
     return AcquireAccessMulti(access, nullptr, format, data);
   } else {
@@ -122,7 +122,7 @@ Status MultiBuffer<BASE, INFO, DATA>::AcquireAccess(Access access, Format format
     const int32_t key = FormatKey(plain, angle);
     return AcquireAccessMulti(access, nullptr, key, data);
   }
-}
+} LMX_EDGE_CATCH
 
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::AcquireAccessMulti(Access access, void* accelerator, int32_t key, DATA* data) {
@@ -225,8 +225,12 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
     if (!converted) return LMX_STATUS_PARAM_UNSUPPORTED;
   }
 
-  if (LMX_CALL_FAILED(sts, native->buffer->AcquireNativeAccess(access, 0, data))) return sts;
-  access_list[data] = native;
+  // The record is made before the planes are taken, so nothing can fail after.
+  const auto record = access_list.emplace(data, native).first;
+  if (LMX_CALL_FAILED(sts, native->buffer->AcquireNativeAccess(access, 0, data))) {
+    access_list.erase(record);
+    return sts;
+  }
   AddRef();
   if (notify && observer) observer->OnAcquire(Traits::ObserverKind(this->info.format));
   if (writing) m_bWriteFinished = false;
@@ -242,16 +246,21 @@ Status MultiBuffer<BASE, INFO, DATA>::GetBuffer(INFO* info, int32_t key, DATA* d
     return LMX_STATUS_NO_ERROR;
   }
   LMX_CHECK(bAllocationAllowed || buffers.size() == 1, LMX_STATUS_ITEM_UNAVAILABLE);
+  // The entry is made first and filled last: a failure on the way leaves no
+  // storage without an entry and no entry without storage.
+  const auto [it, made] = buffers.try_emplace(key);
+  auto forget = [&, it = it, made = made] {
+    if (made) buffers.erase(it);
+  };
   BASE* storage = nullptr;
   const Status sts = Traits::CreateStorage(*this, *info, key, data, options, &storage);
-  if (sts < 0) {
+  if (sts < 0 || !storage) {
     if (storage) storage->Release();
-    return sts;
+    forget();
+    return sts < 0 ? sts : LMX_STATUS_ALLOC_FAILED;
   }
-  if (!storage) return LMX_STATUS_ALLOC_FAILED;
-  NativeBuffer& entry = buffers[key];
-  entry = {storage, key, data ? 1 : 0};
-  *native = &entry;
+  it->second = {storage, key, data ? 1 : 0};
+  *native = &it->second;
   return LMX_STATUS_NO_ERROR;
 }
 
@@ -273,7 +282,7 @@ Status MultiBuffer<BASE, INFO, DATA>::GetAttachableBuffer(Access access, int32_t
 }
 
 template <class BASE, class INFO, class DATA>
-Status MultiBuffer<BASE, INFO, DATA>::ReleaseAccess(DATA* data) {
+Status MultiBuffer<BASE, INFO, DATA>::ReleaseAccess(DATA* data) try {
   LMX_CHECK(data, LMX_STATUS_HANDLE_INVALID);
   LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "MultiBuffer::ReleaseAccess");
   Status sts = LMX_STATUS_NO_ERROR;
@@ -300,19 +309,19 @@ Status MultiBuffer<BASE, INFO, DATA>::ReleaseAccess(DATA* data) {
   // Outside the lock: this may be the last reference, which destroys the lock too.
   Release();
   return sts;
-}
+} LMX_EDGE_CATCH
 
 template <class BASE, class INFO, class DATA>
-Status MultiBuffer<BASE, INFO, DATA>::AcquireNativeAccess(Access access, int32_t /*option*/, DATA* data) {
+Status MultiBuffer<BASE, INFO, DATA>::AcquireNativeAccess(Access access, int32_t /*option*/, DATA* data) try {
   LMX_CHECK(data, LMX_STATUS_HANDLE_INVALID);
   std::lock_guard guard(lock);
   NativeBuffer* native = nullptr;
   LMX_CHECK_CALL(GetBuffer(&this->info, this->info.format, 0, this->options, true, &native));
   return native->buffer->AcquireNativeAccess(access, 0, data);
-}
+} LMX_EDGE_CATCH
 
 template <class BASE, class INFO, class DATA>
-Status MultiBuffer<BASE, INFO, DATA>::ReInitImpl(INFO* info, DATA* data, int32_t options) {
+Status MultiBuffer<BASE, INFO, DATA>::ReInitImpl(INFO* info, DATA* data, int32_t options) try {
   LMX_CHECK(info, LMX_STATUS_HANDLE_INVALID);
   std::lock_guard guard(lock);
   // Storage of the old description must never be converted with the new one.
@@ -327,7 +336,7 @@ Status MultiBuffer<BASE, INFO, DATA>::ReInitImpl(INFO* info, DATA* data, int32_t
     LMX_CHECK_CALL(GetBuffer(&this->info, this->info.format, data, this->options, true, &native));
   }
   return LMX_STATUS_NO_ERROR;
-}
+} LMX_EDGE_CATCH
 
 template <class BASE, class INFO, class DATA>
 bool MultiBuffer<BASE, INFO, DATA>::TakeNotifyOption(int32_t options) {
@@ -346,15 +355,15 @@ Status MultiBuffer<BASE, INFO, DATA>::KeepInvalidateCallback(LMXImageService::In
 }
 
 template <class BASE, class INFO, class DATA>
-Status MultiBuffer<BASE, INFO, DATA>::KeepAttachedObject(Base* object) {
+Status MultiBuffer<BASE, INFO, DATA>::KeepAttachedObject(Base* object) try {
   LMX_CHECK(object, LMX_STATUS_HANDLE_INVALID);
   std::lock_guard guard(lock);
   attached.push_back(object);
   return LMX_STATUS_NO_ERROR;
-}
+} LMX_EDGE_CATCH
 
 template <class BASE, class INFO, class DATA>
-Status MultiBuffer<BASE, INFO, DATA>::InvalidateData() {
+Status MultiBuffer<BASE, INFO, DATA>::InvalidateData() try {
   std::lock_guard guard(lock);
   if (!buffers.empty()) {
     LMX_LOG(LOG_LEVEL_VERBOSE,
@@ -367,7 +376,7 @@ Status MultiBuffer<BASE, INFO, DATA>::InvalidateData() {
   for (Base* object : objects)
     if (object) object->Release();
   return LMX_STATUS_NO_ERROR;
-}
+} LMX_EDGE_CATCH
 
 template <class BASE, class INFO, class DATA>
 size_t MultiBuffer<BASE, INFO, DATA>::BufferCount() {

@@ -17,7 +17,7 @@ constexpr uint32_t kSchedulerSubgroup = 0x40000000u;
 }  // namespace
 
 Status CreateScheduler(Session* session, LMXSchedulerService*, Service::Accelerator*, DLLExportTable*, int32_t,
-                       Base** result) {
+                       Base** result) try {
   LMX_CHECK(result, LMX_STATUS_HANDLE_INVALID);
   // A null session is a session without a service: the scheduler becomes a
   // private master.
@@ -38,7 +38,7 @@ Status CreateScheduler(Session* session, LMXSchedulerService*, Service::Accelera
   // Handed out before Init, and kept even if Init fails: the caller releases it.
   *result = static_cast<LMXScheduler*>(scheduler);
   return scheduler->Init(session);
-}
+} LMX_EDGE_CATCH
 
 Scheduler::Scheduler(SessionService* sessionService)
     : session(sessionService), state(std::make_shared<lmx::SchedulerState>()) {}

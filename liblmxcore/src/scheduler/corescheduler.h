@@ -142,6 +142,10 @@ class Scheduler final
 
   Status MarkInProgress(int32_t n, void** outputs);
   Status CompleteOutputs(int32_t n, void** outputs, Status sts);
+  // One waiter record per non-null input, chained through next, from the pool
+  // (all or none); and their return. Require: requestLock is held.
+  SchedulerState::Waiter* TakeWaiters(int32_t n, void** inputs);
+  void ReleaseWaiters(SchedulerState::Waiter* chain);
 
   SessionService* session;    // the host's, not counted
   Scheduler* master = nullptr;

@@ -132,11 +132,18 @@ Status PThreadScheduler::Submit(LMXSchedulerService::Callback* task, Status sts)
 
 STDThreadPool::STDThreadPool(int32_t count)
     : threadCount(count), queue(std::make_shared<TaskQueue>(static_cast<size_t>(std::max(count, 0)))) {
+  // Room for every worker first, so that adding a started thread never throws
+  // (a joinable thread unwound out of the vector would end the process).
+  try {
+    threads.reserve(static_cast<size_t>(std::max(threadCount, 0)));
+  } catch (...) {
+    return;  // no worker: Started() tells the factory
+  }
   for (int32_t i = 0; i < threadCount; ++i) {
     try {
       threads.emplace_back(&PoolWorker, queue, static_cast<size_t>(i));
-    } catch (const std::system_error&) {
-      break;  // creation failures are not reported; fewer workers run
+    } catch (...) {
+      break;  // a worker that cannot be created leaves fewer workers
     }
   }
 }
@@ -171,18 +178,30 @@ int32_t HardwareThreadCount() {
 }
 
 TaskScheduler* CreateTaskSchedulerFor(uint32_t numberThreads) {
+  std::unique_ptr<TaskScheduler> pool;
   try {
-    if (numberThreads == 1) return new PThreadScheduler();
-    return new STDThreadPool(HardwareThreadCount());
-  } catch (const std::bad_alloc&) {
+    if (numberThreads == 1) {
+      pool = std::make_unique<PThreadScheduler>();
+    } else {
+      pool = std::make_unique<STDThreadPool>(HardwareThreadCount());
+    }
+  } catch (...) {
     return nullptr;
   }
+  if (LMX_FAILED_ON(pool->Started())) return nullptr;
+  return pool.release();
 }
 
 TaskScheduler* CreateTaskScheduler(Session*) {
   // The value only selects the single-worker mode; it is never a thread count.
-  const auto key = platform::RegistryKey::OpenLocalMachine(L"Software\\Norvik\\LMSDK");
-  return CreateTaskSchedulerFor(key.ReadDword(L"NumberThreads").value_or(0));
+  uint32_t numberThreads = 0;
+  try {
+    const auto key = platform::RegistryKey::OpenLocalMachine(L"Software\\Norvik\\LMSDK");
+    numberThreads = key.ReadDword(L"NumberThreads").value_or(0);
+  } catch (...) {
+    return nullptr;  // out of memory reading the registry
+  }
+  return CreateTaskSchedulerFor(numberThreads);
 }
 
 }  // namespace lmx

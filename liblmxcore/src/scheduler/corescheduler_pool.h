@@ -31,6 +31,9 @@ class TaskScheduler {
   virtual ~TaskScheduler() = default;
   // Queues the pair; may be called from any thread, workers included.
   virtual Norvik::Lumetra::Status Submit(LMXSchedulerService::Callback* task, Norvik::Lumetra::Status sts) = 0;
+  // Whether at least one worker runs: a pool without one would accept tasks
+  // that never run.
+  virtual bool Started() const = 0;
 };
 
 // The queue, its lock, its idle workers and the stop flag, shared by a pool and
@@ -68,6 +71,7 @@ class PThreadScheduler final : public TaskScheduler {
   PThreadScheduler();
   ~PThreadScheduler() override;
   Norvik::Lumetra::Status Submit(LMXSchedulerService::Callback* task, Norvik::Lumetra::Status sts) override;
+  bool Started() const override { return thread != nullptr; }
 
  private:
   std::shared_ptr<TaskQueue> queue;
@@ -79,6 +83,7 @@ class STDThreadPool final : public TaskScheduler {
   explicit STDThreadPool(int32_t threadCount);
   ~STDThreadPool() override;
   Norvik::Lumetra::Status Submit(LMXSchedulerService::Callback* task, Norvik::Lumetra::Status sts) override;
+  bool Started() const override { return !threads.empty(); }
   int32_t ThreadCount() const { return threadCount; }
 
  private:
@@ -87,10 +92,10 @@ class STDThreadPool final : public TaskScheduler {
   std::shared_ptr<TaskQueue> queue;
 };
 
-// Reads "NumberThreads" and creates the pool it selects; null if out of memory.
-// The session is not used.
+// Reads "NumberThreads" and creates the pool it selects; null if out of memory
+// or if not one worker could be started. Never throws. The session is not used.
 TaskScheduler* CreateTaskScheduler(Norvik::Lumetra::Session* session);
-// The pool for a given "NumberThreads" value (0 when absent).
+// The pool for a given "NumberThreads" value (0 when absent); null as above.
 TaskScheduler* CreateTaskSchedulerFor(uint32_t numberThreads);
 // Logical processors, computed once per process.
 int32_t HardwareThreadCount();

@@ -79,7 +79,7 @@ void SchedulerState::RequestList::Erase(Request* request) {
   --count_;
 }
 
-Status Scheduler::SubmitTask(Callback* task, Status sts) {
+Status Scheduler::SubmitTask(Callback* task, Status sts) try {
   LMX_CHECK(task, LMX_STATUS_HANDLE_INVALID);
   const wchar_t* name = task->QueryName();
   const bool inlineTask = IsInlineName(name);
@@ -110,7 +110,7 @@ Status Scheduler::SubmitTask(Callback* task, Status sts) {
   }
   if (traced) logger->TraceLeave(LOG_LEVEL_TRACE, text);
   return result;
-}
+} LMX_EDGE_CATCH
 
 Status Scheduler::RequestInputs(int32_t n, void** inputs, Callback* cb) try {
   LMX_CHECK(cb, LMX_STATUS_HANDLE_INVALID);
@@ -138,24 +138,59 @@ Status Scheduler::RequestInputs(int32_t n, void** inputs, Callback* cb) try {
     // this second look the input would be neither failed nor pending and the
     // consumer would run with success.
     lateFailure = FirstFailure(s.failedOutputs, n, inputs);
-    for (int32_t i = 0; i < n && lateFailure == LMX_STATUS_NO_ERROR; ++i) {
-      if (!inputs[i]) continue;
-      WaiterMap::Accessor waiters;
-      if (!s.pendingOutputs.Find(waiters, inputs[i])) continue;
-      Waiter* waiter = s.waiterPool.Acquire(Waiter{nullptr, nullptr});
-      if (!request) {
-        request = s.requestPool.Acquire(Request{0, cb});
-        s.requests.PushBack(request);
+    if (lateFailure == LMX_STATUS_NO_ERROR) {
+      // Every record that may be needed is taken before any is linked in, so
+      // running out of memory leaves the lists as they were.
+      Request* record = s.requestPool.Acquire(Request{0, cb});
+      Waiter* spare = nullptr;
+      try {
+        spare = TakeWaiters(n, inputs);
+      } catch (...) {
+        s.requestPool.Release(record);
+        throw;
       }
-      ++request->count;
-      waiter->request = request;
-      waiters.value().Append(waiter);
+      for (int32_t i = 0; i < n; ++i) {
+        if (!inputs[i]) continue;
+        WaiterMap::Accessor waiters;
+        if (!s.pendingOutputs.Find(waiters, inputs[i])) continue;
+        Waiter* waiter = spare;
+        spare = spare->next;
+        ++record->count;
+        waiter->request = record;
+        waiters.value().Append(waiter);
+      }
+      ReleaseWaiters(spare);
+      if (record->count) {
+        request = record;
+        s.requests.PushBack(request);
+      } else {
+        s.requestPool.Release(record);
+      }
     }
   }
   if (!request) SubmitTask(cb, lateFailure);
   return LMX_STATUS_NO_ERROR;
-} catch (const std::bad_alloc&) {
-  return LMX_STATUS_ALLOC_FAILED;
+} LMX_EDGE_CATCH
+
+Waiter* Scheduler::TakeWaiters(int32_t n, void** inputs) {
+  SchedulerState& s = *state;
+  Waiter* chain = nullptr;
+  try {
+    for (int32_t i = 0; i < n; ++i)
+      if (inputs[i]) chain = s.waiterPool.Acquire(Waiter{nullptr, chain});
+  } catch (...) {
+    ReleaseWaiters(chain);
+    throw;
+  }
+  return chain;
+}
+
+void Scheduler::ReleaseWaiters(Waiter* chain) {
+  while (chain) {
+    Waiter* next = chain->next;
+    state->waiterPool.Release(chain);
+    chain = next;
+  }
 }
 
 Status Scheduler::MarkOutputs(int32_t n, void** outputs, Status sts) try {
@@ -172,9 +207,7 @@ Status Scheduler::MarkOutputs(int32_t n, void** outputs, Status sts) try {
   }
   if (sts == LMX_STATUS_EXEC_INPROGRESS) return MarkInProgress(n, outputs);
   return CompleteOutputs(n, outputs, sts);
-} catch (const std::bad_alloc&) {
-  return LMX_STATUS_ALLOC_FAILED;
-}
+} LMX_EDGE_CATCH
 
 Status Scheduler::MarkInProgress(int32_t n, void** outputs) {
   SchedulerState& s = *state;
@@ -233,7 +266,7 @@ Status Scheduler::CompleteOutputs(int32_t n, void** outputs, Status sts) {
   return LMX_STATUS_NO_ERROR;
 }
 
-Status Scheduler::CreateSyncPoint(int32_t n, void** outputs, LMXSyncPoint** sp) {
+Status Scheduler::CreateSyncPoint(int32_t n, void** outputs, LMXSyncPoint** sp) try {
   LMX_CHECK(sp, LMX_STATUS_HANDLE_INVALID);
   LMX_CHECK(n >= 0, LMX_STATUS_PARAM_UNSUPPORTED);
   LMX_CHECK(n == 0 || outputs, LMX_STATUS_HANDLE_INVALID);
@@ -246,6 +279,6 @@ Status Scheduler::CreateSyncPoint(int32_t n, void** outputs, LMXSyncPoint** sp) 
   *sp = created;
   LMX_CHECK(*sp, LMX_STATUS_ALLOC_FAILED);
   return LMX_STATUS_NO_ERROR;
-}
+} LMX_EDGE_CATCH
 
 }  // namespace lmx

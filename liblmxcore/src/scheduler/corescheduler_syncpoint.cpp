@@ -42,7 +42,7 @@ uint32_t Scheduler::SyncPoint::AddRef() { return refs.AddRef(); }
 
 void Scheduler::SyncPoint::Release() { refs.Release(this); }
 
-Status Scheduler::SyncPoint::Synchronize(int32_t timeout) {
+Status Scheduler::SyncPoint::Synchronize(int32_t timeout) try {
   LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "Synchronize");
   LMX_SCHED_LOG(LOG_LEVEL_VERBOSE, L"syncpoint = " << PointerText(this));
   LMX_SCHED_LOG(LOG_LEVEL_VERBOSE, L"timeout = " << timeout);
@@ -56,10 +56,10 @@ Status Scheduler::SyncPoint::Synchronize(int32_t timeout) {
   // Any other answer, a failed wait included, reads the status: pending reads as
   // LMX_STATUS_EXEC_INPROGRESS, so a poll (timeout 0) looks like an error.
   return status.load();
-}
+} LMX_EDGE_CATCH
 
 Status Scheduler::SyncPoint::SynchronizeExINT(int32_t n1, LMXSyncPoint** sps, int32_t n2, void** events,
-                                              int32_t* idx, int32_t timeout) {
+                                              int32_t* idx, int32_t timeout) try {
   LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "SynchronizeExINT");
   // Missing arrays read as arrays of nulls; a foreign object among the sync
   // points (one that does not answer "BPN2") is skipped like a null entry.
@@ -147,9 +147,9 @@ Status Scheduler::SyncPoint::SynchronizeExINT(int32_t n1, LMXSyncPoint** sps, in
                                                 << L" returned LMX_STATUS_NO_ERROR = "
                                                 << StatusText(LMX_STATUS_NO_ERROR));
   return LMX_STATUS_NO_ERROR;
-}
+} LMX_EDGE_CATCH
 
-Status Scheduler::SyncPoint::SignalSyncPoint(Status sts) {
+Status Scheduler::SyncPoint::SignalSyncPoint(Status sts) try {
   LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "SignalSyncPoint");
   LMX_SCHED_LOG(LOG_LEVEL_VERBOSE, L"syncpoint = " << PointerText(static_cast<LMXSyncPoint*>(this)));
   LMX_SCHED_LOG(sts < 0 ? LOG_LEVEL_ERROR : LOG_LEVEL_VERBOSE, L"sts = " << sts);
@@ -157,15 +157,15 @@ Status Scheduler::SyncPoint::SignalSyncPoint(Status sts) {
   status.store(sts);
   platform::SetEvent(event);
   return LMX_STATUS_NO_ERROR;
-}
+} LMX_EDGE_CATCH
 
-Status Scheduler::SyncPoint::QueryOutputStatus(void* output) {
+Status Scheduler::SyncPoint::QueryOutputStatus(void* output) try {
   if (!event) return LMX_STATUS_HANDLE_INVALID;
   {
     decltype(masterState->failedOutputs)::ConstAccessor record;
     if (masterState->failedOutputs.Find(record, output)) return record.value();
   }
   return status.load();
-}
+} LMX_EDGE_CATCH
 
 }  // namespace lmx
