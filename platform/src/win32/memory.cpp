@@ -15,4 +15,8 @@ void AlignedFree(void* block) {
   if (block) _aligned_free(block);
 }
 
+// Large pages on Windows need a privilege and VirtualAlloc'd memory; heap blocks
+// stay on small pages.
+bool AdviseHugePages(void*, size_t) { return false; }
+
 }  // namespace lmx::platform
