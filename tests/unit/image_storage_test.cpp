@@ -1,10 +1,12 @@
 // System-memory image storage: allocation sizes, alignment, logging, detaching,
-// and the 32-bit size guard.
+// the 32-bit size guard, and the recycling of plane blocks.
 #include <gtest/gtest.h>
 
 #include <cstring>
 
 #include "image/coreaccel_emu.h"
+#include "image/plane_cache.h"
+#include "image_test_support.h"
 #include "host_ref.h"
 #include "lmx/platform/memory.h"
 #include "test_support.h"
@@ -128,4 +130,99 @@ TEST(ImageStorage, DetachPlaneMovesTheImageToFreshPlanesAndLeavesTheOldBlockToIt
   // holds what the fresh plane held, and the fresh plane was not filled from it.
   EXPECT_EQ(std::memcmp(before.planes[0], after.planes[0], 64 * 4), 0);
   lmx::platform::AlignedFree(before.planes[0]);  // the holder's block
+}
+
+namespace {
+
+// The system under a cache: counts blocks out, refuses the next `refusals`, and
+// a clock the test moves.
+struct FakeSystem {
+  static inline int live = 0, refusals = 0;
+  static inline int64_t now = 0;
+  static void* Allocate(size_t size, size_t alignment) {
+    if (refusals > 0) return --refusals, nullptr;
+    ++live;
+    return lmx::platform::AlignedAlloc(size, alignment);
+  }
+  static void Free(void* block) { --live, lmx::platform::AlignedFree(block); }
+  static int64_t Now() { return now; }
+};
+
+}  // namespace
+
+TEST(PlaneCache, RecyclesByClassWithinItsBoundAndReleasesWhatIsIdleOffOrInTheWay) {
+  using lmx::PlaneCache;
+  constexpr size_t kBlock = 300000;  // class 327680: three fit in 1 MB, four do not
+  FakeSystem::live = 0;
+  void* taken = nullptr;
+  {
+    PlaneCache cache({FakeSystem::Allocate, FakeSystem::Free, FakeSystem::Now});
+    cache.SetLimit(1 << 20);
+    void* blocks[4];
+    for (void*& block : blocks) {
+      block = cache.Allocate(kBlock, 64);
+      ASSERT_EQ(reinterpret_cast<uintptr_t>(block) % PlaneCache::kAlignment, 0u);
+      std::memset(block, 1, kBlock);  // never smaller than asked (ASan)
+    }
+    for (void* block : blocks) cache.Free(block, kBlock);
+    EXPECT_EQ(FakeSystem::live, 3) << "the bound holds three";
+    EXPECT_LE(cache.CachedBytes(), cache.Limit());
+    void* same = cache.Allocate(kBlock + 1, 64);  // the same class: recycled, the newest first
+    EXPECT_EQ(same, blocks[3]);
+    taken = cache.Allocate(kBlock, 64);
+    EXPECT_NE(taken, same) << "one block, one live owner";
+    void* other = cache.Allocate(2 * kBlock, 64);
+    EXPECT_EQ(FakeSystem::live, 4) << "another class comes from the system";
+    cache.Free(same, kBlock);
+
+    FakeSystem::now += PlaneCache::kIdleMs;  // idle blocks go on the next call
+    cache.Free(other, 2 * kBlock);
+    EXPECT_EQ(FakeSystem::live, 2);
+    FakeSystem::refusals = 1;  // a refusal releases the cached block and tries again
+    void* retried = cache.Allocate(4 * kBlock, 64);
+    EXPECT_NE(retried, nullptr);
+    EXPECT_EQ(cache.CachedBytes(), 0u);
+    FakeSystem::refusals = 2;
+    EXPECT_EQ(cache.Allocate(4 * kBlock, 64), nullptr) << "a failure is still reported";
+
+    cache.SetLimit(0);  // off: back to the system at once
+    cache.Free(retried, 4 * kBlock);
+    EXPECT_EQ(FakeSystem::live, 1);
+    cache.SetLimit(PlaneCache::kAutomatic);
+    cache.Free(cache.Allocate(kBlock, 64), kBlock);
+    EXPECT_EQ(FakeSystem::live, 2) << "the automatic bound keeps a block of the working set";
+  }
+  EXPECT_EQ(FakeSystem::live, 1) << "unloading releases every cached block";
+  FakeSystem::Free(taken);
+}
+
+// An odd-width NV12 frame read as YUY2 and BGRA: the lone last pixel of a YUY2 row,
+// which no pair conversion writes, never shows what a recycled block held.
+TEST(PlaneCache, OddWidthConversionsShowNoRecycledBytes) {
+  constexpr int32_t kW = 401, kH = 400;  // YUY2 and BGRA planes of cached sizes
+  std::vector<uint8_t> seen[2];
+  for (int run = 0; run < 2; ++run) {
+    for (int32_t format : {Image::PIXEL_FORMAT_YUY2, Image::PIXEL_FORMAT_BGRA}) {
+      auto* junk = lmxtest::NewImage(kW, kH, format);  // leaves its block in the cache
+      Image::ImageData data{};
+      ASSERT_EQ(lmxtest::Write(junk, 0, &data), LMX_STATUS_NO_ERROR);
+      std::memset(data.planes[0], run ? 0xEE : 0x11, static_cast<size_t>(data.pitches[0]) * kH);
+      junk->ReleaseAccess(&data);
+      junk->Release();
+    }
+    auto* image = lmxtest::NewImage(kW, kH, Image::PIXEL_FORMAT_NV12);
+    Image::ImageData data{};
+    ASSERT_EQ(lmxtest::Write(image, 0, &data), LMX_STATUS_NO_ERROR);
+    std::memset(data.planes[0], 90, static_cast<size_t>(data.pitches[0]) * kH);
+    std::memset(data.planes[1], 160, static_cast<size_t>(data.pitches[1]) * (kH / 2));
+    image->ReleaseAccess(&data);
+    for (auto [format, bpp] : {std::pair{Image::PIXEL_FORMAT_YUY2, 2}, {Image::PIXEL_FORMAT_BGRA, 4}}) {
+      ASSERT_EQ(lmxtest::Read(image, format, &data), LMX_STATUS_NO_ERROR);
+      for (int32_t y = 0; y < kH; ++y)
+        seen[run].insert(seen[run].end(), data.planes[0] + y * data.pitches[0], data.planes[0] + y * data.pitches[0] + kW * bpp);
+      image->ReleaseAccess(&data);
+    }
+    image->Release();
+  }
+  EXPECT_TRUE(seen[0] == seen[1]);
 }

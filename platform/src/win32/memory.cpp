@@ -17,6 +17,8 @@ void AlignedFree(void* block) {
 
 // Large pages on Windows need a privilege and VirtualAlloc'd memory; heap blocks
 // stay on small pages.
+size_t HugePageSize() { return 0; }
+
 bool AdviseHugePages(void*, size_t) { return false; }
 
 }  // namespace lmx::platform
