@@ -43,12 +43,15 @@ class LMXAllocator : public Norvik::Lumetra::Base {
 //                                   up to this many megabytes: 0 turns the cache off,
 //                                   -1 (the default) sizes it from the recent working
 //                                   set (about two frames' planes, at most 512 MB).
-//                                   The environment variable LMX_PLANE_CACHE_MB sets it
-//                                   at load. Cached blocks unused for 3 s are released.
+//                                   The environment variable LMX_PLANE_CACHE_MB, read
+//                                   when the first plane is made, sets it too. Cached
+//                                   blocks unused for 3 s are released.
 //   LMX_OPTION_CONVERSION_THREADS   threads that convert one image in row bands.
 //
+// GetOption answers the setting in force (for the cache: -1, 0 or the megabytes).
 // An option this build does not offer answers LMX_STATUS_FEATURE_UNSUPPORTED; a
-// value out of range LMX_STATUS_PARAM_UNSUPPORTED.
+// value out of range LMX_STATUS_PARAM_UNSUPPORTED; a null value pointer
+// LMX_STATUS_HANDLE_INVALID. Each refusal logs its "failed on" line.
 enum LMXAllocatorOption : int32_t {
   LMX_OPTION_PLANE_CACHE_MB = 1,
   LMX_OPTION_CONVERSION_THREADS = 2,
