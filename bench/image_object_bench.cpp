@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "kernels/band_pool.h"
+#include "bench_buffers.h"
 #include "lmxallocator.h"
 #include "module_factories.h"
 
@@ -29,20 +30,9 @@ constexpr int32_t kWidth = 1920;
 constexpr int32_t kHeight = 1080;
 constexpr int32_t kExportMirror = 1;  // the export mode that mirrors left to right
 
-struct FreeDeleter {
-  void operator()(uint8_t* p) const { std::free(p); }
-};
-using Buffer = std::unique_ptr<uint8_t[], FreeDeleter>;
-
-// Aligned like the object's large planes (4096 bytes), so both sides meet the same alignment.
-Buffer AlignedBuffer(size_t bytes) {
-  return Buffer(static_cast<uint8_t*>(std::aligned_alloc(4096, (bytes + 4095) / 4096 * 4096)));
-}
-
-// Bytes that vary in every channel, so no shortcut for flat input applies.
-void FillPattern(uint8_t* bytes, size_t size) {
-  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(i * 7 + (i >> 11));
-}
+using lmxbench::AlignedBuffer;
+using lmxbench::Buffer;
+using lmxbench::FillPattern;
 
 // One plane layout of a packed or two-plane frame at 1080p.
 struct Layout {

@@ -32,3 +32,39 @@ class LMXAllocator : public Norvik::Lumetra::Base {
  protected:
   ~LMXAllocator() = default;
 };
+
+// Options of the allocator, answered by the allocator object's QueryInstance
+// ("AOPT"). Settings are process-wide: they apply to every allocator and to every
+// image created after the call. Safe for concurrent calls.
+// Slots: 0 QueryInstance, 1 Release, 2 SetOption, 3 GetOption.
+//
+//   LMX_OPTION_PLANE_CACHE_MB       freed plane blocks of 150 KB and more are kept for
+//                                   the next image that needs one of their size class,
+//                                   up to this many megabytes: 0 turns the cache off,
+//                                   -1 (the default) sizes it from the recent working
+//                                   set (about two frames' planes, at most 512 MB).
+//                                   The environment variable LMX_PLANE_CACHE_MB, read
+//                                   when the first plane is made, sets it too. Cached
+//                                   blocks unused for 3 s are released.
+//   LMX_OPTION_CONVERSION_THREADS   threads that convert one image in row bands.
+//
+// GetOption answers the setting in force (for the cache: -1, 0 or the megabytes).
+// An option this build does not offer answers LMX_STATUS_FEATURE_UNSUPPORTED; a
+// value out of range LMX_STATUS_PARAM_UNSUPPORTED; a null value pointer
+// LMX_STATUS_HANDLE_INVALID. Each refusal logs its "failed on" line.
+enum LMXAllocatorOption : int32_t {
+  LMX_OPTION_PLANE_CACHE_MB = 1,
+  LMX_OPTION_CONVERSION_THREADS = 2,
+};
+
+class LMXAllocatorOptions : public Norvik::Lumetra::Base {
+ public:
+  static constexpr Norvik::Lumetra::InterfaceId kIid = Norvik::Lumetra::FourCC("AOPT");
+  static constexpr Norvik::Lumetra::InterfaceId kIid2 = kIid;
+
+  virtual Norvik::Lumetra::Status SetOption(int32_t option, int64_t value) = 0;
+  virtual Norvik::Lumetra::Status GetOption(int32_t option, int64_t* value) = 0;
+
+ protected:
+  ~LMXAllocatorOptions() = default;
+};

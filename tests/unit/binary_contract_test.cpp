@@ -10,6 +10,7 @@
 #include "audio/audio_converter.h"
 #include "core_metadata.h"
 #include "image/coreaccel_baseaudio.h"
+#include "image/plane_cache.h"
 #include "lmx_loggers.h"
 #include "lmxallocator.h"
 #include "module_factories.h"
@@ -217,6 +218,22 @@ const Row kRows[] = {
        EXPECT_EQ(CallSlot<Status>(o.sp, 3, int32_t{1}, sps, int32_t{0}, static_cast<void**>(nullptr), &idx,
                                   int32_t{-1}), 102);
        EXPECT_EQ(idx, 0);
+     }},
+    {"LMXAllocatorOptions", 2, "SetOption, 3 GetOption", [](Objects& o) {
+       void* options = o.Face(o.allocator, FourCC("AOPT"));
+       ASSERT_NE(options, nullptr);
+       lmxtest::ScopedCapture capture;
+       EXPECT_EQ(CallSlot<Status>(options, 2, int32_t{LMX_OPTION_PLANE_CACHE_MB}, int64_t{5}), LMX_STATUS_NO_ERROR);
+       int64_t mb = 0;
+       EXPECT_EQ(CallSlot<Status>(options, 3, int32_t{LMX_OPTION_PLANE_CACHE_MB}, &mb), LMX_STATUS_NO_ERROR);
+       EXPECT_EQ(mb, 5);
+       EXPECT_EQ(lmx::PlaneCache::Process().Limit(), size_t{5} << 20);
+       for (int32_t option : {int32_t{LMX_OPTION_CONVERSION_THREADS}, int32_t{99}})
+         EXPECT_EQ(CallSlot<Status>(options, 2, option, int64_t{1}), LMX_STATUS_FEATURE_UNSUPPORTED);
+       EXPECT_EQ(CallSlot<Status>(options, 2, int32_t{LMX_OPTION_PLANE_CACHE_MB}, int64_t{-2}),
+                 LMX_STATUS_PARAM_UNSUPPORTED);
+       EXPECT_TRUE(capture->Contains("failed on"));
+       EXPECT_EQ(CallSlot<Status>(options, 2, int32_t{LMX_OPTION_PLANE_CACHE_MB}, int64_t{-1}), LMX_STATUS_NO_ERROR);
      }},
     {"LoggingService", 5, "SetLevel, 6 TestLevel, 7 QueryLevel", [](Objects& o) {
        CallSlot<Status>(o.logger, 5, 30000);

@@ -117,3 +117,34 @@ TEST(StressImages, ConversionsInsideBandsFinish) {
   lmx::SetConversionThreadLimit(0);
   lmx::SetBandThresholdBytes(threshold);
 }
+
+// Threads churn new images of mixed sizes: each writes its own mark into a Y8
+// plane, reads it as BGRA (through BGR: more recycled planes) and checks both
+// before the release. A block handed to two live planes shows another thread's mark.
+TEST(StressImages, RecycledPlanesBelongToOneLiveImageAtATime) {
+  constexpr int kThreads = 3, kFrames = 20;
+  constexpr int32_t kWidths[] = {512, 576, 640}, kHeight = 320;  // Y8 planes of cached sizes
+  LMXAllocator* allocator = NewAllocator();
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t)
+    threads.emplace_back([&, t] {
+      for (int frame = 0; frame < kFrames; ++frame) {
+        const int32_t width = kWidths[(frame + t) % 3];
+        const uint8_t mark = static_cast<uint8_t>(1 + t * 80 + frame);
+        Image::ImageInfo info{width, kHeight, Image::PIXEL_FORMAT_Y8, 0};
+        Image* image = nullptr;
+        ASSERT_EQ(allocator->CreateImage(&info, 0, nullptr, &image), LMX_STATUS_NO_ERROR);
+        Image::ImageData y8{};
+        ASSERT_EQ(Write(image, 0, &y8), LMX_STATUS_NO_ERROR);
+        std::memset(y8.planes[0], mark, static_cast<size_t>(y8.pitches[0]) * kHeight);
+        image->ReleaseAccess(&y8);
+        EXPECT_EQ(ReadBgra(image, width, kHeight), mark * 0x010101u | 0xFF000000u);
+        ASSERT_EQ(Read(image, 0, &y8), LMX_STATUS_NO_ERROR);
+        EXPECT_EQ(std::count(y8.planes[0], y8.planes[0] + y8.pitches[0] * kHeight, mark), y8.pitches[0] * kHeight);
+        image->ReleaseAccess(&y8);
+        image->Release();
+      }
+    });
+  for (auto& thread : threads) thread.join();
+  allocator->Release();
+}

@@ -5,7 +5,8 @@
 #include <new>
 #include <sstream>
 
-#include "lmx/platform/memory.h"
+#include "image/pixel_format_table.h"
+#include "image/plane_cache.h"
 #include "lmxutils.h"
 
 namespace lmx {
@@ -25,6 +26,15 @@ void LogAllocated(int64_t size, int32_t format, const char* file, int line, cons
   logger->LogW(LOG_LEVEL_VERBOSE, message.str().c_str(), file, line, function);
 }
 
+// A YUY2 row of odd width ends in a lone pixel that conversions from pairs never
+// write (NV12 to YUY2): it gets a defined value, or a recycled block's old bytes
+// would show in the last column.
+void ClearLoneTailPixel(uint8_t* plane, int32_t pitch, const LMXImageService::PlaneInfo::Plane& layout) {
+  if (!(layout.width & 1) || layout.bytesPerPixel != 2) return;
+  uint8_t* tail = plane + static_cast<size_t>(layout.width - 1) * 2;
+  for (uint32_t y = 0; y < layout.height; ++y, tail += pitch) tail[0] = tail[1] = 0;
+}
+
 }  // namespace
 
 ImageSysMem::ImageSysMem(const ImageInfo& info, int32_t key, int32_t options) {
@@ -32,11 +42,13 @@ ImageSysMem::ImageSysMem(const ImageInfo& info, int32_t key, int32_t options) {
   this->options = options;
 }
 
+void ImageSysMem::FreeBlock(int plane) {
+  PlaneCache::Process().Free(blocks_[plane], blockSizes_[plane]);
+  blocks_[plane] = nullptr;
+}
+
 ImageSysMem::~ImageSysMem() {
-  for (uint8_t*& block : blocks_) {
-    platform::AlignedFree(block);
-    block = nullptr;
-  }
+  for (int c = 0; c < 4; ++c) FreeBlock(c);
   this->info = {};
   this->data = {};
 }
@@ -73,13 +85,15 @@ Status ImageSysMem::AllocateImage(ImageInfo* info, ImageData* data, LMXCustomIma
     uint8_t* block = nullptr;
     if (fits) {
       const size_t alignment = *size < kPageAlignedFrom ? 64 : 4096;
-      block = static_cast<uint8_t*>(platform::AlignedAlloc(static_cast<size_t>(*size), alignment));
+      block = static_cast<uint8_t*>(PlaneCache::Process().Allocate(static_cast<size_t>(*size), alignment));
     }
     data->pitches[c] = fits ? static_cast<int32_t>(*pitch) : 0;
     data->planes[c] = block;
     LMX_CHECK(data->planes[c], LMX_STATUS_ALLOC_FAILED);
     // A block replaced here belongs to a detached plane's holder now (DetachPlane).
     blocks_[c] = block;
+    blockSizes_[c] = static_cast<size_t>(*size);
+    if (KeyFormat(info->format) == Image::PIXEL_FORMAT_YUY2) ClearLoneTailPixel(block, data->pitches[c], plane);
     LogAllocated(*size, info->format, __FILE__, __LINE__, LMX_FUNCSIG);
   }
   return LMX_STATUS_NO_ERROR;
@@ -92,7 +106,9 @@ Status ImageSysMem::DetachPlane(uint8_t* plane) {
 
   const ImageData old = this->data;
   uint8_t* oldBlocks[4];
+  size_t oldSizes[4];
   std::memcpy(oldBlocks, blocks_, sizeof(oldBlocks));
+  std::memcpy(oldSizes, blockSizes_, sizeof(oldSizes));
   (void)AllocateImage(&this->info, &this->data, nullptr, this->options);
   for (uint8_t*& block : blocks_)
     if (block == plane) block = nullptr;  // the holder owns it from now on
@@ -113,7 +129,11 @@ Status ImageSysMem::DetachPlane(uint8_t* plane) {
   // owned blocks that the fresh planes replaced have no holder: free them rather
   // than leak them.
   for (int c = 0; c < 4; ++c) {
-    if (oldBlocks[c] && oldBlocks[c] != blocks_[c] && oldBlocks[c] != plane) platform::AlignedFree(oldBlocks[c]);
+    if (oldBlocks[c] == plane) {
+      PlaneCache::Process().Disown(oldSizes[c]);
+    } else if (oldBlocks[c] && oldBlocks[c] != blocks_[c]) {
+      PlaneCache::Process().Free(oldBlocks[c], oldSizes[c]);
+    }
   }
   return LMX_STATUS_NO_ERROR;
 }

@@ -15,9 +15,9 @@ class ImageSysMem final : public BaseImage {
   // (pixel format with rotation bits).
   ImageSysMem(const ImageInfo& info, int32_t key, int32_t options);
 
-  // Fills data with freshly allocated planes for info: pitch = width x bytes per
-  // pixel rounded up to 64, blocks aligned to 64 bytes below 153600 bytes and to
-  // 4096 from there. A plane that does not fit 32-bit sizes (or has a negative
+  // Fills data with planes for info: pitch = width x bytes per pixel rounded up to
+  // 64, blocks aligned to 64 bytes below 153600 bytes and to 4096 from there (those
+  // recycled through PlaneCache). A plane that does not fit 32-bit sizes (or has a negative
   // dimension) fails as ALLOC_FAILED. Planes allocated before a failure stay owned.
   Status AllocateImage(ImageInfo* info, ImageData* data, LMXCustomImageFormat* custom, int32_t options);
 
@@ -32,7 +32,10 @@ class ImageSysMem final : public BaseImage {
   ImageData* mutable_data() { return &this->data; }
 
  private:
+  void FreeBlock(int plane);
+
   uint8_t* blocks_[4] = {};
+  size_t blockSizes_[4] = {};
 };
 
 // Creates the storage of one format: adopts adopt's planes when given (its format

@@ -2,6 +2,7 @@
 #include <new>
 
 #include "image/coreaccel_multibuffer.h"
+#include "image/plane_cache.h"
 #include "lmxallocator.h"
 #include "lmxutils.h"
 #include "image/coreaccel_manager.h"
@@ -12,7 +13,7 @@ using namespace Norvik::Lumetra;
 
 namespace {
 
-class AllocatorImpl final : public LMXAddRefImpl<LMXBaseImpl<LMXAllocator>> {
+class AllocatorImpl final : public LMXAddRefImpl<LMXBaseImpl<LMXAllocator, LMXAllocatorOptions>> {
  public:
   explicit AllocatorImpl(Session* session) : session(session) {}
   ~AllocatorImpl() {
@@ -52,6 +53,22 @@ class AllocatorImpl final : public LMXAddRefImpl<LMXBaseImpl<LMXAllocator>> {
     LMX_TRACE("CreateAudio");
     return CreateObject<AudioObject>(info, options, data, buffer);
   } LMX_EDGE_CATCH
+
+  // LMXAllocatorOptions. Band conversion threads belong to builds that have them.
+  Status SetOption(int32_t option, int64_t value) override {
+    LMX_CHECK(option == LMX_OPTION_PLANE_CACHE_MB, LMX_STATUS_FEATURE_UNSUPPORTED);
+    LMX_CHECK(value >= -1 && value <= PlaneCache::kMaxSettingMb, LMX_STATUS_PARAM_UNSUPPORTED);
+    PlaneCache::Process().SetLimit(value < 0 ? PlaneCache::kAutomatic : value << 20);
+    return LMX_STATUS_NO_ERROR;
+  }
+
+  Status GetOption(int32_t option, int64_t* value) override {
+    LMX_CHECK(option == LMX_OPTION_PLANE_CACHE_MB, LMX_STATUS_FEATURE_UNSUPPORTED);
+    LMX_CHECK(value, LMX_STATUS_HANDLE_INVALID);
+    const int64_t setting = PlaneCache::Process().Setting();
+    *value = setting < 0 ? -1 : setting >> 20;
+    return LMX_STATUS_NO_ERROR;
+  }
 
   void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }
 

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include <sys/mman.h>
+
 namespace lmx::platform {
 
 void* AlignedAlloc(size_t size, size_t alignment) {
@@ -17,5 +19,15 @@ void* AlignedAlloc(size_t size, size_t alignment) {
 }
 
 void AlignedFree(void* block) { std::free(block); }
+
+size_t HugePageSize() { return size_t{2} << 20; }
+
+bool AdviseHugePages(void* block, size_t size) {
+  // madvise wants page-aligned ranges; only whole large pages inside the block count.
+  const uintptr_t begin = (reinterpret_cast<uintptr_t>(block) + HugePageSize() - 1) & ~(HugePageSize() - 1);
+  const uintptr_t end = (reinterpret_cast<uintptr_t>(block) + size) & ~(HugePageSize() - 1);
+  if (!block || end <= begin) return false;
+  return madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE) == 0;
+}
 
 }  // namespace lmx::platform

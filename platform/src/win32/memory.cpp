@@ -15,4 +15,10 @@ void AlignedFree(void* block) {
   if (block) _aligned_free(block);
 }
 
+// Large pages on Windows need a privilege and VirtualAlloc'd memory; heap blocks
+// stay on small pages.
+size_t HugePageSize() { return 0; }
+
+bool AdviseHugePages(void*, size_t) { return false; }
+
 }  // namespace lmx::platform
