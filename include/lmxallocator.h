@@ -46,9 +46,13 @@ class LMXAllocator : public Norvik::Lumetra::Base {
 //                                   The environment variable LMX_PLANE_CACHE_MB, read
 //                                   when the first plane is made, sets it too. Cached
 //                                   blocks unused for 3 s are released.
-//   LMX_OPTION_CONVERSION_THREADS   threads that convert one image in row bands.
+//   LMX_OPTION_CONVERSION_THREADS   the threads that convert one large image in row
+//                                   bands, the caller included: 1 to 64 (1: the caller
+//                                   alone), or 0 for the default (the environment
+//                                   variable LMX_THREADS, else one per logical processor).
 //
-// GetOption answers the setting in force (for the cache: -1, 0 or the megabytes).
+// GetOption answers the setting in force (for the cache: -1, 0 or the megabytes; for
+// the threads: the limit conversions use now).
 // An option this build does not offer answers LMX_STATUS_FEATURE_UNSUPPORTED; a
 // value out of range LMX_STATUS_PARAM_UNSUPPORTED; a null value pointer
 // LMX_STATUS_HANDLE_INVALID. Each refusal logs its "failed on" line.

@@ -228,8 +228,11 @@ const Row kRows[] = {
        EXPECT_EQ(CallSlot<Status>(options, 3, int32_t{LMX_OPTION_PLANE_CACHE_MB}, &mb), LMX_STATUS_NO_ERROR);
        EXPECT_EQ(mb, 5);
        EXPECT_EQ(lmx::PlaneCache::Process().Limit(), size_t{5} << 20);
-       for (int32_t option : {int32_t{LMX_OPTION_CONVERSION_THREADS}, int32_t{99}})
-         EXPECT_EQ(CallSlot<Status>(options, 2, option, int64_t{1}), LMX_STATUS_FEATURE_UNSUPPORTED);
+       EXPECT_EQ(CallSlot<Status>(options, 2, int32_t{LMX_OPTION_CONVERSION_THREADS}, int64_t{1}), LMX_STATUS_NO_ERROR);
+       EXPECT_EQ(CallSlot<Status>(options, 3, int32_t{LMX_OPTION_CONVERSION_THREADS}, &mb), LMX_STATUS_NO_ERROR);
+       EXPECT_EQ(mb, 1);
+       CallSlot<Status>(options, 2, int32_t{LMX_OPTION_CONVERSION_THREADS}, int64_t{0});
+       EXPECT_EQ(CallSlot<Status>(options, 2, int32_t{99}, int64_t{1}), LMX_STATUS_FEATURE_UNSUPPORTED);
        EXPECT_EQ(CallSlot<Status>(options, 2, int32_t{LMX_OPTION_PLANE_CACHE_MB}, int64_t{-2}),
                  LMX_STATUS_PARAM_UNSUPPORTED);
        EXPECT_TRUE(capture->Contains("failed on"));

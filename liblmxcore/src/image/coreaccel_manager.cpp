@@ -3,6 +3,7 @@
 
 #include "image/coreaccel_multibuffer.h"
 #include "image/plane_cache.h"
+#include "kernels/band_pool.h"
 #include "lmxallocator.h"
 #include "lmxutils.h"
 #include "image/coreaccel_manager.h"
@@ -54,17 +55,28 @@ class AllocatorImpl final : public LMXAddRefImpl<LMXBaseImpl<LMXAllocator, LMXAl
     return CreateObject<AudioObject>(info, options, data, buffer);
   } LMX_EDGE_CATCH
 
-  // LMXAllocatorOptions. Band conversion threads belong to builds that have them.
+  // LMXAllocatorOptions: the plane cache's bound and the band pool's thread limit.
   Status SetOption(int32_t option, int64_t value) override {
-    LMX_CHECK(option == LMX_OPTION_PLANE_CACHE_MB, LMX_STATUS_FEATURE_UNSUPPORTED);
+    LMX_CHECK(option == LMX_OPTION_PLANE_CACHE_MB || option == LMX_OPTION_CONVERSION_THREADS,
+              LMX_STATUS_FEATURE_UNSUPPORTED);
+    if (option == LMX_OPTION_CONVERSION_THREADS) {
+      LMX_CHECK(value >= 0 && value <= kMaxConversionThreads, LMX_STATUS_PARAM_UNSUPPORTED);
+      SetConversionThreadLimit(static_cast<int32_t>(value));
+      return LMX_STATUS_NO_ERROR;
+    }
     LMX_CHECK(value >= -1 && value <= PlaneCache::kMaxSettingMb, LMX_STATUS_PARAM_UNSUPPORTED);
     PlaneCache::Process().SetLimit(value < 0 ? PlaneCache::kAutomatic : value << 20);
     return LMX_STATUS_NO_ERROR;
   }
 
   Status GetOption(int32_t option, int64_t* value) override {
-    LMX_CHECK(option == LMX_OPTION_PLANE_CACHE_MB, LMX_STATUS_FEATURE_UNSUPPORTED);
+    LMX_CHECK(option == LMX_OPTION_PLANE_CACHE_MB || option == LMX_OPTION_CONVERSION_THREADS,
+              LMX_STATUS_FEATURE_UNSUPPORTED);
     LMX_CHECK(value, LMX_STATUS_HANDLE_INVALID);
+    if (option == LMX_OPTION_CONVERSION_THREADS) {
+      *value = ConversionThreadLimit();
+      return LMX_STATUS_NO_ERROR;
+    }
     const int64_t setting = PlaneCache::Process().Setting();
     *value = setting < 0 ? -1 : setting >> 20;
     return LMX_STATUS_NO_ERROR;

@@ -27,7 +27,7 @@ namespace {
 
 using detail::BandJob;
 
-constexpr int32_t kMaxThreads = 64;
+constexpr int32_t kMaxThreads = kMaxConversionThreads;
 // Bands per participating thread: a few, so that a thread that starts late or
 // is preempted leaves its share to the others.
 constexpr int32_t kBandsPerThread = 4;

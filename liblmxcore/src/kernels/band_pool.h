@@ -37,6 +37,7 @@ namespace lmx {
 // conversion on its caller alone. Values above 64 are taken as 64. Thread-safe;
 // conversions already running keep the threads they have.
 void SetConversionThreadLimit(int32_t threads);
+inline constexpr int32_t kMaxConversionThreads = 64;
 int32_t ConversionThreadLimit();
 
 // Work below this many bytes (read plus written) runs on the caller alone.
