@@ -135,19 +135,25 @@ TEST(ConvertImageBuffer, BandsGiveTheBytesOfOneThread) {
   const int64_t threshold = SetBandThresholdBytes(0);
   const uint64_t banded = BandedJobCount();
   FixedDepthScale scale(0.125f);
-  const int32_t formats[] = {Image::PIXEL_FORMAT_YUY2, Image::PIXEL_FORMAT_NV12,  Image::PIXEL_FORMAT_BGRA,
-                             Image::PIXEL_FORMAT_RGBA, Image::PIXEL_FORMAT_BGR,   Image::PIXEL_FORMAT_RGB,
-                             Image::PIXEL_FORMAT_Y8,   Image::PIXEL_FORMAT_Y16,   Image::PIXEL_FORMAT_DEPTH,
-                             Image::PIXEL_FORMAT_DEPTH_NATIVE, Image::PIXEL_FORMAT_DEPTH_FLOAT};
+  const int32_t formats[] = {
+      Image::PIXEL_FORMAT_YUY2,         Image::PIXEL_FORMAT_NV12,        Image::PIXEL_FORMAT_BGRA,
+      Image::PIXEL_FORMAT_RGBA,         Image::PIXEL_FORMAT_BGR,         Image::PIXEL_FORMAT_RGB,
+      Image::PIXEL_FORMAT_Y8,           Image::PIXEL_FORMAT_Y16,         Image::PIXEL_FORMAT_DEPTH,
+      Image::PIXEL_FORMAT_DEPTH_NATIVE, Image::PIXEL_FORMAT_DEPTH_FLOAT, Image::PIXEL_FORMAT_Y8_RELATIVE};
   for (auto [width, height] : {std::pair{2, 1}, {7, 5}, {65, 3}, {129, 67}}) {
     for (int32_t from : formats) {
       std::vector<int32_t> keys(std::begin(formats), std::end(formats));
       for (int32_t degrees : {90, 180, 270}) keys.push_back(Rotated(from, degrees));
       for (int32_t to : keys) {
         SCOPED_TRACE(testing::Message() << width << "x" << height << " " << std::hex << from << " -> " << to);
-        Buffer src(width, height, from), one(width, height, to, 7), many(width, height, to, 7);
+        Buffer src(width, height, from), one(width, height, to, 7);
         SetConversionThreadLimit(1);
         const Status sts = Convert(src, one, scale);
+        // Filled differently where the route writes every output byte (NV12 to YUY2
+        // leaves an odd row's lone last pixel to the storage, which clears it).
+        const bool whole =
+            sts >= 0 && !(from == Image::PIXEL_FORMAT_NV12 && to == Image::PIXEL_FORMAT_YUY2 && width % 2);
+        Buffer many(width, height, to, whole ? 8 : 7);
         SetConversionThreadLimit(4);
         EXPECT_EQ(Convert(src, many, scale), sts);
         EXPECT_TRUE(many.Same(one.planes));
