@@ -28,8 +28,13 @@ struct Task final : LMXSchedulerService::Callback {
   std::atomic<bool> done{false};
 };
 
+// Without --dlclose the module stays loaded until the process ends; held from a
+// global so that the leak checker sees it as reachable.
+lmxhost::Module* g_module = nullptr;
+
 int main(int argc, char** argv) {
-  auto* module = new lmxhost::Module;
+  g_module = new lmxhost::Module;
+  lmxhost::Module* module = g_module;
   if (argc < 2 || !module->Load(argv[1])) return 2;
   Task task;
   {
