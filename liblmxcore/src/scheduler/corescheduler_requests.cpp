@@ -174,6 +174,7 @@ Status Scheduler::RequestInputs(int32_t n, void** inputs, Callback* cb) try {
 
 Waiter* Scheduler::TakeWaiters(int32_t n, void** inputs) {
   SchedulerState& s = *state;
+  s.requestLock.AssertHeld();  // RequestInputs calls it under the lock
   Waiter* chain = nullptr;
   try {
     for (int32_t i = 0; i < n; ++i)
@@ -186,6 +187,7 @@ Waiter* Scheduler::TakeWaiters(int32_t n, void** inputs) {
 }
 
 void Scheduler::ReleaseWaiters(Waiter* chain) {
+  state->requestLock.AssertHeld();  // called under the lock, as TakeWaiters
   while (chain) {
     Waiter* next = chain->next;
     state->waiterPool.Release(chain);
