@@ -180,19 +180,19 @@ TEST(Resampler, FastVariantStaysWithinOneOfTheReference) {
 // same phases is not served from it; threads designing at once each get theirs,
 // and the cache keeps its bound while a state's bank outlives its eviction.
 TEST(Resampler, BanksAreSharedPerFilterInABoundedCache) {
-  const BankSpec spec{160, 147, kTaps, 0.95f, 9.0f}, samePhases{160, 441, kTaps, 0.95f, 9.0f};
-  const auto bank = SharedBank(spec);
-  EXPECT_EQ(SharedBank(spec), bank);
-  EXPECT_EQ(SharedBank(samePhases)->Spec(), samePhases);
+  const FilterKey key{160, 147, kTaps, 0.95f, 9.0f}, samePhases{160, 441, kTaps, 0.95f, 9.0f};
+  const auto bank = SharedBank(key);
+  EXPECT_EQ(SharedBank(key), bank);
+  EXPECT_EQ(SharedBank(samePhases)->Key(), samePhases);
   std::vector<std::thread> threads;
   for (int32_t t = 0; t < 4; ++t)
     threads.emplace_back([t] {
       for (int32_t step = 2; step < 10; ++step) {
-        const BankSpec other{1, step, 8, 0.5f + 0.1f * static_cast<float>(t), 5.0f};
-        EXPECT_EQ(SharedBank(other)->Spec(), other);
+        const FilterKey other{1, step, 8, 0.5f + 0.1f * static_cast<float>(t), 5.0f};
+        EXPECT_EQ(SharedBank(other)->Key(), other);
       }
     });
   for (auto& thread : threads) thread.join();
   EXPECT_LE(CachedBankCount(), kCachedBanks);
-  EXPECT_EQ(bank->Spec(), spec);
+  EXPECT_EQ(bank->Key(), key);
 }

@@ -50,7 +50,7 @@ void DesignPhase(double* taps, int32_t length, double fraction, double cutoff, d
 }
 
 // Input sample of output o of a super period, relative to its first output's.
-int64_t SampleOf(int64_t o, const BankSpec& spec) { return o * spec.step / spec.phases; }
+int64_t SampleOf(int64_t o, const FilterKey& key) { return o * key.step / key.phases; }
 
 struct LanesShape {
   int64_t outputs = 0;  // per super period
@@ -60,22 +60,22 @@ struct LanesShape {
 
 // Vectors group g of super periods of `outputs` outputs needs: its outputs'
 // sample spread plus the taps.
-int64_t GroupVectors(const BankSpec& spec, int64_t outputs, int64_t g) {
+int64_t GroupVectors(const FilterKey& key, int64_t outputs, int64_t g) {
   const int64_t lead = g * kLanes, last = std::min(outputs, lead + kLanes) - 1;
-  return SampleOf(last, spec) - SampleOf(lead, spec) + spec.length;
+  return SampleOf(last, key) - SampleOf(lead, key) + key.length;
 }
 
 // The super period (a whole number of periods) with the fewest vectors per output,
 // within the bounds above; outputs 0 when none pays.
-LanesShape ChooseShape(const BankSpec& spec) {
+LanesShape ChooseShape(const FilterKey& key) {
   LanesShape best;
-  double bestCost = kMaxVectorsPerTap * spec.length;
+  double bestCost = kMaxVectorsPerTap * key.length;
   for (int64_t periods = 1; periods <= kLanes; ++periods) {
-    const int64_t outputs = periods * spec.phases;
+    const int64_t outputs = periods * key.phases;
     if (outputs > kMaxSuperPeriod) break;
     const int64_t groups = (outputs + kLanes - 1) / kLanes;
     int64_t vectors = 0;
-    for (int64_t g = 0; g < groups; ++g) vectors = std::max(vectors, GroupVectors(spec, outputs, g));
+    for (int64_t g = 0; g < groups; ++g) vectors = std::max(vectors, GroupVectors(key, outputs, g));
     const double cost = static_cast<double>(groups * vectors) / static_cast<double>(outputs);
     if (groups * vectors * kLanes * static_cast<int64_t>(sizeof(float)) <= kMaxLanesBytes && cost < bestCost) {
       bestCost = cost;
@@ -101,18 +101,18 @@ ResamplerBank::Floats64 ResamplerBank::AllocateFloats(size_t count) {
   return Floats64(p);
 }
 
-std::shared_ptr<const ResamplerBank> ResamplerBank::Design(const BankSpec& spec) try {
+std::shared_ptr<const ResamplerBank> ResamplerBank::Design(const FilterKey& key) try {
   auto bank = std::make_shared<ResamplerBank>();
-  bank->spec = spec;
-  const size_t count = static_cast<size_t>(spec.phases) * static_cast<size_t>(spec.length);
+  bank->key = key;
+  const size_t count = static_cast<size_t>(key.phases) * static_cast<size_t>(key.length);
   bank->taps.resize(count);
   bank->floats = AllocateFloats(count);
   if (!bank->floats) return nullptr;
   // Cut-off in cycles per input sample: rolloff of the lower of the two Nyquist limits.
-  const double cutoff = 0.5 * spec.rolloff * std::min(1.0, static_cast<double>(spec.phases) / spec.step);
-  for (int32_t p = 0; p < spec.phases; ++p)
-    DesignPhase(bank->taps.data() + static_cast<size_t>(p) * spec.length, spec.length,
-                static_cast<double>(p) / spec.phases, cutoff, spec.alpha);
+  const double cutoff = 0.5 * key.rolloff * std::min(1.0, static_cast<double>(key.phases) / key.step);
+  for (int32_t p = 0; p < key.phases; ++p)
+    DesignPhase(bank->taps.data() + static_cast<size_t>(p) * key.length, key.length,
+                static_cast<double>(p) / key.phases, cutoff, key.alpha);
   for (size_t i = 0; i < count; ++i) bank->floats[i] = static_cast<float>(bank->taps[i]);
   bank->bytes = count * (sizeof(double) + sizeof(float));
   bank->LayOutLanes();
@@ -122,36 +122,36 @@ std::shared_ptr<const ResamplerBank> ResamplerBank::Design(const BankSpec& spec)
 }
 
 void ResamplerBank::LayOutLanes() {
-  const LanesShape shape = ChooseShape(spec);
+  const LanesShape shape = ChooseShape(key);
   if (shape.outputs == 0) return;
   const size_t floatCount = static_cast<size_t>(shape.groups * shape.vectors * kLanes);
   laneTaps = AllocateFloats(floatCount);
   if (!laneTaps) return;  // the per-output path serves
   laneOffsets.resize(static_cast<size_t>(shape.groups));
-  const int32_t half = spec.length / 2;
+  const int32_t half = key.length / 2;
   for (int64_t g = 0; g < shape.groups; ++g) {
     const int64_t lead = g * kLanes;
-    laneOffsets[g] = static_cast<int32_t>(SampleOf(lead, spec) - half);
+    laneOffsets[g] = static_cast<int32_t>(SampleOf(lead, key) - half);
     float* group = laneTaps.get() + g * shape.vectors * kLanes;
     for (int64_t j = 0; j < kLanes && lead + j < shape.outputs; ++j) {
       const int64_t o = lead + j;
-      const int64_t shift = SampleOf(o, spec) - SampleOf(lead, spec);
-      const float* phase = floats.get() + (o * spec.step % spec.phases) * spec.length;
-      for (int32_t k = 0; k < spec.length; ++k) group[(shift + k) * kLanes + j] = phase[k];
+      const int64_t shift = SampleOf(o, key) - SampleOf(lead, key);
+      const float* phase = floats.get() + (o * key.step % key.phases) * key.length;
+      for (int32_t k = 0; k < key.length; ++k) group[(shift + k) * kLanes + j] = phase[k];
     }
   }
-  const int64_t spread = (static_cast<int64_t>(kLanes - 1) * spec.step + spec.phases - 1) / spec.phases;
+  const int64_t spread = (static_cast<int64_t>(kLanes - 1) * key.step + key.phases - 1) / key.phases;
   lanes = {laneTaps.get(),
            floats.get(),
-           spec.length,
+           key.length,
            laneOffsets.data(),
            static_cast<int32_t>(shape.groups),
            static_cast<int32_t>(shape.vectors),
            static_cast<int32_t>(shape.outputs),
-           static_cast<int32_t>(SampleOf(shape.outputs, spec)),
-           spec.phases,
-           spec.step,
-           InverseModulo(spec.step % spec.phases, spec.phases),
+           static_cast<int32_t>(SampleOf(shape.outputs, key)),
+           key.phases,
+           key.step,
+           InverseModulo(key.step % key.phases, key.phases),
            static_cast<int32_t>(spread + 2)};
   bytes += floatCount * sizeof(float);
 }
@@ -162,9 +162,9 @@ namespace {
 // library is unloaded.
 class BankCache {
  public:
-  std::shared_ptr<const ResamplerBank> Find(const BankSpec& spec) {
+  std::shared_ptr<const ResamplerBank> Find(const FilterKey& key) {
     std::lock_guard<std::mutex> lock(mutex);
-    auto it = std::find_if(entries.begin(), entries.end(), [&](const auto& e) { return e->Spec() == spec; });
+    auto it = std::find_if(entries.begin(), entries.end(), [&](const auto& e) { return e->Key() == key; });
     if (it == entries.end()) return nullptr;
     std::rotate(it, it + 1, entries.end());
     return entries.back();
@@ -173,7 +173,7 @@ class BankCache {
   std::shared_ptr<const ResamplerBank> Add(std::shared_ptr<const ResamplerBank> bank) try {
     std::lock_guard<std::mutex> lock(mutex);
     for (const auto& e : entries)
-      if (e->Spec() == bank->Spec()) return e;
+      if (e->Key() == bank->Key()) return e;
     entries.push_back(bank);
     size_t bytes = 0;
     for (const auto& e : entries) bytes += e->Bytes();
@@ -202,9 +202,9 @@ BankCache& Cache() {
 
 }  // namespace
 
-std::shared_ptr<const ResamplerBank> SharedBank(const BankSpec& spec) {
-  if (auto bank = Cache().Find(spec)) return bank;
-  auto bank = ResamplerBank::Design(spec);  // outside the lock: other filters stay available meanwhile
+std::shared_ptr<const ResamplerBank> SharedBank(const FilterKey& key) {
+  if (auto bank = Cache().Find(key)) return bank;
+  auto bank = ResamplerBank::Design(key);  // outside the lock: other filters stay available meanwhile
   return bank ? Cache().Add(std::move(bank)) : nullptr;
 }
 

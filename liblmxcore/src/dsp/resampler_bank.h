@@ -23,13 +23,13 @@ namespace lmx::dsp {
 
 // The filter: phases L and step M (in lowest terms), taps per phase, the cut-off as
 // a fraction of the lower Nyquist frequency and the Kaiser parameter.
-struct BankSpec {
+struct FilterKey {
   int32_t phases;
   int32_t step;
   int32_t length;
   float rolloff;
   float alpha;
-  bool operator==(const BankSpec&) const = default;
+  bool operator==(const FilterKey&) const = default;
 };
 
 inline constexpr size_t kCachedBanks = 16;
@@ -37,13 +37,13 @@ inline constexpr size_t kCachedBytes = size_t{16} << 20;
 
 class ResamplerBank {
  public:
-  // Designs the bank; null when memory runs out. The spec must be valid (the
+  // Designs the bank; null when memory runs out. The key must be valid (the
   // resampler's set-up checks it).
-  static std::shared_ptr<const ResamplerBank> Design(const BankSpec& spec);
+  static std::shared_ptr<const ResamplerBank> Design(const FilterKey& key);
 
-  const BankSpec& Spec() const { return spec; }
+  const FilterKey& Key() const { return key; }
   const double* Taps() const { return taps.data(); }
-  FloatPolyphaseBank Floats() const { return {floats.get(), spec.length, spec.phases, spec.step}; }
+  FloatPolyphaseBank Floats() const { return {floats.get(), key.length, key.phases, key.step}; }
   // Null where the lanes layout would be too large or slower than the per-output path.
   const LanesPolyphaseBank* Lanes() const { return lanes.taps ? &lanes : nullptr; }
   size_t Bytes() const { return bytes; }
@@ -56,7 +56,7 @@ class ResamplerBank {
   static Floats64 AllocateFloats(size_t count);
   void LayOutLanes();
 
-  BankSpec spec{};
+  FilterKey key{};
   std::vector<double> taps;
   Floats64 floats;
   Floats64 laneTaps;
@@ -65,9 +65,9 @@ class ResamplerBank {
   size_t bytes = 0;
 };
 
-// The bank for `spec` from the cache, designed into it on a miss; null when memory
+// The bank for `key` from the cache, designed into it on a miss; null when memory
 // runs out. Thread-safe.
-std::shared_ptr<const ResamplerBank> SharedBank(const BankSpec& spec);
+std::shared_ptr<const ResamplerBank> SharedBank(const FilterKey& key);
 
 // Banks the cache holds now.
 size_t CachedBankCount();
