@@ -45,25 +45,9 @@ class LMX_CAPABILITY("mutex") Mutex {
   void lock() LMX_ACQUIRE() { mutex_.lock(); }
   void unlock() LMX_RELEASE() { mutex_.unlock(); }
   bool try_lock() LMX_TRY_ACQUIRE(true) { return mutex_.try_lock(); }
-  // The standard mutex, for a condition variable's wait (which the analysis does
-  // not follow: the lock is held again when the wait returns).
-  std::mutex& native() { return mutex_; }
 
  private:
   std::mutex mutex_;
-};
-
-// std::recursive_mutex, annotated. The analysis treats it as a plain lock: a
-// function that takes it again while its caller holds it says so (LMX_REQUIRES is
-// not used for re-entry).
-class LMX_CAPABILITY("mutex") RecursiveMutex {
- public:
-  void lock() LMX_ACQUIRE() { mutex_.lock(); }
-  void unlock() LMX_RELEASE() { mutex_.unlock(); }
-  bool try_lock() LMX_TRY_ACQUIRE(true) { return mutex_.try_lock(); }
-
- private:
-  std::recursive_mutex mutex_;
 };
 
 // std::lock_guard for an annotated lock.
