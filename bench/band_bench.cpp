@@ -41,8 +41,8 @@ size_t Bytes(int32_t format, int32_t bpp, Size s) {
 
 std::vector<Pair> Pairs() {
   using namespace libyuv;
-  constexpr int32_t YUY2 = Image::PIXEL_FORMAT_YUY2, NV12 = Image::PIXEL_FORMAT_NV12,
-                    BGRA = Image::PIXEL_FORMAT_BGRA, Y8 = Image::PIXEL_FORMAT_Y8, DEPTH = Image::PIXEL_FORMAT_DEPTH;
+  constexpr int32_t YUY2 = Image::PIXEL_FORMAT_YUY2, NV12 = Image::PIXEL_FORMAT_NV12, BGRA = Image::PIXEL_FORMAT_BGRA,
+                    Y8 = Image::PIXEL_FORMAT_Y8, DEPTH = Image::PIXEL_FORMAT_DEPTH;
   auto u16 = [](auto p) { return reinterpret_cast<uint16_t*>(const_cast<uint8_t*>(p)); };
   return {
       {"YUY2ToBGRA", YUY2, BGRA, 0, 2, 4, [](auto s, auto d, int w, int h) { YUY2ToARGB(s, 2 * w, d, 4 * w, w, h); }},
@@ -106,8 +106,8 @@ void Object(benchmark::State& state, const Pair& pair, Size size, int32_t thread
   Image::ImageInfo info{size.w, size.h, pair.from, 0};
   Image* image = nullptr;
   // One image: its planes are touched once before timing starts.
-  if (!fresh && (allocator->CreateImage(&info, 0, nullptr, &image) < 0 || !Write(image, pair, size, src) ||
-                 !Read(image, pair)))
+  if (!fresh &&
+      (allocator->CreateImage(&info, 0, nullptr, &image) < 0 || !Write(image, pair, size, src) || !Read(image, pair)))
     state.SkipWithError("access refused");
   const uint64_t banded = lmx::BandedJobCount();
   for (auto _ : state) {
@@ -116,8 +116,8 @@ void Object(benchmark::State& state, const Pair& pair, Size size, int32_t thread
       image->Release();
       image = nullptr;
     }
-    const bool written = (image || allocator->CreateImage(&info, 0, nullptr, &image) >= 0) &&
-                         Write(image, pair, size, src);
+    const bool written =
+        (image || allocator->CreateImage(&info, 0, nullptr, &image) >= 0) && Write(image, pair, size, src);
     state.ResumeTiming();
     if (!written || !Read(image, pair)) {
       state.SkipWithError("access refused");
@@ -150,7 +150,8 @@ const int kRegistered = [] {
         const char* side;
         int32_t threads;
         bool fresh;
-      } sides[] = {{"One", 1, false}, {"All", 0, false}, {"OneNew", 1, true}, {"AllNew", 0, true}, {"Forced", -1, false}};
+      } sides[] = {
+          {"One", 1, false}, {"All", 0, false}, {"OneNew", 1, true}, {"AllNew", 0, true}, {"Forced", -1, false}};
       for (auto [side, threads, fresh] : sides)
         if (threads >= 0 || size.w == 640)
           benchmark::RegisterBenchmark((name + "/" + side).c_str(), Object, pair, size, threads, fresh)

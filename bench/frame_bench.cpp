@@ -35,7 +35,9 @@ constexpr Size kSizes[] = {{640, 480}, {1920, 1080}, {3840, 2160}};
 
 // Bytes of a tightly packed frame of a format: plane 0 rows, then NV12's chroma rows.
 size_t RowBytes(int32_t format, int32_t width) {
-  return static_cast<size_t>(width) * (format == Image::PIXEL_FORMAT_BGRA ? 4 : format == Image::PIXEL_FORMAT_YUY2 ? 2 : 1);
+  return static_cast<size_t>(width) * (format == Image::PIXEL_FORMAT_BGRA   ? 4
+                                       : format == Image::PIXEL_FORMAT_YUY2 ? 2
+                                                                            : 1);
 }
 size_t FrameBytes(int32_t format, Size s) {
   const size_t luma = RowBytes(format, s.width) * s.height;
@@ -178,8 +180,8 @@ void MixedRss(benchmark::State& state) {
       const Size s = kMixed[frame % 5];
       const Route& route = kRoutes[(frame / 5) % 4];
       // The planes one frame holds at once: source, destination, YUY2 on the way.
-      workingSet = std::max(workingSet, FrameBytes(route.from, s) + FrameBytes(route.to, s) +
-                                            FrameBytes(Image::PIXEL_FORMAT_YUY2, s));
+      workingSet = std::max(
+          workingSet, FrameBytes(route.from, s) + FrameBytes(route.to, s) + FrameBytes(Image::PIXEL_FORMAT_YUY2, s));
       if (!NewFrame(route, s, Pattern().data())) return state.SkipWithError("image refused");
     }
     const double mb = 1.0 / (1 << 20);
@@ -196,8 +198,7 @@ const int kRegistered = [] {
       const std::string name =
           std::string(route.name) + "/" + std::to_string(s.width) + "x" + std::to_string(s.height) + "/";
       benchmark::RegisterBenchmark((name + "New").c_str(), New, route, s, true)->Unit(benchmark::kMicrosecond);
-      benchmark::RegisterBenchmark((name + "NewNoCache").c_str(), New, route, s, false)
-          ->Unit(benchmark::kMicrosecond);
+      benchmark::RegisterBenchmark((name + "NewNoCache").c_str(), New, route, s, false)->Unit(benchmark::kMicrosecond);
       benchmark::RegisterBenchmark((name + "Reused").c_str(), Reused, route, s)->Unit(benchmark::kMicrosecond);
       benchmark::RegisterBenchmark((name + "Anchor").c_str(), Anchor, route, s)->Unit(benchmark::kMicrosecond);
     }

@@ -75,8 +75,7 @@ std::vector<Pair> Pairs() {
       {"YUY2ToRGBA", kYUY2, kRGBA, 0, false, [](auto s, auto d) { YUY2ToARGB(s, 2 * W, d, 4 * W, W, H); }},
       {"YUY2ToBGR", kYUY2, kBGR, 0, false, [=](auto s, auto d) { i422(s, d, I422ToRGB24); }},
       {"YUY2ToRGB", kYUY2, kRGB, 0, false, [=](auto s, auto d) { i422(s, d, I422ToRAW); }},
-      {"YUY2ToNV12", kYUY2, kNV12, 0, false,
-       [](auto s, auto d) { YUY2ToNV12(s, 2 * W, d, W, d + kLuma, W, W, H); }},
+      {"YUY2ToNV12", kYUY2, kNV12, 0, false, [](auto s, auto d) { YUY2ToNV12(s, 2 * W, d, W, d + kLuma, W, W, H); }},
       {"YUY2ToY8", kYUY2, kY8, 0, false, [](auto s, auto d) { YUY2ToY(s, 2 * W, d, W, W, H); }},
       {"BGRAToYUY2", kBGRA, kYUY2, 0, false, [](auto s, auto d) { ARGBToYUY2(s, 4 * W, d, 2 * W, W, H); }},
       {"RGBAToYUY2", kRGBA, kYUY2, 0, false, [](auto s, auto d) { ARGBToYUY2(s, 4 * W, d, 2 * W, W, H); }},
@@ -174,8 +173,8 @@ void Object(benchmark::State& state, const Pair& pair) {
     state.PauseTiming();
     const bool written = fixture.Write(pair.from, src.get());
     state.ResumeTiming();
-    const bool done = pair.mirror ? fixture.ExportMirrored(pair.to, dst.get())
-                                  : fixture.Read(pair.to.format, pair.angle);
+    const bool done =
+        pair.mirror ? fixture.ExportMirrored(pair.to, dst.get()) : fixture.Read(pair.to.format, pair.angle);
     if (!written || !done) return state.SkipWithError("access refused");
   }
   SetBytes(state, pair);

@@ -59,8 +59,11 @@ std::vector<Conversion> Conversions() {
       {"YUY2ToNV12", 2, 1,
        [](F& f) { k::YUY2ToNV12(f.s(), 2 * f.width, f.d(), f.width, f.d2(), f.width, f.width, f.height); },
        [](F& f) { libyuv::YUY2ToNV12(f.s(), 2 * f.width, f.d(), f.width, f.d2(), f.width, f.width, f.height); }},
-      {"NV12ToYUY2", 1, 2,
-       [](F& f) { k::NV12ToYUY2(f.s(), f.width, f.d2(), f.width, f.d(), 2 * f.width, f.width, f.height); }, {}},
+      {"NV12ToYUY2",
+       1,
+       2,
+       [](F& f) { k::NV12ToYUY2(f.s(), f.width, f.d2(), f.width, f.d(), 2 * f.width, f.width, f.height); },
+       {}},
       {"YUY2ToY8", 2, 1, [](F& f) { k::YUY2ToY8(f.s(), 2 * f.width, f.d(), f.width, f.width, f.height); },
        [](F& f) { libyuv::YUY2ToY(f.s(), 2 * f.width, f.d(), f.width, f.width, f.height); }},
       {"BGRAToRGBA", 4, 4, [](F& f) { k::BGRAToRGBA(f.s(), 4 * f.width, f.d(), 4 * f.width, f.width, f.height); },
@@ -77,8 +80,7 @@ std::vector<Conversion> Conversions() {
        [](F& f) { libyuv::RGB24ToJ400(f.s(), 3 * f.width, f.d(), f.width, f.width, f.height); }},
       {"Y8ToY16", 1, 2, [](F& f) { k::Y8ToY16(f.s(), f.width, f.d(), 2 * f.width, f.width, f.height); },
        [](F& f) {
-         libyuv::Convert8To16Plane(f.s(), f.width, reinterpret_cast<uint16_t*>(f.d()), f.width, 256, f.width,
-                                   f.height);
+         libyuv::Convert8To16Plane(f.s(), f.width, reinterpret_cast<uint16_t*>(f.d()), f.width, 256, f.width, f.height);
        }},
       {"Y16ToY8", 2, 1, [](F& f) { k::Y16ToY8(f.s(), 2 * f.width, f.d(), f.width, f.width, f.height); },
        [](F& f) {
@@ -86,12 +88,21 @@ std::vector<Conversion> Conversions() {
                                    f.height);
        }},
       {"Y16ToBGRA", 2, 4, [](F& f) { k::Y16ToBGRA(f.s(), 2 * f.width, f.d(), 4 * f.width, f.width, f.height); }, {}},
-      {"DepthShift", 2, 2, [](F& f) { k::DepthShift(f.s(), 2 * f.width, f.d(), 2 * f.width, f.width, f.height, 3); },
+      {"DepthShift",
+       2,
+       2,
+       [](F& f) { k::DepthShift(f.s(), 2 * f.width, f.d(), 2 * f.width, f.width, f.height, 3); },
        {}},
-      {"DepthToFloat", 2, 4,
-       [](F& f) { k::DepthToFloat(f.s(), 2 * f.width, f.d(), 4 * f.width, f.width, f.height, 0.125f); }, {}},
-      {"FloatToDepth", 4, 2,
-       [](F& f) { k::FloatToDepth(f.s(), 4 * f.width, f.d(), 2 * f.width, f.width, f.height, 8.0f); }, {}},
+      {"DepthToFloat",
+       2,
+       4,
+       [](F& f) { k::DepthToFloat(f.s(), 2 * f.width, f.d(), 4 * f.width, f.width, f.height, 0.125f); },
+       {}},
+      {"FloatToDepth",
+       4,
+       2,
+       [](F& f) { k::FloatToDepth(f.s(), 4 * f.width, f.d(), 2 * f.width, f.width, f.height, 8.0f); },
+       {}},
       {"Mirror1", 1, 1,
        [](F& f) { k::MirrorPlane(f.s(), f.width, f.d(), f.width, f.width, f.height, 1, k::kMirrorLeftRight); },
        [](F& f) { libyuv::MirrorPlane(f.s(), f.width, f.d(), f.width, f.width, f.height); }},
@@ -104,16 +115,19 @@ std::vector<Conversion> Conversions() {
       {"Mirror3", 3, 3,
        [](F& f) { k::MirrorPlane(f.s(), 3 * f.width, f.d(), 3 * f.width, f.width, f.height, 3, k::kMirrorLeftRight); },
        [](F& f) { libyuv::RGB24Mirror(f.s(), 3 * f.width, f.d(), 3 * f.width, f.width, f.height); }},
-      {"Mirror8", 8, 8,
+      {"Mirror8",
+       8,
+       8,
        [](F& f) { k::MirrorPlane(f.s(), 8 * f.width, f.d(), 8 * f.width, f.width, f.height, 8, k::kMirrorLeftRight); },
        {}},
-      {"MirrorYUY2", 2, 2, [](F& f) { k::MirrorYUY2Plane(f.s(), 2 * f.width, f.d(), 2 * f.width, f.width, f.height); },
+      {"MirrorYUY2",
+       2,
+       2,
+       [](F& f) { k::MirrorYUY2Plane(f.s(), 2 * f.width, f.d(), 2 * f.width, f.width, f.height); },
        {}},
-      {"Rotate90_1", 1, 1,
-       [](F& f) { k::RotatePlane(f.s(), f.width, f.d(), f.height, f.width, f.height, 1, 90); },
+      {"Rotate90_1", 1, 1, [](F& f) { k::RotatePlane(f.s(), f.width, f.d(), f.height, f.width, f.height, 1, 90); },
        [](F& f) { libyuv::RotatePlane90(f.s(), f.width, f.d(), f.height, f.width, f.height); }},
-      {"Rotate270_1", 1, 1,
-       [](F& f) { k::RotatePlane(f.s(), f.width, f.d(), f.height, f.width, f.height, 1, 270); },
+      {"Rotate270_1", 1, 1, [](F& f) { k::RotatePlane(f.s(), f.width, f.d(), f.height, f.width, f.height, 1, 270); },
        [](F& f) { libyuv::RotatePlane270(f.s(), f.width, f.d(), f.height, f.width, f.height); }},
       {"Rotate90_2", 2, 2,
        [](F& f) { k::RotatePlane(f.s(), 2 * f.width, f.d(), 2 * f.height, f.width, f.height, 2, 90); },
@@ -121,21 +135,28 @@ std::vector<Conversion> Conversions() {
          libyuv::RotatePlane_16(reinterpret_cast<const uint16_t*>(f.s()), f.width, reinterpret_cast<uint16_t*>(f.d()),
                                 f.height, f.width, f.height, libyuv::kRotate90);
        }},
-      {"Rotate90_3", 3, 3,
-       [](F& f) { k::RotatePlane(f.s(), 3 * f.width, f.d(), 3 * f.height, f.width, f.height, 3, 90); }, {}},
-      {"Rotate90_8", 8, 8,
-       [](F& f) { k::RotatePlane(f.s(), 8 * f.width, f.d(), 8 * f.height, f.width, f.height, 8, 90); }, {}},
+      {"Rotate90_3",
+       3,
+       3,
+       [](F& f) { k::RotatePlane(f.s(), 3 * f.width, f.d(), 3 * f.height, f.width, f.height, 3, 90); },
+       {}},
+      {"Rotate90_8",
+       8,
+       8,
+       [](F& f) { k::RotatePlane(f.s(), 8 * f.width, f.d(), 8 * f.height, f.width, f.height, 8, 90); },
+       {}},
       {"Rotate90_4", 4, 4,
        [](F& f) { k::RotatePlane(f.s(), 4 * f.width, f.d(), 4 * f.height, f.width, f.height, 4, 90); },
-       [](F& f) {
-         libyuv::ARGBRotate(f.s(), 4 * f.width, f.d(), 4 * f.height, f.width, f.height, libyuv::kRotate90);
-       }},
+       [](F& f) { libyuv::ARGBRotate(f.s(), 4 * f.width, f.d(), 4 * f.height, f.width, f.height, libyuv::kRotate90); }},
       {"Rotate270_4", 4, 4,
        [](F& f) { k::RotatePlane(f.s(), 4 * f.width, f.d(), 4 * f.height, f.width, f.height, 4, 270); },
        [](F& f) {
          libyuv::ARGBRotate(f.s(), 4 * f.width, f.d(), 4 * f.height, f.width, f.height, libyuv::kRotate270);
        }},
-      {"CopyPlane", 4, 4, [](F& f) { k::CopyPlane(f.s(), 4 * f.width, f.d(), 4 * f.width, 4 * f.width, f.height); },
+      {"CopyPlane",
+       4,
+       4,
+       [](F& f) { k::CopyPlane(f.s(), 4 * f.width, f.d(), 4 * f.width, 4 * f.width, f.height); },
        {}},
   };
 }
@@ -153,8 +174,7 @@ Frame MakeFrame(const Conversion& c, int width, int height) {
   return f;
 }
 
-void Run(benchmark::State& state, const std::function<void(Frame&)>& call, Frame frame, uint32_t features,
-         bool mask) {
+void Run(benchmark::State& state, const std::function<void(Frame&)>& call, Frame frame, uint32_t features, bool mask) {
   // The anchor runs unmasked; ours with the variant forced.
   std::unique_ptr<k::ScopedCpuFeatureMask> scope;
   if (mask) scope = std::make_unique<k::ScopedCpuFeatureMask>(features);
@@ -196,7 +216,8 @@ void RegisterAll() {
       benchmark::RegisterBenchmark((base + "/memcpy").c_str(), [c, size](benchmark::State& st) {
         const size_t bytes = static_cast<size_t>(size[0]) * size[1] * std::max(c.src_bpp, c.dst_bpp);
         Frame f{size[0], size[1], std::vector<uint8_t>(bytes, 1), std::vector<uint8_t>(bytes, 0), {}};
-        Run(st, [bytes](Frame& g) { std::memcpy(g.d(), g.s(), bytes); }, std::move(f), 0, false);
+        Run(
+            st, [bytes](Frame& g) { std::memcpy(g.d(), g.s(), bytes); }, std::move(f), 0, false);
       })->Unit(benchmark::kMicrosecond);
     }
   }

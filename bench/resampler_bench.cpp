@@ -42,8 +42,8 @@
 #include "module_factories.h"
 
 using namespace lmx::dsp;
-using lmx::BaseAudio;
 using lmx::AudioConverter;
+using lmx::BaseAudio;
 using lmx::CreateAllocator;
 using lmx::CreateAudioConverter;
 
@@ -110,8 +110,8 @@ std::vector<int16_t> Tone(double frequency, int32_t rate, bool dither = false) {
   std::uniform_real_distribution<double> uniform(0.0, 1.0);
   for (size_t n = 0; n < samples.size(); ++n) {
     const double noise = dither ? uniform(rng) + uniform(rng) - 1.0 : 0.0;
-    samples[n] = static_cast<int16_t>(
-        std::lround(kAmplitude * std::sin(2.0 * std::numbers::pi * frequency * n / rate) + noise));
+    samples[n] =
+        static_cast<int16_t>(std::lround(kAmplitude * std::sin(2.0 * std::numbers::pi * frequency * n / rate) + noise));
   }
   return samples;
 }
@@ -217,14 +217,14 @@ class OursBare final : public StreamResampler {
 class PcmAudio final : public BaseAudio {
  public:
   PcmAudio(const AudioInfo& description, const int16_t* adopt, int32_t count)
-      : samples(adopt ? 0 : static_cast<size_t>(std::max(description.bufferSize, 0))), adopted(adopt),
-        dataSize(count) {
+      : samples(adopt ? 0 : static_cast<size_t>(std::max(description.bufferSize, 0))), adopted(adopt), dataSize(count) {
     info = description;
   }
   Norvik::Lumetra::Status AcquireAccess(Access, AudioFormat format, int32_t, AudioData* data) override {
     if (format && format != AUDIO_FORMAT_PCM) return Norvik::Lumetra::LMX_STATUS_FEATURE_UNSUPPORTED;
     *data = {AUDIO_FORMAT_PCM, dataSize,
-             adopted ? reinterpret_cast<uint8_t*>(const_cast<int16_t*>(adopted)) : reinterpret_cast<uint8_t*>(samples.data())};
+             adopted ? reinterpret_cast<uint8_t*>(const_cast<int16_t*>(adopted))
+                     : reinterpret_cast<uint8_t*>(samples.data())};
     return Norvik::Lumetra::LMX_STATUS_NO_ERROR;
   }
   Norvik::Lumetra::Status ReleaseAccess(AudioData* data) override {
@@ -268,7 +268,8 @@ class OursConvertAudio final : public StreamResampler {
     if (source) source->Release();
   }
   void Prepare(const std::vector<int16_t>& in, int16_t* scratch) override {
-    const LMXAudio::AudioInfo info{static_cast<int32_t>(in.size()), LMXAudio::AUDIO_FORMAT_PCM, inRate, 1, 0, {0, 0, 0}};
+    const LMXAudio::AudioInfo info{
+        static_cast<int32_t>(in.size()), LMXAudio::AUDIO_FORMAT_PCM, inRate, 1, 0, {0, 0, 0}};
     source = new PcmAudio(info, in.data(), static_cast<int32_t>(in.size()));
     Convert(scratch);
   }
@@ -466,9 +467,9 @@ struct LibraryConverter {
     // The factory's first argument is the object the converter asks for an allocator.
     CreateAudioConverter(reinterpret_cast<Norvik::Lumetra::Session*>(allocator), nullptr, nullptr, nullptr, 0,
                          &converterObject);
-    converter = converterObject ? static_cast<LMXAudioConversion*>(
-                                      converterObject->QueryInstance(LMXAudioConversion::kIid))
-                                : nullptr;
+    converter = converterObject
+                    ? static_cast<LMXAudioConversion*>(converterObject->QueryInstance(LMXAudioConversion::kIid))
+                    : nullptr;
   }
   ~LibraryConverter() {
     if (converter) converter->Release();
@@ -605,8 +606,8 @@ void BM_CreateConverter(benchmark::State& state, int32_t inRate, int32_t outRate
   const LMXAudio::AudioInfo dstInfo{0, LMXAudio::AUDIO_FORMAT_PCM, outRate, 1, 0, {0, 0, 0}};
   auto once = [&] {
     Norvik::Lumetra::Base* object = nullptr;
-    CreateAudioConverter(reinterpret_cast<Norvik::Lumetra::Session*>(library.allocator), nullptr, nullptr, nullptr,
-                         0, &object);
+    CreateAudioConverter(reinterpret_cast<Norvik::Lumetra::Session*>(library.allocator), nullptr, nullptr, nullptr, 0,
+                         &object);
     LMXAudio* dst = nullptr;
     const bool ok = object && static_cast<AudioConverter*>(object)->ConvertAudio(src, dstInfo, dst) >= 0;
     if (dst) dst->Release();
@@ -668,8 +669,7 @@ bool RegisterStreams() {
   }
   for (const auto& [inRate, outRate] : pairs) {
     for (const auto& impl : impls) {
-      const std::string name =
-          "Stream/" + std::to_string(inRate) + "_" + std::to_string(outRate) + "/" + impl.name;
+      const std::string name = "Stream/" + std::to_string(inRate) + "_" + std::to_string(outRate) + "/" + impl.name;
       benchmark::RegisterBenchmark(name.c_str(), BM_Stream, inRate, outRate, impl.features, impl.make)
           ->Unit(benchmark::kMillisecond);
     }

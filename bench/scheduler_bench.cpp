@@ -267,8 +267,8 @@ void Latency(benchmark::State& state) {
   state.counters["tbb_ns/item"] = tbbMedian * 1e3;
   state.counters["ours/tbb"] = tbbMedian / oursMedian;
   char label[96];
-  std::snprintf(label, sizeof label, "median ours %.1f us oneTBB %.1f us; p99 ours %.1f us oneTBB %.1f us",
-                oursMedian, tbbMedian, oursP99, tbbP99);
+  std::snprintf(label, sizeof label, "median ours %.1f us oneTBB %.1f us; p99 ours %.1f us oneTBB %.1f us", oursMedian,
+                tbbMedian, oursP99, tbbP99);
   state.SetLabel(label);
 }
 BENCHMARK(Latency)->UseManualTime()->Iterations(kLatencySamples)->Unit(benchmark::kMicrosecond);
@@ -400,7 +400,8 @@ void FanIn(benchmark::State& state) {
       [&] {
         done.Reset(kConsumers);
         service->MarkOutputs(kOutputs, outputs.data(), LMX_STATUS_EXEC_INPROGRESS);
-        for (int c = 0; c < kConsumers; ++c) service->RequestInputs(kInputsPerConsumer, inputs[c].data(), &consumers[c]);
+        for (int c = 0; c < kConsumers; ++c)
+          service->RequestInputs(kInputsPerConsumer, inputs[c].data(), &consumers[c]);
         for (int i = 0; i < kOutputs; ++i) service->MarkOutputs(1, &outputs[i], LMX_STATUS_NO_ERROR);
         done.Wait();
       },

@@ -43,15 +43,19 @@ constexpr int kOutputs = 8;
 // Mostly a value in lo..hi, else an extreme or any value.
 int32_t ConsumeInt(FuzzedDataProvider& input, int32_t lo, int32_t hi) {
   switch (input.ConsumeIntegralInRange(0, 3)) {
-    case 0: return input.PickValueInArray(kExtremes);
-    case 1: return input.ConsumeIntegral<int32_t>();
-    default: return input.ConsumeIntegralInRange(lo, hi);
+    case 0:
+      return input.PickValueInArray(kExtremes);
+    case 1:
+      return input.ConsumeIntegral<int32_t>();
+    default:
+      return input.ConsumeIntegralInRange(lo, hi);
   }
 }
 
 Status ConsumeTableStatus(FuzzedDataProvider& input) {
-  static constexpr Status kStatuses[] = {LMX_STATUS_NO_ERROR, LMX_STATUS_EXEC_INPROGRESS, LMX_STATUS_HANDLE_INVALID,
-                                          LMX_STATUS_EXEC_ABORTED, LMX_STATUS_TIME_GAP, LMX_STATUS_PROCESS_FAILED};
+  static constexpr Status kStatuses[] = {LMX_STATUS_NO_ERROR,       LMX_STATUS_EXEC_INPROGRESS,
+                                         LMX_STATUS_HANDLE_INVALID, LMX_STATUS_EXEC_ABORTED,
+                                         LMX_STATUS_TIME_GAP,       LMX_STATUS_PROCESS_FAILED};
   return input.PickValueInArray(kStatuses);
 }
 
@@ -134,11 +138,23 @@ struct Driver {
 
   void Step() {
     switch (in.ConsumeIntegralInRange(0, 6)) {
-      case 0: CreateImage(); break;
-      case 1: case 2: AccessImage(); break;
-      case 3: UseImage(); break;
-      case 4: case 5: Schedule(); break;
-      default: Wait(); break;
+      case 0:
+        CreateImage();
+        break;
+      case 1:
+      case 2:
+        AccessImage();
+        break;
+      case 3:
+        UseImage();
+        break;
+      case 4:
+      case 5:
+        Schedule();
+        break;
+      default:
+        Wait();
+        break;
     }
   }
 
@@ -176,8 +192,8 @@ struct Driver {
     Image* image = Pick(images);
     if (!image) return;
     static constexpr int32_t kAccess[] = {Image::ACCESS_READ, Image::ACCESS_WRITE, Image::ACCESS_READ_WRITE};
-    const auto access = static_cast<Image::Access>(in.ConsumeBool() ? in.PickValueInArray(kAccess)
-                                                                    : ConsumeInt(in, 0, 4));
+    const auto access =
+        static_cast<Image::Access>(in.ConsumeBool() ? in.PickValueInArray(kAccess) : ConsumeInt(in, 0, 4));
     const auto format = static_cast<Image::PixelFormat>(in.ConsumeBool() ? 0 : lmxfuzz::ConsumeFormatKey(in));
     auto data = std::make_unique<ImageData>();
     if (Verified(image->AcquireAccess(access, format, ConsumeInt(in, 0, 360), data.get())) < 0) return;
@@ -238,7 +254,9 @@ struct Driver {
     const int32_t offset = in.ConsumeIntegralInRange(0, kOutputs - (n > 0 ? n : 0));
     void** list = in.ConsumeIntegralInRange(0, 15) ? outputs + offset : nullptr;
     switch (in.ConsumeIntegralInRange(0, 4)) {
-      case 0: Verified(scheduler->MarkOutputs(n, list, ConsumeTableStatus(in))); break;
+      case 0:
+        Verified(scheduler->MarkOutputs(n, list, ConsumeTableStatus(in)));
+        break;
       case 1:
         if (Verified(scheduler->RequestInputs(n, list, in.ConsumeBool() ? &task : nullptr)) >= 0) ++requested;
         break;

@@ -82,10 +82,10 @@ int32_t ConsumeRate(FuzzedDataProvider& input) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider input(data, size);
-  LMXAudio::AudioInfo src_info{0, LMXAudio::AUDIO_FORMAT_PCM, ConsumeRate(input),
-                               input.ConsumeIntegralInRange<int32_t>(1, 8), 0, {0, 0, 0}};
-  LMXAudio::AudioInfo dst_info{0, LMXAudio::AUDIO_FORMAT_PCM, ConsumeRate(input),
-                               input.ConsumeIntegralInRange<int32_t>(1, 3), 0, {0, 0, 0}};
+  LMXAudio::AudioInfo src_info{
+      0, LMXAudio::AUDIO_FORMAT_PCM, ConsumeRate(input), input.ConsumeIntegralInRange<int32_t>(1, 8), 0, {0, 0, 0}};
+  LMXAudio::AudioInfo dst_info{
+      0, LMXAudio::AUDIO_FORMAT_PCM, ConsumeRate(input), input.ConsumeIntegralInRange<int32_t>(1, 3), 0, {0, 0, 0}};
   if (input.ConsumeBool()) dst_info.sampleRate = src_info.sampleRate;
   const size_t frames = input.ConsumeIntegralInRange<size_t>(0, 12000);
   std::vector<int32_t> chunks(input.ConsumeIntegralInRange<size_t>(1, 24));

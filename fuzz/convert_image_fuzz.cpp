@@ -60,21 +60,37 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int sizes = in(0, 7);
   const bool valid = sizes > 2;
   switch (sizes) {
-    case 0: width = in(kMin, 64), height = in(kMin, -1); break;
-    case 1: width = in(kMin, -1), height = in(0, 64); break;
-    case 2: width = input.PickValueInArray(kHuge), height = input.PickValueInArray(kHuge); break;
-    default: width = in(0, 64), height = in(0, 64);
+    case 0:
+      width = in(kMin, 64), height = in(kMin, -1);
+      break;
+    case 1:
+      width = in(kMin, -1), height = in(0, 64);
+      break;
+    case 2:
+      width = input.PickValueInArray(kHuge), height = input.PickValueInArray(kHuge);
+      break;
+    default:
+      width = in(0, 64), height = in(0, 64);
   }
   dst_info.width = src_info.width;
   dst_info.height = src_info.height;
   if (input.ConsumeIntegralInRange(0, 15) == 0) dst_info.width = input.ConsumeIntegralInRange(-2, 64);
 
   // A depth scale of any kind, or none.
-  static constexpr float kScales[] = {1.0f, 0.125f, 4.0f, 0.3f, 0.0f, -1.0f, 1e-30f, 1e-40f, 1e30f,
-                                      std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity()};
+  static constexpr float kScales[] = {1.0f,
+                                      0.125f,
+                                      4.0f,
+                                      0.3f,
+                                      0.0f,
+                                      -1.0f,
+                                      1e-30f,
+                                      1e-40f,
+                                      1e30f,
+                                      std::numeric_limits<float>::quiet_NaN(),
+                                      std::numeric_limits<float>::infinity()};
   const size_t scaleChoice = input.ConsumeIntegralInRange<size_t>(0, std::size(kScales));
-  lmx::FixedDepthScale depth = scaleChoice < std::size(kScales) ? lmx::FixedDepthScale(kScales[scaleChoice])
-                                                                : lmx::FixedDepthScale();
+  lmx::FixedDepthScale depth =
+      scaleChoice < std::size(kScales) ? lmx::FixedDepthScale(kScales[scaleChoice]) : lmx::FixedDepthScale();
 
   Buffer src(input, src_info, valid);
   const bool inPlace = input.ConsumeIntegralInRange(0, 7) == 0 && dst_info.format == src_info.format;

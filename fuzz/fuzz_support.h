@@ -22,13 +22,23 @@ namespace lmxfuzz {
 
 using Norvik::Lumetra::Image;
 
-inline constexpr int32_t kFormats[] = {
-    Image::PIXEL_FORMAT_YUY2,          Image::PIXEL_FORMAT_NV12,          Image::PIXEL_FORMAT_BGRA,
-    Image::PIXEL_FORMAT_BGR,           Image::PIXEL_FORMAT_Y8,            Image::PIXEL_FORMAT_RGBA,
-    Image::PIXEL_FORMAT_RGB,           Image::PIXEL_FORMAT_NV21,          Image::PIXEL_FORMAT_DEPTH,
-    Image::PIXEL_FORMAT_DEPTH_NATIVE,  Image::PIXEL_FORMAT_DEPTH_FLOAT,   Image::PIXEL_FORMAT_Y16,
-    Image::PIXEL_FORMAT_Y8_RELATIVE,   Image::PIXEL_FORMAT_ATTACHED_8BPP, Image::PIXEL_FORMAT_ATTACHED_2BPP,
-    Image::PIXEL_FORMAT_DEPTH_CONFIDENCE, Image::PIXEL_FORMAT_ATTACHED_1BPP};
+inline constexpr int32_t kFormats[] = {Image::PIXEL_FORMAT_YUY2,
+                                       Image::PIXEL_FORMAT_NV12,
+                                       Image::PIXEL_FORMAT_BGRA,
+                                       Image::PIXEL_FORMAT_BGR,
+                                       Image::PIXEL_FORMAT_Y8,
+                                       Image::PIXEL_FORMAT_RGBA,
+                                       Image::PIXEL_FORMAT_RGB,
+                                       Image::PIXEL_FORMAT_NV21,
+                                       Image::PIXEL_FORMAT_DEPTH,
+                                       Image::PIXEL_FORMAT_DEPTH_NATIVE,
+                                       Image::PIXEL_FORMAT_DEPTH_FLOAT,
+                                       Image::PIXEL_FORMAT_Y16,
+                                       Image::PIXEL_FORMAT_Y8_RELATIVE,
+                                       Image::PIXEL_FORMAT_ATTACHED_8BPP,
+                                       Image::PIXEL_FORMAT_ATTACHED_2BPP,
+                                       Image::PIXEL_FORMAT_DEPTH_CONFIDENCE,
+                                       Image::PIXEL_FORMAT_ATTACHED_1BPP};
 
 // A format key: a known format or any value, with no, a quarter-turn or any rotation bits.
 inline int32_t ConsumeFormatKey(FuzzedDataProvider& input) {
@@ -36,8 +46,8 @@ inline int32_t ConsumeFormatKey(FuzzedDataProvider& input) {
   int32_t key = input.ConsumeBool() ? input.PickValueInArray(kFormats) : input.ConsumeIntegral<int32_t>();
   const int turn = input.ConsumeIntegralInRange(0, 5);  // 0, 1: as it is; 2..4: quarter turns; 5: any bits
   if (turn < 2) return key;
-  return (key & kPixelFormatMask) | (turn < 5 ? 90 * (turn - 1) << kRotationShift
-                                              : input.ConsumeIntegral<int32_t>() & kRotationMask);
+  return (key & kPixelFormatMask) |
+         (turn < 5 ? 90 * (turn - 1) << kRotationShift : input.ConsumeIntegral<int32_t>() & kRotationMask);
 }
 
 // A status the library returned, checked to be one of the status table's values.

@@ -59,8 +59,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::wstring name = bootstrap::ModuleNameFromPath(path);
   Check(name.find_first_of(L"\\/") == std::wstring::npos && name.size() <= path.size());
   const int32_t level = bootstrap::LevelFromName(ConsumeWide(input, 8));
-  Check(level == LOG_LEVEL_VERBOSE || level == LOG_LEVEL_TRACE || (level % 10000 == 0 && level >= LOG_LEVEL_DEBUG &&
-                                                                     level <= LOG_LEVEL_FATAL));
+  Check(level == LOG_LEVEL_VERBOSE || level == LOG_LEVEL_TRACE ||
+        (level % 10000 == 0 && level >= LOG_LEVEL_DEBUG && level <= LOG_LEVEL_FATAL));
 
   // Text and paths survive the file system's form when they are plain Unicode.
   const std::wstring text = ConsumeWide(input);

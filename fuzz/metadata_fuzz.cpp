@@ -47,8 +47,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   static constexpr int32_t kIds[] = {0, 1, -1, 0x81001, 0x81002, 0x24740F78, 0x7FFFFFFF};
 
   for (int step = 0; step < 64 && input.remaining_bytes() > 0; ++step) {
-    const int32_t id = input.ConsumeIntegralInRange(0, 7) == 0 ? input.ConsumeIntegral<int32_t>()
-                                                                : input.PickValueInArray(kIds);
+    const int32_t id =
+        input.ConsumeIntegralInRange(0, 7) == 0 ? input.ConsumeIntegral<int32_t>() : input.PickValueInArray(kIds);
     const bool modelled = !hasObject[id];
     switch (input.ConsumeIntegralInRange(0, 9)) {
       case 0: {  // attach a copy of some bytes, with a size that may not match
@@ -57,7 +57,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
         if (input.ConsumeIntegralInRange(0, 3) == 0) claimed = -input.ConsumeIntegralInRange(0, 1000);
         if (value.empty()) value.push_back(0);  // a readable pointer even for size 0
         const bool had = store->QueryBufferSize(id) > 0;
-        const Status sts = store->AttachBuffer(id, input.ConsumeIntegralInRange(0, 15) ? value.data() : nullptr, claimed);
+        const Status sts =
+            store->AttachBuffer(id, input.ConsumeIntegralInRange(0, 15) ? value.data() : nullptr, claimed);
         if (sts >= 0) {
           Check(!had && claimed > 0);
           if (modelled) shadow[id].assign(value.begin(), value.begin() + claimed);
@@ -111,7 +112,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
       }
       case 6: {  // rebuild (or hand out) an object
         void* face = nullptr;
-        const InterfaceId cuid = input.ConsumeBool() ? LMXSerializableService::kIid : input.ConsumeIntegral<InterfaceId>();
+        const InterfaceId cuid =
+            input.ConsumeBool() ? LMXSerializableService::kIid : input.ConsumeIntegral<InterfaceId>();
         if (store->CreateSerializable(id, cuid, &face) >= 0) {
           Check(face != nullptr);
           static_cast<Base*>(face)->Release();  // the caller's reference
@@ -126,8 +128,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
         break;
       default: {  // a serialised header attached as plain bytes, with any data size
         const std::vector<uint8_t> data(input.ConsumeIntegralInRange(0, 16));
-        auto header = lmxtest::SerialisedState(reinterpret_cast<const char*>(&kCode), data,
-                                               input.ConsumeIntegralInRange(-4, 32));
+        auto header =
+            lmxtest::SerialisedState(reinterpret_cast<const char*>(&kCode), data, input.ConsumeIntegralInRange(-4, 32));
         store->DetachMetadata(id);
         hasObject.erase(id);
         if (store->AttachBuffer(id, header.data(), static_cast<int32_t>(header.size())) >= 0) shadow[id] = header;

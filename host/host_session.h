@@ -88,9 +88,7 @@ class HostSession final : public Norvik::Lumetra::Session {
  private:
   class SessionService final : public Norvik::Lumetra::Service::SessionService {
    public:
-    void* QueryInstance(Norvik::Lumetra::InterfaceId iid) override {
-      return iid == 0 || iid == kIid ? this : nullptr;
-    }
+    void* QueryInstance(Norvik::Lumetra::InterfaceId iid) override { return iid == 0 || iid == kIid ? this : nullptr; }
     void Release() override {}
     Norvik::Lumetra::Status GetImplStorage(const ImplDesc* desc, int32_t, int32_t, void** storage) override {
       ++calls;

@@ -60,8 +60,7 @@ class Module {
     return lmxhost::Create(table_, iid, session, face);
   }
   template <class T>
-  Norvik::Lumetra::Status Create(Norvik::Lumetra::InterfaceId iid, Norvik::Lumetra::Session* session,
-                                 T** face) const {
+  Norvik::Lumetra::Status Create(Norvik::Lumetra::InterfaceId iid, Norvik::Lumetra::Session* session, T** face) const {
     void* any = nullptr;
     const Norvik::Lumetra::Status sts = Create(iid, session, &any);
     *face = static_cast<T*>(any);
@@ -78,7 +77,7 @@ class Module {
 std::filesystem::path DefaultCoreLibraryPath();
 
 // Text helpers for printing a descriptor.
-std::string FriendlyName(const DLLExportTable& entry);     // UTF-8
-std::string FourCCText(uint32_t value);                    // "SHED", or "" if not printable
+std::string FriendlyName(const DLLExportTable& entry);  // UTF-8
+std::string FourCCText(uint32_t value);                 // "SHED", or "" if not printable
 
 }  // namespace lmxhost

@@ -139,7 +139,8 @@ class LMXMetadataStore : public F {
       return id;
     }
     return Norvik::Lumetra::LMX_STATUS_ITEM_UNAVAILABLE;
-  } LMX_EDGE_CATCH_RETURN(Norvik::Lumetra::LMX_STATUS_ALLOC_FAILED)
+  }
+  LMX_EDGE_CATCH_RETURN(Norvik::Lumetra::LMX_STATUS_ALLOC_FAILED)
 
   int32_t QueryMetadata(int32_t index) override {
     std::lock_guard guard(lock);
@@ -177,13 +178,15 @@ class LMXMetadataStore : public F {
     delete[] md.ptr;  // a reserved record holds nothing, but stay safe
     md = {copy.release(), static_cast<uint32_t>(size)};
     return LMX_STATUS_NO_ERROR;
-  } LMX_EDGE_CATCH
+  }
+  LMX_EDGE_CATCH
 
   int32_t QueryBufferSize(int32_t id) override try {
     std::lock_guard guard(lock);
     const MD* md = findBuffer(id);
     return md ? static_cast<int32_t>(md->size) : 0;
-  } LMX_EDGE_CATCH_RETURN(0)
+  }
+  LMX_EDGE_CATCH_RETURN(0)
 
   Status QueryBuffer(int32_t id, uint8_t* buffer, int32_t size) override try {
     using namespace Norvik::Lumetra;
@@ -192,13 +195,12 @@ class LMXMetadataStore : public F {
     const MD* record = findBuffer(id);
     if (!record) return LMX_STATUS_ITEM_UNAVAILABLE;
     // Compared as signed 64-bit, so a negative size is too small, never huge.
-    const struct {
-      int64_t size;
-    } view{record->size}, *md = &view;
+    const struct { int64_t size; } view{record->size}, *md = &view;
     LMX_CHECK(size >= md->size, LMX_STATUS_HANDLE_INVALID);
     if (record->size) std::memcpy(buffer, record->ptr, record->size);
     return LMX_STATUS_NO_ERROR;
-  } LMX_EDGE_CATCH
+  }
+  LMX_EDGE_CATCH
 
   Status AttachSerializable(int32_t id, Base* instance) override try {
     using namespace Norvik::Lumetra;
@@ -222,10 +224,12 @@ class LMXMetadataStore : public F {
     if (old) {
       auto* serializable = old->QueryInstance<LMXSerializableService>();
       if (!serializable) return LMX_STATUS_FEATURE_UNSUPPORTED;
-      LMX_CHECK_CALL(serializable->SetProfile((LMXSerializableService::ProfileInfo*)buffers[id].ptr, buffers[id].ptr + sizeof(LMXSerializableService::ProfileInfo)));
+      LMX_CHECK_CALL(serializable->SetProfile((LMXSerializableService::ProfileInfo*)buffers[id].ptr,
+                                              buffers[id].ptr + sizeof(LMXSerializableService::ProfileInfo)));
     }
     return LMX_STATUS_NO_ERROR;
-  } LMX_EDGE_CATCH
+  }
+  LMX_EDGE_CATCH
 
   Status CreateSerializable(int32_t id, Norvik::Lumetra::InterfaceId cuid, void** instance) override try {
     using namespace Norvik::Lumetra;
@@ -269,7 +273,8 @@ class LMXMetadataStore : public F {
       return LMX_STATUS_PARAM_UNSUPPORTED;
     }
     return LMX_STATUS_NO_ERROR;  // the creation reference is the caller's
-  } LMX_EDGE_CATCH
+  }
+  LMX_EDGE_CATCH
 
   Status QueryInternalBuffer(int32_t id, uint8_t** buffer, int32_t* size) override {
     using namespace Norvik::Lumetra;
@@ -349,7 +354,8 @@ class LMXMetadataStore : public F {
       Base* candidate = nullptr;
       if (session->CreateImpl(&fullDesc, LMXSerializableService::kIid, &candidate) >= 0 && candidate) {
         auto* serializable = candidate->QueryInstance<LMXSerializableService>();
-        if (serializable && serializable->SetProfile(header, reinterpret_cast<uint8_t*>(header) + sizeof(*header)) >= 0) {
+        if (serializable &&
+            serializable->SetProfile(header, reinterpret_cast<uint8_t*>(header) + sizeof(*header)) >= 0) {
           *created = candidate;
           return LMX_STATUS_NO_ERROR;
         }
@@ -364,7 +370,7 @@ class LMXMetadataStore : public F {
     std::lock_guard guard(lock);
     LMX_CHECK(serializable, LMX_STATUS_HANDLE_INVALID);
     ProfileInfo profile{};
-    LMX_CHECK_CALL(serializable->QueryProfile(&profile,0));
+    LMX_CHECK_CALL(serializable->QueryProfile(&profile, 0));
     LMX_CHECK(profile.dataSize >= 0, LMX_STATUS_HANDLE_INVALID);
     // The record's size is a 32-bit count: header and data must fit it.
     const Checked total = CheckedAdd(sizeof(profile), profile.dataSize);
@@ -373,7 +379,7 @@ class LMXMetadataStore : public F {
     if (!new_buffer) return LMX_STATUS_ALLOC_FAILED;
     std::memcpy(new_buffer.get(), &profile, sizeof(profile));
     Status sts = LMX_STATUS_NO_ERROR;
-    if (LMX_CALL_FAILED(sts, serializable->QueryProfile(&profile,new_buffer.get()+sizeof(profile)))) return sts;
+    if (LMX_CALL_FAILED(sts, serializable->QueryProfile(&profile, new_buffer.get() + sizeof(profile)))) return sts;
     MD& md = buffers[id];
     delete[] md.ptr;
     md = {new_buffer.release(), static_cast<uint32_t>(*total)};

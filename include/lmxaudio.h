@@ -38,7 +38,7 @@ class Audio : public Base {
   };
 
   struct AudioInfo {
-    int32_t bufferSize;    // capacity in samples, all channels counted
+    int32_t bufferSize;  // capacity in samples, all channels counted
     AudioFormat format;
     int32_t sampleRate;    // Hz, per channel
     int32_t nchannels;     // interleaved channels
@@ -128,15 +128,13 @@ class LMXAudioConversion : public Norvik::Lumetra::Base {
   // Creates `dst` (one reference, owned by the caller) holding `src` converted to
   // dst_info's rate. On some failures after creation `dst` already holds the new
   // object and the caller must release it.
-  virtual Norvik::Lumetra::Status ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& dst_info,
-                                               LMXAudio*& dst) = 0;
+  virtual Norvik::Lumetra::Status ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& dst_info, LMXAudio*& dst) = 0;
   virtual void Destroy(uint32_t flags) = 0;
   // Mixes `frames` interleaved 16-bit frames down to mono; only the nchannels of the
   // two descriptions are read. A destination that is not mono gets nothing
   // (LMX_STATUS_FEATURE_UNSUPPORTED).
-  virtual Norvik::Lumetra::Status MixChannels(const int16_t* src, const LMXAudio::AudioInfo& src_info,
-                                              int16_t* dst, const LMXAudio::AudioInfo& dst_info,
-                                              int32_t frames) = 0;
+  virtual Norvik::Lumetra::Status MixChannels(const int16_t* src, const LMXAudio::AudioInfo& src_info, int16_t* dst,
+                                              const LMXAudio::AudioInfo& dst_info, int32_t frames) = 0;
 
  protected:
   ~LMXAudioConversion() = default;

@@ -43,8 +43,6 @@ inline Checked CheckedAlignUp(Checked value, int64_t alignment) {
   return *padded / alignment * alignment;
 }
 
-inline bool IsSize32(Checked value) {
-  return value && *value >= 0 && *value <= std::numeric_limits<int32_t>::max();
-}
+inline bool IsSize32(Checked value) { return value && *value >= 0 && *value <= std::numeric_limits<int32_t>::max(); }
 
 }  // namespace Norvik::Lumetra

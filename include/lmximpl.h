@@ -90,7 +90,7 @@ class RefCount {
     if (count_.fetch_sub(1) != 1) return;
     hooks_.Run();
     void* memory = dynamic_cast<void*>(self);  // the start of the allocation
-    self->Destroy(0);  // the one override behind every face
+    self->Destroy(0);                          // the one override behind every face
     ::operator delete(memory);
   }
   uint32_t Count() const { return count_.load(); }

@@ -39,10 +39,8 @@ class LoggingService : public Base {
   virtual Status SetLevel(int32_t level) = 0;
   virtual bool IsLevelEnabled(int32_t level) = 0;
   virtual int32_t QueryLevel() = 0;
-  virtual void Log(int32_t level, const char* message, const char* file, int32_t line,
-                   const char* function) = 0;
-  virtual void LogW(int32_t level, const wchar_t* message, const char* file, int32_t line,
-                    const char* function) = 0;
+  virtual void Log(int32_t level, const char* message, const char* file, int32_t line, const char* function) = 0;
+  virtual void LogW(int32_t level, const wchar_t* message, const char* file, int32_t line, const char* function) = 0;
   virtual void TraceEnter(int32_t level, const char* function) = 0;
   virtual void TraceLeave(int32_t level, const char* function) = 0;
   virtual void Destroy(uint32_t flags) = 0;

@@ -57,8 +57,7 @@ class SessionService : public Base {
     ImplDesc desc;
   };
 
-  virtual Status GetImplStorage(const ImplDesc* desc, int32_t reserved1, int32_t reserved2,
-                                void** storage) = 0;
+  virtual Status GetImplStorage(const ImplDesc* desc, int32_t reserved1, int32_t reserved2, void** storage) = 0;
 
  protected:
   ~SessionService() = default;

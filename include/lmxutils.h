@@ -65,35 +65,63 @@ inline constexpr wchar_t kUnknownStatusText[] = L"Unknown lmxStatus code";
 // headers have always done (a narrow consumer sees its first character only).
 inline const char* GetStatusText(Status sts) {
   switch (sts) {
-    case LMX_STATUS_NO_ERROR: return "LMX_STATUS_NO_ERROR";
-    case LMX_STATUS_FEATURE_UNSUPPORTED: return "LMX_STATUS_FEATURE_UNSUPPORTED (Unsupported feature)";
-    case LMX_STATUS_PARAM_UNSUPPORTED: return "LMX_STATUS_PARAM_UNSUPPORTED (Unsupported parameter)";
-    case LMX_STATUS_ITEM_UNAVAILABLE: return "LMX_STATUS_ITEM_UNAVAILABLE (Item not found/not available)";
-    case LMX_STATUS_HANDLE_INVALID: return "LMX_STATUS_HANDLE_INVALID (Invalid session, algorithm instance, or pointer)";
-    case LMX_STATUS_ALLOC_FAILED: return "LMX_STATUS_ALLOC_FAILED (Memory allocation failure)";
-    case LMX_STATUS_DEVICE_FAILED: return "LMX_STATUS_DEVICE_FAILED (device failed due to malfunctioning)";
-    case LMX_STATUS_DEVICE_LOST: return "LMX_STATUS_DEVICE_LOST (device failed due to unplug or unavailability)";
-    case LMX_STATUS_DEVICE_BUSY: return "LMX_STATUS_DEVICE_BUSY (device busy)";
-    case LMX_STATUS_EXEC_ABORTED: return "LMX_STATUS_EXEC_ABORTED (Execution aborted due to errors in upstream components)";
-    case LMX_STATUS_EXEC_INPROGRESS: return "LMX_STATUS_EXEC_INPROGRESS (Asynchronous operation is in execution)";
-    case LMX_STATUS_EXEC_TIMEOUT: return "LMX_STATUS_EXEC_TIMEOUT (Operation time out)";
-    case LMX_STATUS_FILE_WRITE_FAILED: return "LMX_STATUS_FILE_WRITE_FAILED (Failure in open file in WRITE mode)";
-    case LMX_STATUS_FILE_READ_FAILED: return "LMX_STATUS_FILE_READ_FAILED (Failure in open file in READ mode)";
-    case LMX_STATUS_FILE_CLOSE_FAILED: return "LMX_STATUS_FILE_CLOSE_FAILED (Failure in close a file handle)";
-    case LMX_STATUS_DATA_UNAVAILABLE: return "LMX_STATUS_DATA_UNAVAILABLE (Data not available for MW model or processing)";
-    case LMX_STATUS_DATA_NOT_INITIALIZED: return "LMX_STATUS_DATA_NOT_INITIALIZED (Data failed to initialize)";
-    case LMX_STATUS_INIT_FAILED: return "LMX_STATUS_INIT_FAILED (Module failure during initialization)";
-    case LMX_STATUS_STREAM_CONFIG_CHANGED: return "LMX_STATUS_STREAM_CONFIG_CHANGED";
-    case LMX_STATUS_POWER_UID_ALREADY_REGISTER: return "LMX_STATUS_POWER_UID_ALREADY_REGISTER";
-    case LMX_STATUS_POWER_UID_NOT_REGISTERED: return "LMX_STATUS_POWER_UID_NOT_REGISTERED";
-    case LMX_STATUS_POWER_ILLEGAL_STATE: return "LMX_STATUS_POWER_ILLEGAL_STATE";
-    case LMX_STATUS_POWER_PROVIDER_NOT_EXISTS: return "LMX_STATUS_POWER_PROVIDER_NOT_EXISTS";
+    case LMX_STATUS_NO_ERROR:
+      return "LMX_STATUS_NO_ERROR";
+    case LMX_STATUS_FEATURE_UNSUPPORTED:
+      return "LMX_STATUS_FEATURE_UNSUPPORTED (Unsupported feature)";
+    case LMX_STATUS_PARAM_UNSUPPORTED:
+      return "LMX_STATUS_PARAM_UNSUPPORTED (Unsupported parameter)";
+    case LMX_STATUS_ITEM_UNAVAILABLE:
+      return "LMX_STATUS_ITEM_UNAVAILABLE (Item not found/not available)";
+    case LMX_STATUS_HANDLE_INVALID:
+      return "LMX_STATUS_HANDLE_INVALID (Invalid session, algorithm instance, or pointer)";
+    case LMX_STATUS_ALLOC_FAILED:
+      return "LMX_STATUS_ALLOC_FAILED (Memory allocation failure)";
+    case LMX_STATUS_DEVICE_FAILED:
+      return "LMX_STATUS_DEVICE_FAILED (device failed due to malfunctioning)";
+    case LMX_STATUS_DEVICE_LOST:
+      return "LMX_STATUS_DEVICE_LOST (device failed due to unplug or unavailability)";
+    case LMX_STATUS_DEVICE_BUSY:
+      return "LMX_STATUS_DEVICE_BUSY (device busy)";
+    case LMX_STATUS_EXEC_ABORTED:
+      return "LMX_STATUS_EXEC_ABORTED (Execution aborted due to errors in upstream components)";
+    case LMX_STATUS_EXEC_INPROGRESS:
+      return "LMX_STATUS_EXEC_INPROGRESS (Asynchronous operation is in execution)";
+    case LMX_STATUS_EXEC_TIMEOUT:
+      return "LMX_STATUS_EXEC_TIMEOUT (Operation time out)";
+    case LMX_STATUS_FILE_WRITE_FAILED:
+      return "LMX_STATUS_FILE_WRITE_FAILED (Failure in open file in WRITE mode)";
+    case LMX_STATUS_FILE_READ_FAILED:
+      return "LMX_STATUS_FILE_READ_FAILED (Failure in open file in READ mode)";
+    case LMX_STATUS_FILE_CLOSE_FAILED:
+      return "LMX_STATUS_FILE_CLOSE_FAILED (Failure in close a file handle)";
+    case LMX_STATUS_DATA_UNAVAILABLE:
+      return "LMX_STATUS_DATA_UNAVAILABLE (Data not available for MW model or processing)";
+    case LMX_STATUS_DATA_NOT_INITIALIZED:
+      return "LMX_STATUS_DATA_NOT_INITIALIZED (Data failed to initialize)";
+    case LMX_STATUS_INIT_FAILED:
+      return "LMX_STATUS_INIT_FAILED (Module failure during initialization)";
+    case LMX_STATUS_STREAM_CONFIG_CHANGED:
+      return "LMX_STATUS_STREAM_CONFIG_CHANGED";
+    case LMX_STATUS_POWER_UID_ALREADY_REGISTER:
+      return "LMX_STATUS_POWER_UID_ALREADY_REGISTER";
+    case LMX_STATUS_POWER_UID_NOT_REGISTERED:
+      return "LMX_STATUS_POWER_UID_NOT_REGISTERED";
+    case LMX_STATUS_POWER_ILLEGAL_STATE:
+      return "LMX_STATUS_POWER_ILLEGAL_STATE";
+    case LMX_STATUS_POWER_PROVIDER_NOT_EXISTS:
+      return "LMX_STATUS_POWER_PROVIDER_NOT_EXISTS";
     case LMX_STATUS_CAPTURE_CONFIG_ALREADY_SET:
-      return "LMX_STATUS_CAPTURE_CONFIG_ALREADY_SET (parameter cannot be changed since configuration for capturing has been already set)";
-    case LMX_STATUS_TIME_GAP: return "LMX_STATUS_TIME_GAP (Warning - time gap in time stamps)";
-    case LMX_STATUS_PARAM_INPLACE: return "LMX_STATUS_PARAM_INPLACE (Warning - the same parameters already defined)";
-    case LMX_STATUS_DATA_NOT_CHANGED: return "LMX_STATUS_DATA_NOT_CHANGED (Warning - Data not changed)";
-    case LMX_STATUS_PROCESS_FAILED: return "LMX_STATUS_PROCESS_FAILED (Warning - Module failure during processing)";
+      return "LMX_STATUS_CAPTURE_CONFIG_ALREADY_SET (parameter cannot be changed since configuration for capturing has "
+             "been already set)";
+    case LMX_STATUS_TIME_GAP:
+      return "LMX_STATUS_TIME_GAP (Warning - time gap in time stamps)";
+    case LMX_STATUS_PARAM_INPLACE:
+      return "LMX_STATUS_PARAM_INPLACE (Warning - the same parameters already defined)";
+    case LMX_STATUS_DATA_NOT_CHANGED:
+      return "LMX_STATUS_DATA_NOT_CHANGED (Warning - Data not changed)";
+    case LMX_STATUS_PROCESS_FAILED:
+      return "LMX_STATUS_PROCESS_FAILED (Warning - Module failure during processing)";
   }
   return reinterpret_cast<const char*>(kUnknownStatusText);
 }
@@ -105,19 +133,15 @@ namespace lmx::detail {
 // Out of line so call sites stay small; each builds its message in a wide string
 // stream only after the level check at the call site has passed.
 void LogFailedOn(const char* condition, const char* file, int line, const char* function);
-void LogCallFailed(Norvik::Lumetra::Status sts, const char* call, const char* file, int line,
-                   const char* function);
+void LogCallFailed(Norvik::Lumetra::Status sts, const char* call, const char* file, int line, const char* function);
 void LogCallFailed(int32_t code, const char* call, const char* file, int line, const char* function);
 
 // Logs the failed-allocation line without throwing; answers LMX_STATUS_ALLOC_FAILED.
 Norvik::Lumetra::Status FailedOnException(const char* file, int line, const char* function) noexcept;
 
-inline bool ErrorEnabled() {
-  return lmsdk::LogUtil::GetLogger()->IsLevelEnabled(Norvik::Lumetra::LOG_LEVEL_ERROR);
-}
+inline bool ErrorEnabled() { return lmsdk::LogUtil::GetLogger()->IsLevelEnabled(Norvik::Lumetra::LOG_LEVEL_ERROR); }
 
-inline bool FailedOn(bool holds, const char* condition, const char* file, int line,
-                     const char* function) {
+inline bool FailedOn(bool holds, const char* condition, const char* file, int line, const char* function) {
   if (holds) return false;
   if (ErrorEnabled()) LogFailedOn(condition, file, line, function);
   return true;
@@ -166,45 +190,44 @@ class TraceScope {
 #define LMX_FAILED_ON(cond) \
   ::lmx::detail::FailedOn(static_cast<bool>(cond), #cond, LMX_LOG_SOURCE_FILE, __LINE__, LMX_FUNCSIG)
 
-#define LMX_CHECK(cond, ret)          \
-  do {                                \
+#define LMX_CHECK(cond, ret)             \
+  do {                                   \
     if (LMX_FAILED_ON(cond)) return ret; \
   } while (0)
 
 #define LMX_CALL_FAILED(sts, call) \
   ::lmx::detail::CallFailed(((sts) = (call)), #call, LMX_LOG_SOURCE_FILE, __LINE__, LMX_FUNCSIG)
 
-#define LMX_CHECK_CALL(call)                                              \
-  do {                                                                    \
+#define LMX_CHECK_CALL(call)                                                          \
+  do {                                                                                \
     ::Norvik::Lumetra::Status lmx_call_sts_ = ::Norvik::Lumetra::LMX_STATUS_NO_ERROR; \
-    if (LMX_CALL_FAILED(lmx_call_sts_, call)) return lmx_call_sts_;        \
+    if (LMX_CALL_FAILED(lmx_call_sts_, call)) return lmx_call_sts_;                   \
   } while (0)
 
-#define LMX_EDGE_CATCH \
-  catch (...) {        \
+#define LMX_EDGE_CATCH                                                                   \
+  catch (...) {                                                                          \
     return ::lmx::detail::FailedOnException(LMX_LOG_SOURCE_FILE, __LINE__, LMX_FUNCSIG); \
   }
-#define LMX_EDGE_CATCH_RETURN(value)                                                \
-  catch (...) {                                                                     \
-    ::lmx::detail::FailedOnException(LMX_LOG_SOURCE_FILE, __LINE__, LMX_FUNCSIG);   \
-    return value;                                                                   \
+#define LMX_EDGE_CATCH_RETURN(value)                                              \
+  catch (...) {                                                                   \
+    ::lmx::detail::FailedOnException(LMX_LOG_SOURCE_FILE, __LINE__, LMX_FUNCSIG); \
+    return value;                                                                 \
   }
 
-#define LMX_LOG_IN(function, level, pieces)                                                          \
-  do {                                                                                               \
-    ::Norvik::Lumetra::LoggingService* lmx_logger_ = ::lmsdk::LogUtil::GetLogger();                 \
-    if (lmx_logger_->IsLevelEnabled(level)) {                                                        \
-      std::wostringstream lmx_message_;                                                              \
-      lmx_message_ << pieces;                                                                        \
+#define LMX_LOG_IN(function, level, pieces)                                                              \
+  do {                                                                                                   \
+    ::Norvik::Lumetra::LoggingService* lmx_logger_ = ::lmsdk::LogUtil::GetLogger();                      \
+    if (lmx_logger_->IsLevelEnabled(level)) {                                                            \
+      std::wostringstream lmx_message_;                                                                  \
+      lmx_message_ << pieces;                                                                            \
       lmx_logger_->LogW((level), lmx_message_.str().c_str(), LMX_LOG_SOURCE_FILE, __LINE__, (function)); \
-    }                                                                                                \
+    }                                                                                                    \
   } while (0)
 #define LMX_LOG(level, pieces) LMX_LOG_IN(LMX_FUNCSIG, level, pieces)
 
 #define LMX_TRACE_CONCAT2(a, b) a##b
 #define LMX_TRACE_CONCAT(a, b) LMX_TRACE_CONCAT2(a, b)
-#define LMX_TRACE_AT(level, name) \
-  ::lmx::detail::TraceScope LMX_TRACE_CONCAT(lmx_trace_, __LINE__)((level), (name))
+#define LMX_TRACE_AT(level, name) ::lmx::detail::TraceScope LMX_TRACE_CONCAT(lmx_trace_, __LINE__)((level), (name))
 #define LMX_TRACE(name) LMX_TRACE_AT(::Norvik::Lumetra::LOG_LEVEL_TRACE, (name))
 
 namespace Norvik::Lumetra::Service {

@@ -47,8 +47,8 @@ class TempFolder {
   TempFolder() {
     static std::atomic<int> counter{0};
     const auto stamp = std::chrono::steady_clock::now().time_since_epoch().count();
-    path_ = fs::temp_directory_path() /
-            ("lmx_log_bootstrap_" + std::to_string(stamp) + "_" + std::to_string(counter++));
+    path_ =
+        fs::temp_directory_path() / ("lmx_log_bootstrap_" + std::to_string(stamp) + "_" + std::to_string(counter++));
     fs::create_directories(path_);
   }
   ~TempFolder() {
@@ -62,7 +62,8 @@ class TempFolder {
     fs::path directory = relative.empty() ? path_ : path_ / relative;
     fs::create_directories(directory);
     std::wstring text = ToWide(directory.lexically_normal());
-    if (text.back() != L'/' && text.back() != L'\\') text.push_back(static_cast<wchar_t>(fs::path::preferred_separator));
+    if (text.back() != L'/' && text.back() != L'\\')
+      text.push_back(static_cast<wchar_t>(fs::path::preferred_separator));
     return text;
   }
   fs::path Write(const std::string& relative, const std::string& bytes) const {
@@ -88,7 +89,8 @@ inline void PlaceModule(const fs::path& module, const std::wstring& directory) {
 }
 
 inline FakeLoggingRecord* RecordOf(lmx::platform::ModuleHandle module) {
-  auto function = reinterpret_cast<FakeLoggingRecordFunction>(lmx::platform::FindExport(module, kFakeLoggingRecordExport));
+  auto function =
+      reinterpret_cast<FakeLoggingRecordFunction>(lmx::platform::FindExport(module, kFakeLoggingRecordExport));
   return function ? function() : nullptr;
 }
 

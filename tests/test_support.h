@@ -63,7 +63,8 @@ class CapturingLogger final : public Norvik::Lumetra::BaseImpl<Norvik::Lumetra::
   // Whether some line's message contains the text.
   bool Contains(const std::string& text) {
     std::lock_guard lock(mutex_);
-    return std::any_of(lines_.begin(), lines_.end(), [&](auto& l) { return l.message.find(text) != std::string::npos; });
+    return std::any_of(lines_.begin(), lines_.end(),
+                       [&](auto& l) { return l.message.find(text) != std::string::npos; });
   }
   // Whether some trace entered a scope of that name.
   bool Traced(const std::string& name) {
@@ -96,8 +97,7 @@ class CapturingLogger final : public Norvik::Lumetra::BaseImpl<Norvik::Lumetra::
 // Installs a CapturingLogger as the process-wide logger for its lifetime.
 class ScopedCapture {
  public:
-  explicit ScopedCapture(int32_t threshold = 0)
-      : previous_(lmsdk::LogUtil::GetLogger()), logger_(threshold) {
+  explicit ScopedCapture(int32_t threshold = 0) : previous_(lmsdk::LogUtil::GetLogger()), logger_(threshold) {
     lmsdk::LogUtil::SetLogger(&logger_);
   }
   ~ScopedCapture() { lmsdk::LogUtil::SetLogger(previous_); }

@@ -4,11 +4,11 @@
 #include "signal_processing_setup.h"
 
 using namespace Norvik::Lumetra;
-using Norvik::Lumetra::Service::DLLExportTable;
-using Norvik::Lumetra::Service::SessionService;
 using lmx::CreateAllocator;
 using lmx::CreateAudioConverter;
 using lmx::CreateScheduler;
+using Norvik::Lumetra::Service::DLLExportTable;
+using Norvik::Lumetra::Service::SessionService;
 
 namespace {
 
@@ -33,7 +33,16 @@ Status CreateSchedulerEntry(Session* session, LMXSchedulerService* scheduler, Se
 DLLExportTable g_audioConverterEntry = {
     nullptr,
     &CreateAudioConverter,
-    {SessionService::kSignature, kGroup, kSubgroupAudioConverter, 0, Code("ACON"), 1, 1, 0, 101, kVendorId,
+    {SessionService::kSignature,
+     kGroup,
+     kSubgroupAudioConverter,
+     0,
+     Code("ACON"),
+     1,
+     1,
+     0,
+     101,
+     kVendorId,
      {0x5758F698, 0, 0, 0},
      u"Audio converter"},
 };
@@ -41,7 +50,16 @@ DLLExportTable g_audioConverterEntry = {
 DLLExportTable g_allocatorEntry = {
     &g_audioConverterEntry,
     &CreateAllocator,
-    {SessionService::kSignature, kGroup, kSubgroupAllocator, 0, Code("AEMU"), 1, 0, 0, 100, kVendorId,
+    {SessionService::kSignature,
+     kGroup,
+     kSubgroupAllocator,
+     0,
+     Code("AEMU"),
+     1,
+     0,
+     0,
+     100,
+     kVendorId,
      {0x492D6A23, 0, 0, 0},
      u"Core - Memory Allocator"},
 };
@@ -52,7 +70,16 @@ DLLExportTable g_allocatorEntry = {
 LMX_EXPORT DLLExportTable LMXDLLExportTable = {
     &g_allocatorEntry,
     &CreateSchedulerEntry,
-    {SessionService::kSignature, kGroup, kSubgroupScheduler, 0, Code("CRSC"), 1, 0, 0, 100, kVendorId,
+    {SessionService::kSignature,
+     kGroup,
+     kSubgroupScheduler,
+     0,
+     Code("CRSC"),
+     1,
+     0,
+     0,
+     100,
+     kVendorId,
      {FourCC("SHED"), FourCC("SCH2"), 0, 0},
      u"Core Framework Scheduler"},
 };

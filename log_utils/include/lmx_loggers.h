@@ -34,8 +34,7 @@ class LoggerDebugView final : public Norvik::Lumetra::BaseImpl<Norvik::Lumetra::
   bool IsLevelEnabled(int32_t level) override { return level >= threshold_.load(std::memory_order_relaxed); }
   int32_t QueryLevel() override { return threshold_.load(std::memory_order_relaxed); }
   void Log(int32_t level, const char* message, const char* file, int32_t line, const char* function) override;
-  void LogW(int32_t level, const wchar_t* message, const char* file, int32_t line,
-            const char* function) override;
+  void LogW(int32_t level, const wchar_t* message, const char* file, int32_t line, const char* function) override;
   void TraceEnter(int32_t, const char*) override {}
   void TraceLeave(int32_t, const char*) override {}
   void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }

@@ -73,8 +73,8 @@ int32_t LevelFromName(std::wstring_view name) {
     int32_t level;
   };
   static constexpr Named kLevels[] = {
-      {L"FATAL", LOG_LEVEL_FATAL}, {L"ERROR", LOG_LEVEL_ERROR}, {L"WARN", LOG_LEVEL_WARN},
-      {L"INFO", LOG_LEVEL_INFO},   {L"DEBUG", LOG_LEVEL_DEBUG}, {L"TRACE", LOG_LEVEL_TRACE},
+      {L"FATAL", LOG_LEVEL_FATAL},     {L"ERROR", LOG_LEVEL_ERROR}, {L"WARN", LOG_LEVEL_WARN},
+      {L"INFO", LOG_LEVEL_INFO},       {L"DEBUG", LOG_LEVEL_DEBUG}, {L"TRACE", LOG_LEVEL_TRACE},
       {L"VERBOSE", LOG_LEVEL_VERBOSE},
   };
   for (const auto& entry : kLevels)

@@ -36,8 +36,7 @@ std::wstring DirectoryOfPath(const std::filesystem::path& path) {
 BootstrapContext ProcessBootstrapContext() {
   BootstrapContext context;
   // Any function of this library locates its own module.
-  const auto ownPath =
-      lmx::platform::ModulePathOf(reinterpret_cast<const void*>(&ProcessBootstrapContext));
+  const auto ownPath = lmx::platform::ModulePathOf(reinterpret_cast<const void*>(&ProcessBootstrapContext));
   context.moduleName = ModuleNameFromPath(ToWide(ownPath));
 
   const auto sessionPath = lmx::platform::LoadedModulePath("liblmxsession");
@@ -94,7 +93,8 @@ const DLLExportTable* FindExportTable(lmx::platform::ModuleHandle module) {
   auto valid = [](const void* symbol) {
     if (!symbol) return false;
     uint32_t signature = 0;
-    std::memcpy(&signature, static_cast<const unsigned char*>(symbol) + offsetof(DLLExportTable, desc), sizeof signature);
+    std::memcpy(&signature, static_cast<const unsigned char*>(symbol) + offsetof(DLLExportTable, desc),
+                sizeof signature);
     return signature == SessionService::kSignature;
   };
   if (const void* named = lmx::platform::FindExport(module, kLMXExportTableName); valid(named))

@@ -50,8 +50,8 @@ namespace {
 LoggingService* CreateExternalLogger(const DLLExportTable* table) {
   if (!table->factory) return nullptr;
   Base* object = nullptr;
-  const Status sts = table->factory(nullptr, nullptr, nullptr, const_cast<DLLExportTable*>(table),
-                                    LoggingService::kIid, &object);
+  const Status sts =
+      table->factory(nullptr, nullptr, nullptr, const_cast<DLLExportTable*>(table), LoggingService::kIid, &object);
   // A failed factory leaves the result untouched by convention; it is not released.
   if (sts < LMX_STATUS_NO_ERROR || !object) return nullptr;
   auto* logger = static_cast<LoggingService*>(object->QueryInstance(LoggingService::kIid));

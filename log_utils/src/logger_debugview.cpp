@@ -40,8 +40,8 @@ Status LoggerDebugView::SetLevel(int32_t level) {
 void LoggerDebugView::FormatLine(char* buffer, int32_t level, const char* message, const char* file,
                                  int32_t line) const {
   buffer[kLineBufferSize - 1] = '\0';
-  const int written = std::snprintf(buffer, kLineBufferSize, "%s: %s: %s: %d: %s\n", name_.c_str(),
-                                    LogLevelName(level), BareFileName(file), line, message ? message : "");
+  const int written = std::snprintf(buffer, kLineBufferSize, "%s: %s: %s: %d: %s\n", name_.c_str(), LogLevelName(level),
+                                    BareFileName(file), line, message ? message : "");
   // A cut line keeps its line feed so the next one starts on a line of its own.
   if (written >= static_cast<int>(kLineBufferSize)) buffer[kLineBufferSize - 2] = '\n';
 }
@@ -53,8 +53,7 @@ void LoggerDebugView::Log(int32_t level, const char* message, const char* file, 
   lmx::platform::WriteDebugOutput(buffer);
 }
 
-void LoggerDebugView::LogW(int32_t level, const wchar_t* message, const char* file, int32_t line,
-                           const char*) {
+void LoggerDebugView::LogW(int32_t level, const wchar_t* message, const char* file, int32_t line, const char*) {
   if (!IsLevelEnabled(level)) return;
   const std::string narrow = message ? lmx::platform::WideToUtf8(message) : std::string();
   char buffer[kLineBufferSize];

@@ -87,8 +87,7 @@ void EngineLogger::Log(int32_t level, const char* message, const char* file, int
   if (IsLevelEnabled(level)) Emit(level, OrEmpty(message), file, line, function);
 }
 
-void EngineLogger::LogW(int32_t level, const wchar_t* message, const char* file, int32_t line,
-                        const char* function) {
+void EngineLogger::LogW(int32_t level, const wchar_t* message, const char* file, int32_t line, const char* function) {
   if (IsLevelEnabled(level)) Emit(level, lmx::platform::WideToUtf8(message ? message : L""), file, line, function);
 }
 

@@ -31,8 +31,7 @@ class EngineLogger final : public Norvik::Lumetra::BaseImpl<Norvik::Lumetra::Log
   bool IsLevelEnabled(int32_t level) override;
   int32_t QueryLevel() override;
   void Log(int32_t level, const char* message, const char* file, int32_t line, const char* function) override;
-  void LogW(int32_t level, const wchar_t* message, const char* file, int32_t line,
-            const char* function) override;
+  void LogW(int32_t level, const wchar_t* message, const char* file, int32_t line, const char* function) override;
   void TraceEnter(int32_t level, const char* function) override;
   void TraceLeave(int32_t level, const char* function) override;
   void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }
@@ -40,11 +39,10 @@ class EngineLogger final : public Norvik::Lumetra::BaseImpl<Norvik::Lumetra::Log
  private:
   // Binds the engine logger of name_ once the engine is configured.
   void Bind();
-  void Emit(int32_t level, const log4cxx::LogString& message, const char* file, int32_t line,
-            const char* function);
+  void Emit(int32_t level, const log4cxx::LogString& message, const char* file, int32_t line, const char* function);
 
   std::string name_ = "lmsdk";  // UTF-8
-  log4cxx::LoggerPtr logger_;  // null until bound
+  log4cxx::LoggerPtr logger_;   // null until bound
 };
 
 }  // namespace lmxlog

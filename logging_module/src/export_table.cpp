@@ -30,6 +30,16 @@ Status CreateLogger(Session*, LMXSchedulerService*, Service::Accelerator*, DLLEx
 LMX_EXPORT DLLExportTable LMXDLLExportTable = {
     nullptr,
     &CreateLogger,
-    {SessionService::kSignature, kGroup, kSubgroupLogging, 0, static_cast<uint32_t>(FourCC("LLOG")), 1, 0, 0, 100,
-     kVendorId, {LoggingService::kIid, LoggingService::kIid2, 0, 0}, u"Logging service"},
+    {SessionService::kSignature,
+     kGroup,
+     kSubgroupLogging,
+     0,
+     static_cast<uint32_t>(FourCC("LLOG")),
+     1,
+     0,
+     0,
+     100,
+     kVendorId,
+     {LoggingService::kIid, LoggingService::kIid2, 0, 0},
+     u"Logging service"},
 };

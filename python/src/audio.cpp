@@ -26,8 +26,7 @@ Ref<LMXAudioConversion> NewConverter() {
 }
 
 // One chunk through a converter: mono int16 output (float when passed through).
-py::array ConvertChunk(LMXAudioConversion* converter, const py::array& samples, int inRate, int outRate,
-                       int channels) {
+py::array ConvertChunk(LMXAudioConversion* converter, const py::array& samples, int inRate, int outRate, int channels) {
   PyAudio source = CreateAudio(Library::Get().DefaultAllocator(), samples, inRate, channels);
   LMXAudioObject::AudioInfo wanted{};
   wanted.format = LMXAudioObject::AUDIO_FORMAT_PCM;
@@ -64,9 +63,7 @@ void CheckRates(int inRate, int outRate, int outChannels) {
 // The output length of `frames` input frames: the input's duration at the output
 // rate, rounded to the nearest sample (half up). The resampler itself emits every
 // output whose instant its look-ahead reaches, which overshoots by up to two.
-int64_t OutputFrames(int64_t frames, int inRate, int outRate) {
-  return (frames * outRate + inRate / 2) / inRate;
-}
+int64_t OutputFrames(int64_t frames, int inRate, int outRate) { return (frames * outRate + inRate / 2) / inRate; }
 
 // `samples` cut or padded with silence to `length` frames.
 py::array Fit(const py::array& samples, int64_t length) {
@@ -91,8 +88,7 @@ class PyAudioConverter {
     return Spread(Fit(out, OutputFrames(samples.size() / channels, inRate, outRate)), outChannels);
   }
 
-  py::array Feed(const py::array& samples, int inRate, int outRate, int outChannels,
-                 std::optional<int> channelsGiven) {
+  py::array Feed(const py::array& samples, int inRate, int outRate, int outChannels, std::optional<int> channelsGiven) {
     CheckRates(inRate, outRate, outChannels);
     const int channels = ChannelsOf(samples, channelsGiven);
     if (stream_.Get() && (last_.inRate != inRate || last_.outRate != outRate || last_.channels != channels))

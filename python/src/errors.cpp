@@ -67,9 +67,7 @@ py::object StatusObject(Status sts) {
   return py::int_(static_cast<int>(sts));
 }
 
-std::string TypeName(py::handle object) {
-  return py::str(py::type::handle_of(object).attr("__qualname__"));
-}
+std::string TypeName(py::handle object) { return py::str(py::type::handle_of(object).attr("__qualname__")); }
 
 int64_t TimeoutMs(py::handle timeout) {
   if (timeout.is_none()) return -1;
@@ -108,7 +106,8 @@ class LmxError(RuntimeError):
         super().__init__(f"{what}: {text}" if what else text)
         self.status = status
         self.text = text
-)", scope);
+)",
+           scope);
   ErrorType() = scope["LmxError"];
   ErrorType().attr("__module__") = "lmxcore";
   module.attr("LmxError") = ErrorType();

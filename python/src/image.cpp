@@ -45,8 +45,10 @@ float DepthScale(py::handle value) {
   const double mantissa = scale > 0 ? std::frexp(scale, &exponent) : 0;  // scale = mantissa * 2^exponent
   const double nearest = mantissa < 0.75 ? mantissa * 2 : mantissa;
   if (!(scale > 0) || !std::isfinite(scale) || nearest <= 0.98 || nearest > 1.02 || std::abs(exponent) > 16)
-    RaiseValue("expected a depth scale that is a power of two (1, 0.5, 0.25, 0.125, ...; within 2%) in millimetres "
-               "per DEPTH unit, got " + std::string(py::repr(value)));
+    RaiseValue(
+        "expected a depth scale that is a power of two (1, 0.5, 0.25, 0.125, ...; within 2%) in millimetres "
+        "per DEPTH unit, got " +
+        std::string(py::repr(value)));
   return static_cast<float>(scale);
 }
 
@@ -88,7 +90,8 @@ struct PyMetadata {
       const auto narrow = static_cast<int32_t>(number);
       bytes.assign(reinterpret_cast<const char*>(&narrow), sizeof(narrow));
     } else if (PyObject_CheckBuffer(value.ptr())) {
-      bytes = py::bytes(py::module_::import("builtins").attr("bytes")(py::memoryview(py::reinterpret_borrow<py::object>(value))));
+      bytes = py::bytes(
+          py::module_::import("builtins").attr("bytes")(py::memoryview(py::reinterpret_borrow<py::object>(value))));
     } else {
       RaiseType("expected bytes (or another buffer), a float or an int as a metadata value, got " + TypeName(value));
     }
@@ -132,7 +135,8 @@ int32_t FormatOf(std::optional<FormatArg> format, int32_t native) {
 
 py::object CreateImage(LMXAllocator* allocator, int width, int height, int32_t format) {
   if (width < 1 || height < 1)
-    RaiseValue("expected a width and height of at least 1, got " + std::to_string(width) + "x" + std::to_string(height));
+    RaiseValue("expected a width and height of at least 1, got " + std::to_string(width) + "x" +
+               std::to_string(height));
   auto image = std::make_unique<PyImage>();
   image->info = {width, height, format, 0};
   Image* created = nullptr;
@@ -166,8 +170,8 @@ int ChannelsOf(const py::array& samples, std::optional<int> channels) {
   if (channels && *channels < 1) RaiseValue("expected channels of at least 1, got " + std::to_string(*channels));
   if (samples.ndim() == 2) {
     if (channels && *channels != samples.shape(1))
-      RaiseValue("expected samples of shape (frames, " + std::to_string(*channels) + ") for channels=" +
-                 std::to_string(*channels) + ", got " + ShapeText(samples));
+      RaiseValue("expected samples of shape (frames, " + std::to_string(*channels) +
+                 ") for channels=" + std::to_string(*channels) + ", got " + ShapeText(samples));
     if (samples.shape(1) < 1) RaiseValue("expected at least one channel, got shape " + ShapeText(samples));
     return static_cast<int>(samples.shape(1));
   }
@@ -175,8 +179,8 @@ int ChannelsOf(const py::array& samples, std::optional<int> channels) {
     RaiseValue("expected samples of shape (frames,) or (frames, channels), got " + ShapeText(samples));
   const int count = channels.value_or(1);
   if (samples.size() % count != 0)
-    RaiseValue("expected whole frames: " + std::to_string(samples.size()) + " samples are not a multiple of channels=" +
-               std::to_string(count));
+    RaiseValue("expected whole frames: " + std::to_string(samples.size()) +
+               " samples are not a multiple of channels=" + std::to_string(count));
   return count;
 }
 
@@ -225,8 +229,10 @@ void RegisterImages(py::module_& module) {
   module.attr("DEPTH_SCALE") = kMetadataDepthScale;
 
   // Declared before any method, so that signatures name them as Python sees them.
-  py::class_<PyAllocator> allocator(module, "Allocator", "The library's allocator service: creates images and audio objects.");
-  py::class_<PyImage> image(module, "Image", "An image object: one frame held in several formats, converted on demand.");
+  py::class_<PyAllocator> allocator(module, "Allocator",
+                                    "The library's allocator service: creates images and audio objects.");
+  py::class_<PyImage> image(module, "Image",
+                            "An image object: one frame held in several formats, converted on demand.");
   py::class_<PyMetadata> metadata(module, "Metadata",
                                   "An object's metadata store: identifier -> bytes. Setting a float or an int stores\n"
                                   "it as 4 bytes (float32 / int32); anything else is stored through its buffer.");
@@ -240,51 +246,67 @@ void RegisterImages(py::module_& module) {
         Check(library.Create(LMXAllocator::kIid, library.DefaultSession(), &face), "allocator factory");
         return PyAllocator{Ref<LMXAllocator>(static_cast<LMXAllocator*>(face))};
       }))
-      .def("image", [](PyAllocator& self, int width, int height, FormatArg format) {
+      .def(
+          "image",
+          [](PyAllocator& self, int width, int height, FormatArg format) {
             return Typed<ImageType>{CreateImage(self.allocator.Get(), width, height, FormatOf(format, 0))};
-          }, py::arg("width"), py::arg("height"), py::arg("format"),
+          },
+          py::arg("width"), py::arg("height"), py::arg("format"),
           "A new image of width x height pixels (at least 1 each) whose native format is `format`.")
-      .def("audio", [](PyAllocator& self, const py::array& samples, int rate, std::optional<int> channels) {
+      .def(
+          "audio",
+          [](PyAllocator& self, const py::array& samples, int rate, std::optional<int> channels) {
             return CreateAudio(self.allocator.Get(), samples, rate, ChannelsOf(samples, channels));
-          }, py::arg("samples"), py::arg("rate"), py::arg("channels") = py::none(),
+          },
+          py::arg("samples"), py::arg("rate"), py::arg("channels") = py::none(),
           "A new audio object holding a copy of int16 or float32 samples: (frames, channels), or\n"
           "flat with `channels` interleaved (default 1).")
-      .def("__repr__", [](PyAllocator&) {
-        return "<lmxcore.Allocator of " + Library::Get().Path().string() + ">";
-      });
+      .def("__repr__", [](PyAllocator&) { return "<lmxcore.Allocator of " + Library::Get().Path().string() + ">"; });
 
-  image
-      .def_property_readonly("width", [](const PyImage& self) { return self.info.width; })
+  image.def_property_readonly("width", [](const PyImage& self) { return self.info.width; })
       .def_property_readonly("height", [](const PyImage& self) { return self.info.height; })
-      .def_property_readonly("format", [](const PyImage& self) { return FormatArg{self.info.format}; },
-                             "The native format.")
-      .def("read", [](Typed<ImageType> self, std::optional<FormatArg> format, int rotate) {
+      .def_property_readonly(
+          "format", [](const PyImage& self) { return FormatArg{self.info.format}; }, "The native format.")
+      .def(
+          "read",
+          [](Typed<ImageType> self, std::optional<FormatArg> format, int rotate) {
             const int32_t native = self.object.cast<PyImage&>().info.format;
             return ImageAccess(std::move(self.object), Image::ACCESS_READ, FormatOf(format, native), rotate);
-          }, py::arg("format") = py::none(), py::arg("rotate") = 0,
+          },
+          py::arg("format") = py::none(), py::arg("rotate") = 0,
           "Read access in `format` (None: native), rotated by 0, 90, 180 or 270 degrees, for a\n"
           "`with` block that gives read-only arrays over the planes.")
-      .def("write", [](Typed<ImageType> self, std::optional<FormatArg> format) {
+      .def(
+          "write",
+          [](Typed<ImageType> self, std::optional<FormatArg> format) {
             const int32_t native = self.object.cast<PyImage&>().info.format;
             return ImageAccess(std::move(self.object), Image::ACCESS_WRITE, FormatOf(format, native), 0);
-          }, py::arg("format") = py::none(),
+          },
+          py::arg("format") = py::none(),
           "Write access in `format` (None: native) for a `with` block that gives writeable arrays;\n"
           "leaving the block makes every other format stale.")
-      .def("to_numpy", [](Typed<ImageType> self, std::optional<FormatArg> format, int rotate) {
+      .def(
+          "to_numpy",
+          [](Typed<ImageType> self, std::optional<FormatArg> format, int rotate) {
             const int32_t native = self.object.cast<PyImage&>().info.format;
             return Typed<PlanesType>{CopyToNumpy(std::move(self.object), FormatOf(format, native), rotate)};
-          }, py::arg("format") = py::none(), py::arg("rotate") = 0,
-           "A copy of the image in `format` (None: native; NV12: a (Y, UV) tuple).")
-      .def_static("from_numpy", [](Typed<PlanesType> arrays, FormatArg format, bool adopt, PyAllocator* allocator) {
+          },
+          py::arg("format") = py::none(), py::arg("rotate") = 0,
+          "A copy of the image in `format` (None: native; NV12: a (Y, UV) tuple).")
+      .def_static(
+          "from_numpy",
+          [](Typed<PlanesType> arrays, FormatArg format, bool adopt, PyAllocator* allocator) {
             return Typed<ImageType>{ImageFromNumpy(std::move(arrays.object), FormatOf(format, 0), adopt,
                                                    allocator ? allocator->allocator.Get() : DefaultAllocator())};
-          }, py::arg("array"), py::arg("format"), py::kw_only(), py::arg("adopt") = false,
-          py::arg("allocator") = nullptr,
+          },
+          py::arg("array"), py::arg("format"), py::kw_only(), py::arg("adopt") = false, py::arg("allocator") = nullptr,
           "A new image holding the array (NV12: a (Y, UV) tuple) in `format`, sized by the array.\n"
           "With adopt=True the image uses the array's memory and keeps the array alive.")
-      .def_property_readonly("metadata", [](Typed<ImageType> self) { return MetadataOf(std::move(self.object)); },
-                             "The image's metadata store, a mapping from identifier to bytes.")
-      .def_property("depth_scale",
+      .def_property_readonly(
+          "metadata", [](Typed<ImageType> self) { return MetadataOf(std::move(self.object)); },
+          "The image's metadata store, a mapping from identifier to bytes.")
+      .def_property(
+          "depth_scale",
           [](Typed<ImageType> self) {
             const std::optional<std::string> value = MetadataOf(std::move(self.object)).Find(kMetadataDepthScale);
             if (!value || value->size() != sizeof(float))
@@ -293,7 +315,9 @@ void RegisterImages(py::module_& module) {
             std::memcpy(&scale, value->data(), sizeof(scale));
             return scale;
           },
-          [](Typed<ImageType> self, py::handle scale) { MetadataOf(std::move(self.object)).Set(kMetadataDepthScale, scale); },
+          [](Typed<ImageType> self, py::handle scale) {
+            MetadataOf(std::move(self.object)).Set(kMetadataDepthScale, scale);
+          },
           "Millimetres per DEPTH unit (metadata DEPTH_SCALE, a float32): a power of two such as\n"
           "1, 0.5 or 0.125, refused otherwise when set. It drives the depth conversions: DEPTH <->\n"
           "DEPTH_NATIVE shift by its power of two, DEPTH_NATIVE <-> DEPTH_FLOAT (millimetres)\n"
@@ -304,23 +328,31 @@ void RegisterImages(py::module_& module) {
                FormatName(self.info.format) + (self.adopted ? ", adopted memory" : "") + ">";
       });
 
-  metadata
-      .def("__getitem__", &PyMetadata::Get, py::arg("id"))
-      .def("__setitem__", [](const PyMetadata& self, int32_t id, Typed<MetadataValueType> value) {
-            self.Set(id, value.object);
-          }, py::arg("id"), py::arg("value"))
-      .def("__delitem__", [](const PyMetadata& self, int32_t id) {
+  metadata.def("__getitem__", &PyMetadata::Get, py::arg("id"))
+      .def(
+          "__setitem__",
+          [](const PyMetadata& self, int32_t id, Typed<MetadataValueType> value) { self.Set(id, value.object); },
+          py::arg("id"), py::arg("value"))
+      .def(
+          "__delitem__",
+          [](const PyMetadata& self, int32_t id) {
             if (!self.Find(id)) throw py::key_error("no metadata under id " + PyMetadata::IdText(id));
             self.store->DetachMetadata(id);
-          }, py::arg("id"))
-      .def("__contains__", [](const PyMetadata& self, int32_t id) { return self.store->QueryBufferSize(id) > 0; },
-           py::arg("id"))
+          },
+          py::arg("id"))
+      .def(
+          "__contains__", [](const PyMetadata& self, int32_t id) { return self.store->QueryBufferSize(id) > 0; },
+          py::arg("id"))
       .def("__iter__", [](const PyMetadata& self) { return Typed<IdIterator>{self.Keys().attr("__iter__")()}; })
       .def("__len__", [](const PyMetadata& self) { return py::len(self.Keys()); })
-      .def("value", [](const PyMetadata& self, int32_t id, Typed<DtypeLike> dtype) {
+      .def(
+          "value",
+          [](const PyMetadata& self, int32_t id, Typed<DtypeLike> dtype) {
             return Typed<NumberType>{
-                py::module_::import("numpy").attr("frombuffer")(self.Get(id), dtype.object)[py::int_(0)].attr("item")()};
-          }, py::arg("id"), py::arg("dtype") = "f4",
+                py::module_::import("numpy").attr("frombuffer")(self.Get(id), dtype.object)[py::int_(0)].attr(
+                    "item")()};
+          },
+          py::arg("id"), py::arg("dtype") = "f4",
           "The value stored under id, read as one element of `dtype` (default float32).")
       .def("__repr__", [](const PyMetadata& self) {
         std::string text = "<lmxcore.Metadata";
@@ -330,20 +362,23 @@ void RegisterImages(py::module_& module) {
         return text + ">";
       });
 
-  audio
-      .def_property_readonly("rate", [](PyAudio& self) { return self.audio->QueryInfo().sampleRate; })
+  audio.def_property_readonly("rate", [](PyAudio& self) { return self.audio->QueryInfo().sampleRate; })
       .def_property_readonly("channels", [](PyAudio& self) { return self.audio->QueryInfo().nchannels; })
-      .def("to_numpy", [](PyAudio& self, Typed<DtypeType> dtype) {
+      .def(
+          "to_numpy",
+          [](PyAudio& self, Typed<DtypeType> dtype) {
             int32_t format = 0;
             if (!dtype.object.is_none()) {
               const py::dtype wanted = py::dtype::from_args(dtype.object);
               if (!wanted.is(py::dtype::of<float>()) && !wanted.is(py::dtype::of<int16_t>()))
-                RaiseType("expected int16, float32 or None as the dtype, got " + std::string(py::str(py::handle(wanted))));
+                RaiseType("expected int16, float32 or None as the dtype, got " +
+                          std::string(py::str(py::handle(wanted))));
               format = wanted.is(py::dtype::of<float>()) ? LMXAudioObject::AUDIO_FORMAT_IEEE_FLOAT
                                                          : LMXAudioObject::AUDIO_FORMAT_PCM;
             }
             return AudioToNumpy(self.audio.Get(), format);
-          }, py::arg("dtype") = py::none(),
+          },
+          py::arg("dtype") = py::none(),
           "A copy of the samples, (frames,) or (frames, channels), as int16 or float32\n"
           "(default: as held).")
       .def("__repr__", [](PyAudio& self) {

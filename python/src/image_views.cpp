@@ -178,8 +178,9 @@ Lease* LeaseBehind(PyObject* array) {
 // Raises for an array of a block that has ended.
 void CheckLive(py::handle array) {
   if (Lease* lease = LeaseBehind(array.ptr()); lease && lease->Revoked())
-    RaiseValue("this array belongs to a `with` block that has ended; keep data past the block with .copy() "
-               "or to_numpy()");
+    RaiseValue(
+        "this array belongs to a `with` block that has ended; keep data past the block with .copy() "
+        "or to_numpy()");
 }
 
 Image::ImageInfo ViewInfo(const PyImage& image, int32_t format, int rotate) {
@@ -195,8 +196,7 @@ py::object PlaneArray(const PlaneShape& shape, uint8_t* plane, ssize_t pitch, bo
   auto& api = py::detail::npy_api::get();
   auto array = py::reinterpret_steal<py::object>(api.PyArray_NewFromDescr_(
       reinterpret_cast<PyTypeObject*>(PlaneArrayType().ptr()), shape.dtype.inc_ref().ptr(), shape.channels > 1 ? 3 : 2,
-      dims, strides, plane,
-      writeable ? py::detail::npy_api::NPY_ARRAY_WRITEABLE_ : 0, nullptr));
+      dims, strides, plane, writeable ? py::detail::npy_api::NPY_ARRAY_WRITEABLE_ : 0, nullptr));
   if (!array || api.PyArray_SetBaseObject_(array.ptr(), base.inc_ref().ptr()) != 0) throw py::error_already_set();
   return array;
 }
@@ -294,15 +294,17 @@ std::string Expected(const std::vector<PlaneShape>& shapes, int32_t format) {
   std::string text = shapes.size() == 1 ? "a " : "a tuple of ";
   for (size_t c = 0; c < shapes.size(); ++c) {
     const PlaneShape& shape = shapes[c];
-    text += (c ? " and " : "") + std::string(py::str(py::handle(shape.dtype))) + " array of shape (" + std::to_string(shape.height) +
-            ", " + std::to_string(shape.width) + (shape.channels > 1 ? ", " + std::to_string(shape.channels) : "") + ")";
+    text += (c ? " and " : "") + std::string(py::str(py::handle(shape.dtype))) + " array of shape (" +
+            std::to_string(shape.height) + ", " + std::to_string(shape.width) +
+            (shape.channels > 1 ? ", " + std::to_string(shape.channels) : "") + ")";
   }
   return text + " for " + FormatName(format);
 }
 
 std::string Got(const std::vector<py::array>& planes) {
   std::string text;
-  for (size_t c = 0; c < planes.size(); ++c) text += (c ? " and " : "") + DtypeName(planes[c]) + " " + ShapeText(planes[c]);
+  for (size_t c = 0; c < planes.size(); ++c)
+    text += (c ? " and " : "") + DtypeName(planes[c]) + " " + ShapeText(planes[c]);
   return text;
 }
 
@@ -332,15 +334,16 @@ py::object ImageFromNumpy(py::object arrays, int32_t format, bool adopt, LMXAllo
     const PlaneShape& shape = shapes[c];
     const py::array& plane = planes[c];
     if (!plane.dtype().is(shape.dtype)) RaiseType("expected " + expected + ", got " + Got(planes));
-    if (plane.ndim() != (shape.channels > 1 ? 3 : 2) || plane.shape(0) != shape.height || plane.shape(1) != shape.width ||
-        (shape.channels > 1 && plane.shape(2) != shape.channels))
+    if (plane.ndim() != (shape.channels > 1 ? 3 : 2) || plane.shape(0) != shape.height ||
+        plane.shape(1) != shape.width || (shape.channels > 1 && plane.shape(2) != shape.channels))
       RaiseValue("expected " + expected + ", got " + Got(planes));
     // Adopted planes are used in place: rows may be padded, pixels may not.
     if (adopt && !(plane.writeable() && plane.strides(1) == shape.channels * shape.dtype.itemsize() &&
                    (shape.channels == 1 || plane.strides(2) == shape.dtype.itemsize()) && plane.strides(0) > 0))
-      RaiseValue("adopt=True uses the array's memory: expected a writeable array with packed pixels (rows may be "
-                 "padded), got strides " + std::string(py::str(plane.attr("strides"))) +
-                 (plane.writeable() ? "" : ", read-only"));
+      RaiseValue(
+          "adopt=True uses the array's memory: expected a writeable array with packed pixels (rows may be "
+          "padded), got strides " +
+          std::string(py::str(plane.attr("strides"))) + (plane.writeable() ? "" : ", read-only"));
   }
 
   auto image = std::make_unique<PyImage>();
@@ -464,9 +467,10 @@ void RegisterImageViews(py::module_& module) {
                           "(Y, UV) tuple). Leaving ends the acquisition; from then on those arrays and every\n"
                           "view derived from them raise ValueError on use.")
       .def("__enter__", [](ImageAccess& access) { return Typed<PlanesType>{access.Enter()}; })
-      .def("__exit__", [](ImageAccess& access, Typed<ExceptionType>, Typed<ExceptionValue>, Typed<TracebackType>) {
-            access.Exit();
-          }, py::arg("kind"), py::arg("value"), py::arg("traceback"))
+      .def(
+          "__exit__",
+          [](ImageAccess& access, Typed<ExceptionType>, Typed<ExceptionValue>, Typed<TracebackType>) { access.Exit(); },
+          py::arg("kind"), py::arg("value"), py::arg("traceback"))
       .def("__repr__", &ImageAccess::Repr)
       .def_property_readonly("pointers", &ImageAccess::Pointers,
                              "Addresses of the acquired planes (empty outside the block).");

@@ -18,8 +18,7 @@ namespace {
 std::filesystem::path ModulePath() {
   if (const char* chosen = std::getenv("LMXCORE_LIBRARY"); chosen && *chosen) return chosen;
   static const int here = 0;
-  const std::filesystem::path installed =
-      lmx::platform::ModulePathOf(&here).parent_path() / LMX_PY_INSTALLED_MODULE;
+  const std::filesystem::path installed = lmx::platform::ModulePathOf(&here).parent_path() / LMX_PY_INSTALLED_MODULE;
   std::error_code error;
   if (std::filesystem::exists(installed, error)) return installed.lexically_normal();
   return LMX_PY_BUILD_MODULE;
@@ -51,8 +50,6 @@ bool Library::Open() {
   return true;
 }
 
-Status Library::Create(InterfaceId iid, Session* session, void** face) {
-  return module_.Create(iid, session, face);
-}
+Status Library::Create(InterfaceId iid, Session* session, void** face) { return module_.Create(iid, session, face); }
 
 }  // namespace lmxpy

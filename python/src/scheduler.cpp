@@ -48,7 +48,7 @@ struct SchedulerCore {
   Ref<LMXScheduler> scheduler;
   LMXSchedulerService* service = nullptr;
   bool closed = false;
-  bool ended = false;  // the library scheduler is gone: its bookkeeping with it
+  bool ended = false;       // the library scheduler is gone: its bookkeeping with it
   std::set<PyTask*> tasks;  // handed to the library, not finished
   std::unordered_map<void*, KeyRecord> keys;
   // Destroying an unsignalled sync point is a contract violation the library
@@ -65,7 +65,8 @@ struct SchedulerCore {
 
   // The keys of an iterable, each held once more.
   std::vector<void*> Hold(const py::handle& objects, const char* what) {
-    if (py::isinstance<py::str>(objects) || py::isinstance<py::bytes>(objects) || !py::isinstance<py::iterable>(objects))
+    if (py::isinstance<py::str>(objects) || py::isinstance<py::bytes>(objects) ||
+        !py::isinstance<py::iterable>(objects))
       RaiseType(std::string("expected ") + what + " as a list or tuple of key objects, got " + TypeName(objects));
     std::vector<void*> pointers;
     for (py::handle object : py::tuple(py::reinterpret_borrow<py::object>(objects))) {
@@ -159,8 +160,12 @@ class PyTask final : public LMXSchedulerService::Callback {
  public:
   PyTask(SchedulerCore* core, py::object function, bool takesStatus, std::vector<void*> inputs,
          std::vector<void*> outputs, std::shared_ptr<SyncHandle> done)
-      : core_(core), function_(std::move(function)), takesStatus_(takesStatus), inputs_(std::move(inputs)),
-        outputs_(std::move(outputs)), done_(std::move(done)) {
+      : core_(core),
+        function_(std::move(function)),
+        takesStatus_(takesStatus),
+        inputs_(std::move(inputs)),
+        outputs_(std::move(outputs)),
+        done_(std::move(done)) {
     core_->tasks.insert(this);
   }
   // Deleted with the GIL held (it owns Python objects); lets its keys go.
@@ -216,8 +221,8 @@ class PyTask final : public LMXSchedulerService::Callback {
     try {
       py::module_::import("logging").attr("getLogger")("lmxcore").attr("error")(
           "task %r raised; its outputs fail with LMX_STATUS_EXEC_ABORTED", function_,
-          py::arg("exc_info") = py::make_tuple(type ? type : py::none(), value ? value : py::none(),
-                                               trace ? trace : py::none()));
+          py::arg("exc_info") =
+              py::make_tuple(type ? type : py::none(), value ? value : py::none(), trace ? trace : py::none()));
     } catch (...) {
       PyErr_Clear();
     }
@@ -290,8 +295,8 @@ struct PySyncPoint {
 // The task must be callable with the arguments the scheduler will pass.
 void RequireCallable(const py::object& function, bool takesStatus) {
   if (!PyCallable_Check(function.ptr()))
-    RaiseType(std::string("expected a callable task") + (takesStatus ? " taking the inputs' status" : "") +
-              ", got " + TypeName(function));
+    RaiseType(std::string("expected a callable task") + (takesStatus ? " taking the inputs' status" : "") + ", got " +
+              TypeName(function));
   py::object signature;
   try {
     signature = py::module_::import("inspect").attr("signature")(function);
@@ -331,8 +336,7 @@ struct PyScheduler {
   // A new sync point carrying `outputs` (held by it).
   std::shared_ptr<SyncHandle> NewSyncPoint(std::vector<void*> outputs) {
     LMXSyncPoint* created = nullptr;
-    const Status sts =
-        core->service->CreateSyncPoint(static_cast<int32_t>(outputs.size()), outputs.data(), &created);
+    const Status sts = core->service->CreateSyncPoint(static_cast<int32_t>(outputs.size()), outputs.data(), &created);
     if (sts < 0) {
       core->Unhold(outputs);
       Raise(sts, "CreateSyncPoint");
@@ -392,62 +396,77 @@ struct PyScheduler {
 
 void RegisterScheduler(py::module_& module) {
   py::class_<PySyncPoint>(module, "SyncPoint", "Stands for an operation's outputs; wait for it or signal it.")
-      .def("wait", [](PySyncPoint& self, Typed<TimeoutType> timeout) {
-            return Typed<StatusType>{self.Wait(timeout.object)};
-          }, py::arg("timeout") = py::none(),
-           "Waits up to timeout seconds (None: until signalled) and returns the signalled status;\n"
-           "raises LmxError for a failing one (EXEC_TIMEOUT when the time ran out). Ctrl-C\n"
-           "interrupts the wait.")
-      .def("signal", [](PySyncPoint& self, int32_t status) {
+      .def(
+          "wait",
+          [](PySyncPoint& self, Typed<TimeoutType> timeout) { return Typed<StatusType>{self.Wait(timeout.object)}; },
+          py::arg("timeout") = py::none(),
+          "Waits up to timeout seconds (None: until signalled) and returns the signalled status;\n"
+          "raises LmxError for a failing one (EXEC_TIMEOUT when the time ran out). Ctrl-C\n"
+          "interrupts the wait.")
+      .def(
+          "signal",
+          [](PySyncPoint& self, int32_t status) {
             self.Core().RequireOpen();
             self.Core().Signal(self.handle->syncPoint, static_cast<Status>(status));
-          }, py::arg("status") = 0, "Records the status and wakes every waiter.")
-      .def("output_status", [](PySyncPoint& self, py::object output) {
+          },
+          py::arg("status") = 0, "Records the status and wakes every waiter.")
+      .def(
+          "output_status",
+          [](PySyncPoint& self, py::object output) {
             self.Core().RequireOpen();
             return Typed<StatusType>{StatusObject(self.handle->syncPoint->QueryOutputStatus(output.ptr()))};
-          }, py::arg("output"), "The status of one output: its recorded error, else the signalled status.")
+          },
+          py::arg("output"), "The status of one output: its recorded error, else the signalled status.")
       .def("__repr__", [](PySyncPoint& self) {
-            const Status sts = self.Core().closed ? LMX_STATUS_HANDLE_INVALID : self.handle->syncPoint->Synchronize(0);
-            return "<lmxcore.SyncPoint " +
-                   (sts == LMX_STATUS_EXEC_INPROGRESS ? std::string("pending") : std::string(py::repr(StatusObject(sts)))) +
-                   ", " + std::to_string(self.handle->outputs.size()) + " outputs>";
-          });
+        const Status sts = self.Core().closed ? LMX_STATUS_HANDLE_INVALID : self.handle->syncPoint->Synchronize(0);
+        return "<lmxcore.SyncPoint " +
+               (sts == LMX_STATUS_EXEC_INPROGRESS ? std::string("pending") : std::string(py::repr(StatusObject(sts)))) +
+               ", " + std::to_string(self.handle->outputs.size()) + " outputs>";
+      });
 
   py::class_<PyScheduler>(module, "Scheduler",
                           "The library's task scheduler with its worker pool. Data keys are Python objects,\n"
                           "compared by identity and kept alive while the scheduler may still refer to them\n"
                           "(pending, failed, or named by a task or a SyncPoint).")
       .def(py::init<>())
-      .def("submit", [](PyScheduler& self, Typed<TaskType> function, Typed<KeysType> outputs) {
+      .def(
+          "submit",
+          [](PyScheduler& self, Typed<TaskType> function, Typed<KeysType> outputs) {
             return Typed<SyncPointOrNone>{self.Hand(std::move(function.object), nullptr, outputs.object)};
-          }, py::arg("function"), py::arg("outputs") = py::tuple(),
-           "Runs function() on a worker. With outputs, they are pending until it returns and\n"
-           "a SyncPoint for them is returned; they complete with 0 (or the int it returns),\n"
-           "or fail with EXEC_ABORTED if it raises (the exception is logged).")
-      .def("request_inputs", [](PyScheduler& self, Typed<KeysType> inputs, Typed<StatusTaskType> function,
-                                Typed<KeysType> outputs) {
+          },
+          py::arg("function"), py::arg("outputs") = py::tuple(),
+          "Runs function() on a worker. With outputs, they are pending until it returns and\n"
+          "a SyncPoint for them is returned; they complete with 0 (or the int it returns),\n"
+          "or fail with EXEC_ABORTED if it raises (the exception is logged).")
+      .def(
+          "request_inputs",
+          [](PyScheduler& self, Typed<KeysType> inputs, Typed<StatusTaskType> function, Typed<KeysType> outputs) {
             const py::handle consumed = inputs.object;
             return Typed<SyncPointOrNone>{self.Hand(std::move(function.object), &consumed, outputs.object)};
-          }, py::arg("inputs"), py::arg("function"), py::arg("outputs") = py::tuple(),
-           "Calls function(status) on a worker once every input is done, at once with an\n"
-           "input's error if one fails. Outputs work as in submit; an input's error is\n"
-           "passed on to them unless function returns an int.")
-      .def("mark_outputs", [](PyScheduler& self, Typed<KeysType> outputs, int32_t status) {
-            self.MarkOutputs(outputs.object, status);
-          }, py::arg("outputs"), py::arg("status"),
-           "Status.EXEC_INPROGRESS declares the outputs pending; any other status completes them.")
-      .def("sync_point", [](PyScheduler& self, Typed<KeysType> outputs) { return self.SyncPoint(outputs.object); },
-           py::arg("outputs") = py::tuple(),
-           "A new SyncPoint carrying the outputs, signalled by its signal(). One dropped before\n"
-           "it was signalled is kept until the scheduler closes, then fails with EXEC_ABORTED.")
-      .def("close", [](PyScheduler& self) { self.core->Close(); },
-           "Runs the queued tasks, then ends the scheduler; tasks whose inputs never completed\n"
-           "and unsignalled sync points fail with EXEC_ABORTED.")
+          },
+          py::arg("inputs"), py::arg("function"), py::arg("outputs") = py::tuple(),
+          "Calls function(status) on a worker once every input is done, at once with an\n"
+          "input's error if one fails. Outputs work as in submit; an input's error is\n"
+          "passed on to them unless function returns an int.")
+      .def(
+          "mark_outputs",
+          [](PyScheduler& self, Typed<KeysType> outputs, int32_t status) { self.MarkOutputs(outputs.object, status); },
+          py::arg("outputs"), py::arg("status"),
+          "Status.EXEC_INPROGRESS declares the outputs pending; any other status completes them.")
+      .def(
+          "sync_point", [](PyScheduler& self, Typed<KeysType> outputs) { return self.SyncPoint(outputs.object); },
+          py::arg("outputs") = py::tuple(),
+          "A new SyncPoint carrying the outputs, signalled by its signal(). One dropped before\n"
+          "it was signalled is kept until the scheduler closes, then fails with EXEC_ABORTED.")
+      .def(
+          "close", [](PyScheduler& self) { self.core->Close(); },
+          "Runs the queued tasks, then ends the scheduler; tasks whose inputs never completed\n"
+          "and unsignalled sync points fail with EXEC_ABORTED.")
       .def("__repr__", [](PyScheduler& self) {
-            return "<lmxcore.Scheduler " + std::string(self.core->closed ? "closed" : "open") + ", " +
-                   std::to_string(self.core->tasks.size()) + " tasks waiting, " +
-                   std::to_string(self.core->keys.size()) + " keys held>";
-          });
+        return "<lmxcore.Scheduler " + std::string(self.core->closed ? "closed" : "open") + ", " +
+               std::to_string(self.core->tasks.size()) + " tasks waiting, " + std::to_string(self.core->keys.size()) +
+               " keys held>";
+      });
 
   py::module_::import("atexit").attr("register")(py::cpp_function([] {
     for (const auto& open : OpenSchedulers())

@@ -23,8 +23,8 @@ struct Typed {
   py::object object;
 };
 
-#define LMXPY_TYPE_NAME(Tag, Text) \
-  struct Tag {                     \
+#define LMXPY_TYPE_NAME(Tag, Text)                             \
+  struct Tag {                                                 \
     static constexpr auto text = py::detail::const_name(Text); \
   }
 
@@ -62,9 +62,7 @@ struct type_caster<lmxpy::Typed<Name>> {
     value.object = reinterpret_borrow<object>(source);
     return true;
   }
-  static handle cast(const lmxpy::Typed<Name>& source, return_value_policy, handle) {
-    return source.object.inc_ref();
-  }
+  static handle cast(const lmxpy::Typed<Name>& source, return_value_policy, handle) { return source.object.inc_ref(); }
 };
 
 template <>

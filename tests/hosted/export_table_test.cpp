@@ -11,7 +11,9 @@ namespace {
 
 class ExportTable : public ::testing::Test {
  protected:
-  void SetUp() override { ASSERT_TRUE(module_.Load(lmxhost::DefaultCoreLibraryPath())) << lmxhost::DefaultCoreLibraryPath(); }
+  void SetUp() override {
+    ASSERT_TRUE(module_.Load(lmxhost::DefaultCoreLibraryPath())) << lmxhost::DefaultCoreLibraryPath();
+  }
   lmxhost::Module module_;
 };
 
@@ -26,9 +28,13 @@ TEST_F(ExportTable, ThreeEntriesInOrderWithTheirDescriptors) {
   EXPECT_EQ(module_.Lookup(), lmxhost::TableLookup::kByName);
   const auto entries = module_.Entries();
   ASSERT_EQ(entries.size(), 3u);
-  const struct { const char* code; int32_t iid; const char* name; } expected[] = {
-      {"CRSC", 0x44454853, "Core Framework Scheduler"}, {"AEMU", 0x492D6A23, "Core - Memory Allocator"},
-      {"ACON", 0x5758F698, "Audio converter"}};
+  const struct {
+    const char* code;
+    int32_t iid;
+    const char* name;
+  } expected[] = {{"CRSC", 0x44454853, "Core Framework Scheduler"},
+                  {"AEMU", 0x492D6A23, "Core - Memory Allocator"},
+                  {"ACON", 0x5758F698, "Audio converter"}};
   for (size_t i = 0; i < 3; ++i) {
     const auto& d = entries[i]->desc;
     SCOPED_TRACE(expected[i].code);

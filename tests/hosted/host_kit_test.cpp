@@ -45,7 +45,12 @@ TEST(HostKit, CreateTakesTheHighestMeritAndReleasesOnFailure) {
   DLLExportTable failing = EntryOf(&answersNothing, Make<2>, -1, 'F');
   DLLExportTable higher = EntryOf(&failing, Make<1>, 101, 'X');
   DLLExportTable lower = EntryOf(&higher, Make<0>, 100, 'X');
-  const struct { InterfaceId iid; Status sts; Fake* face; Fake* released; } cases[] = {
+  const struct {
+    InterfaceId iid;
+    Status sts;
+    Fake* face;
+    Fake* released;
+  } cases[] = {
       {'X', LMX_STATUS_NO_ERROR, &made[1], nullptr},
       {'F', LMX_STATUS_ALLOC_FAILED, nullptr, &made[2]},
       {'N', LMX_STATUS_ITEM_UNAVAILABLE, nullptr, &made[3]},

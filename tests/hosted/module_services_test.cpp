@@ -82,8 +82,8 @@ TEST(ModuleServices, UnloadingLeavesNoBandThreadBehind) {
       Image* image = nullptr;
       ASSERT_EQ(allocator->CreateImage(&info, 0, nullptr, &image), LMX_STATUS_NO_ERROR);
       Image::ImageData data{};
-      for (auto [access, format] : {std::pair{Image::ACCESS_WRITE, Image::PIXEL_FORMAT_YUY2},
-                                    {Image::ACCESS_READ, Image::PIXEL_FORMAT_BGRA}}) {
+      for (auto [access, format] :
+           {std::pair{Image::ACCESS_WRITE, Image::PIXEL_FORMAT_YUY2}, {Image::ACCESS_READ, Image::PIXEL_FORMAT_BGRA}}) {
         ASSERT_EQ(image->AcquireAccess(access, format, 0, &data), LMX_STATUS_NO_ERROR);
         image->ReleaseAccess(&data);
       }

@@ -71,7 +71,8 @@ void Images(Pass& pass) {
   lmxtest::FakeSerializable state(true, {1, 2, 3, 4}, 4);
   Image::ImageInfo info{64, 16, Image::PIXEL_FORMAT_YUY2, 0};
   pass.Step([&] { return allocator->CreateImage(&info, 0, nullptr, &colour); });
-  if (colour) WriteThenRead(pass, colour, Image::PIXEL_FORMAT_YUY2, {Image::PIXEL_FORMAT_BGRA, Image::PIXEL_FORMAT_NV12});
+  if (colour)
+    WriteThenRead(pass, colour, Image::PIXEL_FORMAT_YUY2, {Image::PIXEL_FORMAT_BGRA, Image::PIXEL_FORMAT_NV12});
   Image::ImageInfo depthInfo{32, 8, Image::PIXEL_FORMAT_DEPTH, 0};
   pass.Step([&] { return allocator->CreateImage(&depthInfo, 0, nullptr, &depth); });
   if (depth) WriteThenRead(pass, depth, Image::PIXEL_FORMAT_DEPTH, {Image::PIXEL_FORMAT_DEPTH_FLOAT});
@@ -183,9 +184,10 @@ Tally Walk(void (*scenario)(Pass&)) {
       continue;
     }
     const int bits = WEXITSTATUS(status);
-    if (bits & ~kInjected) std::fprintf(stderr, "k = %llu: %s%s%s%s\n", static_cast<unsigned long long>(k),
-                                         bits & kThrown ? " exception" : "", bits & kLeaked ? " leak" : "",
-                                         bits & kSilentPool ? " silent pool" : "", bits & kRetryFailed ? " retry failed" : "");
+    if (bits & ~kInjected)
+      std::fprintf(stderr, "k = %llu: %s%s%s%s\n", static_cast<unsigned long long>(k),
+                   bits & kThrown ? " exception" : "", bits & kLeaked ? " leak" : "",
+                   bits & kSilentPool ? " silent pool" : "", bits & kRetryFailed ? " retry failed" : "");
     if (!(bits & kInjected)) break;
     ++tally.points;
     tally.thrown += (bits & kThrown) != 0;
@@ -200,9 +202,12 @@ TEST(OutOfMemory, EveryFailedAllocationIsAStatusAndLeavesNothingBehind) {
   const struct {
     const char* name;
     void (*scenario)(Pass&);
-  } scenarios[] = {{"images, conversion, metadata", &Images}, {"audio, copy, converter", &Audio},
+  } scenarios[] = {{"images, conversion, metadata", &Images},
+                   {"audio, copy, converter", &Audio},
                    {"scheduler factory, chains, sync points", &Scheduler}};
-  std::printf("| scenario | allocation points | exception through an interface | leak | terminate | silent pool | retry failed |\n");
+  std::printf(
+      "| scenario | allocation points | exception through an interface | leak | terminate | silent pool | retry failed "
+      "|\n");
   for (const auto& s : scenarios) {
     const Tally t = Walk(s.scenario);
     std::printf("| %s | %d | %d | %d | %d | %d | %d |\n", s.name, t.points, t.thrown, t.leaked, t.died, t.silent,

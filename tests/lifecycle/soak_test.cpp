@@ -18,7 +18,9 @@
 
 // Under AddressSanitizer, a quarantine of a few 1080p frames: the default 256 MB
 // fills over tens of seconds at this rate and would pass for a growing resident set.
-extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() { return "quarantine_size_mb=32"; }
+extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
+  return "quarantine_size_mb=32";
+}
 #ifdef __SANITIZE_ADDRESS__
 // Its allocator still keeps freed frames for a while (one 1080p frame set is 12
 // MB), so the resident set moves by a frame or two; leaks are its leak checker's.
@@ -121,7 +123,8 @@ Stream Audio(LMXAllocator* allocator, LMXAudioConversion* converter) {
   auto consume = [converter](Base* f) {
     LMXAudio* out = nullptr;
     const LMXAudio::AudioInfo mono16k{0, LMXAudio::AUDIO_FORMAT_PCM, 16000, 1, 0, {}};
-    const bool ok = converter->ConvertAudio(static_cast<LMXAudio*>(f->QueryInstance(LMXAudio::kIid)), mono16k, out) >= 0;
+    const bool ok =
+        converter->ConvertAudio(static_cast<LMXAudio*>(f->QueryInstance(LMXAudio::kIid)), mono16k, out) >= 0;
     if (out) out->Release();
     return ok && out;
   };
@@ -138,12 +141,11 @@ TEST(Soak, CameraSessionLosesNoFrameAndKeepsItsMemoryFlat) {
   ASSERT_TRUE(schedulerObject && allocator && converter);
   auto* scheduler = static_cast<LMXScheduler*>(schedulerObject->QueryInstance(LMXScheduler::kIid));
   auto* service = static_cast<LMXSchedulerService*>(schedulerObject->QueryInstance(LMXSchedulerService::kIid));
-  std::vector<Stream> streams = {
-      Video("1080p YUY2 -> BGRA, metadata", allocator, {1920, 1080, Image::PIXEL_FORMAT_YUY2, 0},
-            Image::PIXEL_FORMAT_BGRA),
-      Video("640x480 depth -> float, metadata", allocator, {640, 480, Image::PIXEL_FORMAT_DEPTH, 0},
-            Image::PIXEL_FORMAT_DEPTH_FLOAT),
-      Audio(allocator, converter)};
+  std::vector<Stream> streams = {Video("1080p YUY2 -> BGRA, metadata", allocator,
+                                       {1920, 1080, Image::PIXEL_FORMAT_YUY2, 0}, Image::PIXEL_FORMAT_BGRA),
+                                 Video("640x480 depth -> float, metadata", allocator,
+                                       {640, 480, Image::PIXEL_FORMAT_DEPTH, 0}, Image::PIXEL_FORMAT_DEPTH_FLOAT),
+                                 Audio(allocator, converter)};
 
   const auto end = Clock::now() + std::chrono::duration<double>(seconds);
   std::vector<std::thread> threads;
@@ -166,8 +168,9 @@ TEST(Soak, CameraSessionLosesNoFrameAndKeepsItsMemoryFlat) {
   }
   for (auto& thread : threads) thread.join();
 
-  std::printf("soak %.0f s: RSS %ld KiB after warm-up, peak %ld KiB (%+.1f%%)\n| stream | frames | lost | p50 ms | p99 ms |\n",
-              seconds, warmKiB, peakKiB, 100.0 * static_cast<double>(peakKiB - warmKiB) / static_cast<double>(warmKiB));
+  std::printf(
+      "soak %.0f s: RSS %ld KiB after warm-up, peak %ld KiB (%+.1f%%)\n| stream | frames | lost | p50 ms | p99 ms |\n",
+      seconds, warmKiB, peakKiB, 100.0 * static_cast<double>(peakKiB - warmKiB) / static_cast<double>(warmKiB));
   for (Stream& s : streams) {
     std::sort(s.latencyMs.begin(), s.latencyMs.end());
     std::printf("| %s | %d | %d | %.2f | %.2f |\n", s.name, s.frames, s.lost, s.latencyMs[s.latencyMs.size() / 2],

@@ -95,7 +95,9 @@ void free(void* p) { RawFree(p); }
 
 void* operator new(size_t n) { return New(n); }
 void* operator new[](size_t n) { return New(n); }
-void* operator new(size_t n, const std::nothrow_t&) noexcept { return Fail() ? nullptr : Counted(RawMalloc(n ? n : 1)); }
+void* operator new(size_t n, const std::nothrow_t&) noexcept {
+  return Fail() ? nullptr : Counted(RawMalloc(n ? n : 1));
+}
 void* operator new[](size_t n, const std::nothrow_t& t) noexcept { return operator new(n, t); }
 void* operator new(size_t n, std::align_val_t a) { return AlignedNew(n, a); }
 void* operator new[](size_t n, std::align_val_t a) { return AlignedNew(n, a); }

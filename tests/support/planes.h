@@ -15,7 +15,11 @@ namespace lmxtest {
 class GuardedPlane {
  public:
   GuardedPlane(int row_bytes, int rows, int padding = 0, uint8_t fill = 0xA5, int lead = 64, int tail = 64)
-      : row_bytes_(row_bytes), rows_(rows), pitch_(row_bytes + padding), lead_(lead), fill_(fill),
+      : row_bytes_(row_bytes),
+        rows_(rows),
+        pitch_(row_bytes + padding),
+        lead_(lead),
+        fill_(fill),
         bytes_(static_cast<size_t>(lead + (rows > 0 ? pitch_ * (rows - 1) + row_bytes : 1) + tail), fill) {}
 
   uint8_t* data() { return bytes_.data() + lead_; }

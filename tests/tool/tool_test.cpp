@@ -40,8 +40,7 @@ class Lmxtool : public ::testing::Test {
   void TearDown() override { fs::remove_all(dir); }
 
   Result Run(const std::string& args, const std::string& environment = "") {
-    const std::string command =
-        environment + LMXTOOL + " " + args + " >" + P("stdout") + " 2>" + P("stderr");
+    const std::string command = environment + LMXTOOL + " " + args + " >" + P("stdout") + " 2>" + P("stderr");
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(dir / "stdout"), Slurp(dir / "stderr")};
   }
@@ -51,7 +50,9 @@ class Lmxtool : public ::testing::Test {
     return r;
   }
   std::string P(const std::string& name) const { return (dir / name).string(); }
-  void WriteFile(const std::string& name, const std::string& bytes) { std::ofstream(dir / name, std::ios::binary) << bytes; }
+  void WriteFile(const std::string& name, const std::string& bytes) {
+    std::ofstream(dir / name, std::ios::binary) << bytes;
+  }
   // A binary PGM (channels 1) or PPM (channels 3) of 8-bit samples.
   void WritePnm(const std::string& name, int width, int height, int channels, const std::vector<uint8_t>& pixels) {
     WriteFile(name, std::string(channels == 1 ? "P5\n" : "P6\n") + std::to_string(width) + " " +
@@ -107,8 +108,9 @@ TEST_F(Lmxtool, PictureFilesConvertRotateMirrorAndRunInBatches) {
 // lines to standard error under the module's name.
 TEST_F(Lmxtool, RegistryDebugViewShowsTheLibrarysLinesOnStandardError) {
   WritePnm("in.pgm", 3, 2, 1, Pattern(6, 1));
-  WriteFile("verbose.reg", "Windows Registry Editor Version 5.00\r\n\r\n"
-                           "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n\"DebugView\"=\"VERBOSE\"\r\n");
+  WriteFile("verbose.reg",
+            "Windows Registry Editor Version 5.00\r\n\r\n"
+            "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n\"DebugView\"=\"VERBOSE\"\r\n");
   const std::string convert = "convert " + P("in.pgm") + " " + P("out.ppm") + " --to BGR";
   Result r = RunOk(convert, "LMSDK_REGISTRY=" + P("verbose.reg") + " ");
   EXPECT_NE(r.err.find("liblmxcore: VERBOSE: coreaccel_emu.cpp: "), std::string::npos) << r.err;
@@ -121,8 +123,9 @@ TEST_F(Lmxtool, RegistryDebugViewShowsTheLibrarysLinesOnStandardError) {
 // for a timed wait to give up; help names the formats, info the interfaces.
 TEST_F(Lmxtool, SuccessfulRunsStayQuietAndHelpAndInfoAreReadable) {
   WritePnm("big.ppm", 2000, 1500, 3, Pattern(2000 * 1500 * 3, 2));  // converted in well over 100 ms
-  WriteFile("errors.reg", "Windows Registry Editor Version 5.00\r\n\r\n"
-                          "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n\"DebugView\"=\"ERROR\"\r\n");
+  WriteFile("errors.reg",
+            "Windows Registry Editor Version 5.00\r\n\r\n"
+            "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n\"DebugView\"=\"ERROR\"\r\n");
   EXPECT_EQ(RunOk("convert " + P("big.ppm") + " " + P("big.png"), "LMSDK_REGISTRY=" + P("errors.reg") + " ").err, "");
   EXPECT_NE(RunOk("convert --help").out.find("NV12, BGRA, BGR, RGBA, RGB, Y8, Y8_RELATIVE, Y16, DEPTH"),
             std::string::npos);
@@ -156,8 +159,10 @@ TEST_F(Lmxtool, BadArgumentsAndUnreadableFilesFailCleanly) {
   WriteFile("notsound.wav", "RIFF????");
   // 45 bytes whose header claims 30000x30000 RGB: refused before its 2.7 GB are allocated.
   WriteFile("huge.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0u0\0\0u0\x08\x02\0\0\0\xe9\x45o\xed"
-                                    "\0\0\0\0IDAT5\xaf\x06\x1e", 45));
-  const std::pair<std::string, std::string> cases[] = {  // (arguments, message)
+                                    "\0\0\0\0IDAT5\xaf\x06\x1e",
+                                    45));
+  const std::pair<std::string, std::string> cases[] = {
+      // (arguments, message)
       {"convert " + P("in.pgm") + " OUT --to FOO", "unknown pixel format 'FOO'"},
       {"convert " + P("frame.raw") + " OUT --from YUY2 --size 4by2", "--size"},
       {"convert " + P("in.pgm") + " OUT --rotate 45", "--rotate"},

@@ -30,7 +30,8 @@ AudioSysMem* MakeStorage(int32_t samples, LMXAudio::AudioFormat format, Status* 
 TEST(AudioSysMem, AllocatesSampleSizeTimesCountAndRefusesImpossibleSizes) {
   lmxtest::ScopedCapture capture;
   Status sts;
-  for (auto [format, bytes] : {std::pair{LMXAudio::AUDIO_FORMAT_PCM, 2048}, {LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, 4096}}) {
+  for (auto [format, bytes] :
+       {std::pair{LMXAudio::AUDIO_FORMAT_PCM, 2048}, {LMXAudio::AUDIO_FORMAT_IEEE_FLOAT, 4096}}) {
     AudioSysMem* storage = MakeStorage(1024, format, &sts);
     ASSERT_EQ(sts, LMX_STATUS_NO_ERROR);
     LMXAudio::AudioData data{};
@@ -62,8 +63,10 @@ TEST(AudioSysMem, ReleaseTakesTheWritersCountClampedIntoTheBuffer) {
   Status sts;
   AudioSysMem* storage = MakeStorage(100, LMXAudio::AUDIO_FORMAT_PCM, &sts);
   // (written, kept, status)
-  for (auto [written, kept, status] : {std::tuple{40, 40, LMX_STATUS_NO_ERROR}, {100, 100, LMX_STATUS_NO_ERROR},
-                                       {101, 100, LMX_STATUS_PARAM_UNSUPPORTED}, {-5, 0, LMX_STATUS_PARAM_UNSUPPORTED}}) {
+  for (auto [written, kept, status] : {std::tuple{40, 40, LMX_STATUS_NO_ERROR},
+                                       {100, 100, LMX_STATUS_NO_ERROR},
+                                       {101, 100, LMX_STATUS_PARAM_UNSUPPORTED},
+                                       {-5, 0, LMX_STATUS_PARAM_UNSUPPORTED}}) {
     LMXAudio::AudioData data{};
     ASSERT_EQ(storage->AcquireNativeAccess(LMXAudio::ACCESS_WRITE, 0, &data), LMX_STATUS_NO_ERROR);
     data.dataSize = written;

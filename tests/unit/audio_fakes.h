@@ -67,8 +67,8 @@ class VectorAudio final : public lmx::BaseAudio {
   int acquisitions = 0, releases = 0;
 };
 
-inline LMXAudio::AudioInfo MakeInfo(int32_t bufferSize, LMXAudio::AudioFormat format, int32_t rate,
-                                    int32_t channels, uint32_t mask = 0) {
+inline LMXAudio::AudioInfo MakeInfo(int32_t bufferSize, LMXAudio::AudioFormat format, int32_t rate, int32_t channels,
+                                    uint32_t mask = 0) {
   return {bufferSize, format, rate, channels, mask, {0, 0, 0}};
 }
 
@@ -93,7 +93,8 @@ class FakeAllocator final : public Norvik::Lumetra::BaseImpl<LMXAllocator> {
     return Norvik::Lumetra::LMX_STATUS_FEATURE_UNSUPPORTED;
   }
   Status CreateAudio(LMXAudio::AudioInfo* info, int32_t, LMXAudio::AudioData*, LMXAudio** audio) override {
-    if (failCreate || info->bufferSize < 0 || info->bufferSize > (1 << 22)) return Norvik::Lumetra::LMX_STATUS_ALLOC_FAILED;
+    if (failCreate || info->bufferSize < 0 || info->bufferSize > (1 << 22))
+      return Norvik::Lumetra::LMX_STATUS_ALLOC_FAILED;
     lastInfo = *info;
     *audio = new VectorAudio(*info);
     return Norvik::Lumetra::LMX_STATUS_NO_ERROR;

@@ -64,9 +64,15 @@ TEST_F(AudioKernelsTest, SampleConversionsMatchScalar) {
   for (int32_t n : {0, 1, 15, 16, 17, 33, 1000}) {
     std::vector<float> in(n);
     for (auto& x : in) x = dist(rng_);
-    const float specials[] = {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
-                              -std::numeric_limits<float>::infinity(), 0.5f / 32768, 1.5f / 32768, -0.5f / 32768,
-                              32767.5f / 32768, -1.0f, 1.0f};
+    const float specials[] = {std::numeric_limits<float>::quiet_NaN(),
+                              std::numeric_limits<float>::infinity(),
+                              -std::numeric_limits<float>::infinity(),
+                              0.5f / 32768,
+                              1.5f / 32768,
+                              -0.5f / 32768,
+                              32767.5f / 32768,
+                              -1.0f,
+                              1.0f};
     for (int32_t i = 0; i < n && i < 9; ++i) in[i] = specials[i];
     std::vector<int16_t> ref(n + 1, 1), opt(n + 1, 2);
     FloatToPcm16_C(in.data(), ref.data(), n);

@@ -51,7 +51,9 @@ class ObserverSession final : public Session, public BaseImpl<LMXAccessObserver>
     return iid == LMXAccessObserver::kIid ? static_cast<LMXAccessObserver*>(this) : nullptr;
   }
   void Release() override {}
-  Status QueryImpl(const Service::ImplDesc*, int32_t, Service::ImplDesc*) override { return LMX_STATUS_ITEM_UNAVAILABLE; }
+  Status QueryImpl(const Service::ImplDesc*, int32_t, Service::ImplDesc*) override {
+    return LMX_STATUS_ITEM_UNAVAILABLE;
+  }
   Status CreateImpl(const Service::ImplDesc*, InterfaceId, Base**) override { return LMX_STATUS_ITEM_UNAVAILABLE; }
   void OnAcquire(int32_t kind) override { kinds.push_back(kind); }
   void Destroy(uint32_t) override {}
@@ -211,9 +213,11 @@ TEST(ImageMultiBuffer, AttachableSideDataIsUntrackedAndNeverMadeStale) {
   // InvalidateData makes everything stale, side data included, and runs the hooks once.
   static int called;
   called = 0;
-  image->SetInvalidateCallback(+[](void* argument) { called += *static_cast<int*>(argument); }, &called);
+  image->SetInvalidateCallback(
+      +[](void* argument) { called += *static_cast<int*>(argument); }, &called);
   int one = 1;
-  image->SetInvalidateCallback(+[](void* argument) { called += *static_cast<int*>(argument); }, &one);
+  image->SetInvalidateCallback(
+      +[](void* argument) { called += *static_cast<int*>(argument); }, &one);
   image->AttachObject(static_cast<Image*>(NewImage(4, 4, kY8)));
   EXPECT_EQ(image->InvalidateData(), LMX_STATUS_NO_ERROR);
   EXPECT_EQ(image->InvalidateData(), LMX_STATUS_NO_ERROR);
@@ -242,7 +246,8 @@ TEST(ImageMultiBuffer, AudioObjectsConvertSampleFormatsAndReportThree) {
   audio->SetOptions(0xC8136925u);
   EXPECT_EQ(audio->QueryOptions(), 0u) << "the notify value is not stored as options";
   // Null records are refused on both ends, leaving no reference behind.
-  EXPECT_EQ(audio->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_PCM, nullptr), LMX_STATUS_HANDLE_INVALID);
+  EXPECT_EQ(audio->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_PCM, nullptr),
+            LMX_STATUS_HANDLE_INVALID);
   EXPECT_EQ(audio->ReleaseAccess(nullptr), LMX_STATUS_HANDLE_INVALID);
 
   // Written as PCM, read as float; written as float, PCM is stale.

@@ -34,8 +34,7 @@ Norvik::Lumetra::Status Read(I* image, int32_t format, Norvik::Lumetra::Image::I
                               static_cast<Norvik::Lumetra::Image::PixelFormat>(format), 0, data);
 }
 template <class I>
-Norvik::Lumetra::Status Write(I* image, int32_t format, Norvik::Lumetra::Image::ImageData* data,
-                              int32_t rotation = 0) {
+Norvik::Lumetra::Status Write(I* image, int32_t format, Norvik::Lumetra::Image::ImageData* data, int32_t rotation = 0) {
   return image->AcquireAccess(Norvik::Lumetra::Image::ACCESS_WRITE,
                               static_cast<Norvik::Lumetra::Image::PixelFormat>(format), rotation, data);
 }

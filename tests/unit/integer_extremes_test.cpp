@@ -22,7 +22,9 @@ namespace {
 // sides through) but every operation that would walk or allocate them fails.
 TEST(IntegerExtremes, ImagesOfExtremeSidesFailEveryOperationCleanly) {
   LMXAllocator* allocator = lmxtest::NewAllocator();
-  struct Case { int32_t width, height; };
+  struct Case {
+    int32_t width, height;
+  };
   for (const Case& sides : {Case{INT_MIN, INT_MIN}, Case{INT_MIN, 1}, Case{-1, -1}, Case{1, INT_MIN}}) {
     SCOPED_TRACE(testing::Message() << sides.width << " x " << sides.height);
     lmxtest::ScopedCapture capture;
@@ -64,7 +66,8 @@ TEST(IntegerExtremes, ExportAndImportPreconditionsAreInvalidArguments) {
     for (bool exporting : {true, false}) {
       lmxtest::ScopedCapture capture;
       EXPECT_EQ(exporting ? image->ExportData(&spoilt[i], 0) : image->ImportData(&spoilt[i], 0),
-                LMX_STATUS_HANDLE_INVALID) << lines[i];
+                LMX_STATUS_HANDLE_INVALID)
+          << lines[i];
       EXPECT_TRUE(capture->Contains(lines[i]));
     }
   }
@@ -84,10 +87,11 @@ TEST(IntegerExtremes, SchedulerCountsAreCheckedBeforeTheirArrays) {
   lmxtest::SignalFace(sp)->SignalSyncPoint(LMX_STATUS_NO_ERROR);
 
   lmxtest::ScopedCapture capture(LOG_LEVEL_VERBOSE);  // the verbose line reads the entries
-  for (auto [n1, n2] : {std::pair{INT_MAX, 1}, {1, INT_MAX}, {INT_MAX, INT_MAX}, {-1, 65}, {65, -1}, {INT_MIN, INT_MIN},
-                        {1, 64}}) {
+  for (auto [n1, n2] :
+       {std::pair{INT_MAX, 1}, {1, INT_MAX}, {INT_MAX, INT_MAX}, {-1, 65}, {65, -1}, {INT_MIN, INT_MIN}, {1, 64}}) {
     int32_t idx = -1;
-    EXPECT_EQ(sp->SynchronizeExINT(n1, sps.get(), n2, one.get(), &idx, -1), LMX_STATUS_PARAM_UNSUPPORTED) << n1 << ", " << n2;
+    EXPECT_EQ(sp->SynchronizeExINT(n1, sps.get(), n2, one.get(), &idx, -1), LMX_STATUS_PARAM_UNSUPPORTED)
+        << n1 << ", " << n2;
     EXPECT_EQ(idx, -1);
   }
   EXPECT_TRUE(capture->Contains("failed on n1 >= 0 && n2 >= 0"));

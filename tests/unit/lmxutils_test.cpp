@@ -65,7 +65,8 @@ TEST(FailureConvention, CallCheckPassesWarningsAndLogsErrorsWithStatusText) {
   EXPECT_EQ(Forward(static_cast<Status>(-6)), -6);
   const auto lines = capture->Lines();
   ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0].message, "Error LMX_STATUS_EXEC_TIMEOUT (Operation time out) calling static_cast<Status>(produced)");
+  EXPECT_EQ(lines[0].message,
+            "Error LMX_STATUS_EXEC_TIMEOUT (Operation time out) calling static_cast<Status>(produced)");
   EXPECT_EQ(lines[1].message, "Error Unknown lmxStatus code calling static_cast<Status>(produced)");
 }
 

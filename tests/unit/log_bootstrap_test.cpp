@@ -55,11 +55,17 @@ TEST(LogBootstrapNames, ModuleNamesAndExactLevelNames) {
   const std::wstring extension = lmx::platform::SharedLibraryFileName("x").extension().wstring();
   for (auto [path, name] : {std::pair<std::wstring, std::wstring>{L"C:\\app\\viewer.exe", L"viewer"},
                             {L"/opt/sdk/lib/liblmxcore" + extension + L".1", L"liblmxcore"},
-                            {L"relative/dir\\mixed.dll.bak", L"mixed"}, {L"", L""}})
+                            {L"relative/dir\\mixed.dll.bak", L"mixed"},
+                            {L"", L""}})
     EXPECT_EQ(ModuleNameFromPath(path), name);
 
-  for (auto [name, level] : {std::pair{L"FATAL", 50000}, {L"ERROR", 40000}, {L"WARN", 30000}, {L"INFO", 20000},
-                             {L"DEBUG", 10000}, {L"TRACE", 5000}, {L"VERBOSE", 2500}})
+  for (auto [name, level] : {std::pair{L"FATAL", 50000},
+                             {L"ERROR", 40000},
+                             {L"WARN", 30000},
+                             {L"INFO", 20000},
+                             {L"DEBUG", 10000},
+                             {L"TRACE", 5000},
+                             {L"VERBOSE", 2500}})
     EXPECT_EQ(LevelFromName(name), level) << ToPath(name);
   for (const wchar_t* other : {L"verbose", L"Trace", L" ERROR", L"", L"5000"})
     EXPECT_EQ(LevelFromName(other), 20000) << "the comparison is exact: " << ToPath(other);
@@ -102,10 +108,10 @@ TEST_F(LogBootstrap, TracingCollectorConfiguresTheModuleWithAGeneratedFileThenEm
   std::string properties = record.propertiesText;
   for (size_t at; (at = properties.find("\r\n")) != std::string::npos;) properties.erase(at, 1);
   EXPECT_EQ(properties,
-               "log4j.rootLogger = TRACE, QTR\n"
-               "log4j.appender.QTR=org.apache.log4j.QTRAppender\n"
-               "log4j.appender.QTR.layout=org.apache.log4j.PatternLayout\n"
-               "log4j.appender.QTR.layout.ConversionPattern=%m\n");
+            "log4j.rootLogger = TRACE, QTR\n"
+            "log4j.appender.QTR=org.apache.log4j.QTRAppender\n"
+            "log4j.appender.QTR.layout=org.apache.log4j.PatternLayout\n"
+            "log4j.appender.QTR.layout.ConversionPattern=%m\n");
   EXPECT_EQ(std::wstring(record.name), L"lmsdk.bootstrap_test");
   EXPECT_EQ(std::pair(record.logCalls, record.logLevel), std::pair(1, 20000));
   EXPECT_EQ(std::wstring(record.message), L"Logger 'lmsdk.bootstrap_test' created with level 10000");

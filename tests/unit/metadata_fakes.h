@@ -19,7 +19,8 @@ class FakeSerializable final : public LMXSerializableService, public Norvik::Lum
       : counted_(counted), payload_(std::move(payload)), dataSize_(dataSize), code_(code) {}
 
   void* QueryInstance(Norvik::Lumetra::InterfaceId iid) override {
-    if (iid == 0 || iid == kIid || iid == LMXSerializableService::kIid) return static_cast<LMXSerializableService*>(this);
+    if (iid == 0 || iid == kIid || iid == LMXSerializableService::kIid)
+      return static_cast<LMXSerializableService*>(this);
     return counted_ && iid == Reference::kIid ? static_cast<Reference*>(this) : nullptr;
   }
   uint32_t AddRef() override { return ++refs; }
@@ -33,7 +34,8 @@ class FakeSerializable final : public LMXSerializableService, public Norvik::Lum
     return Norvik::Lumetra::LMX_STATUS_NO_ERROR;
   }
   Norvik::Lumetra::Status SetProfile(ProfileInfo* profile, uint8_t* data) override {
-    if (refuse || profile->dataSize < 0 || profile->dataSize > 4096) return Norvik::Lumetra::LMX_STATUS_PARAM_UNSUPPORTED;
+    if (refuse || profile->dataSize < 0 || profile->dataSize > 4096)
+      return Norvik::Lumetra::LMX_STATUS_PARAM_UNSUPPORTED;
     received.assign(data, data + profile->dataSize);
     return Norvik::Lumetra::LMX_STATUS_NO_ERROR;
   }

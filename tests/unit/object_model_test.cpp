@@ -49,14 +49,16 @@ TEST_P(CountedChurn, ConcurrentAddRefAndReleaseLeaveTheCountExact) {
 
 INSTANTIATE_TEST_SUITE_P(
     ObjectModel, CountedChurn,
-    testing::Values(Kind{"Allocator", [] { return static_cast<Base*>(lmxtest::NewAllocator()); }},
-                    Kind{"Image", [] { return static_cast<Base*>(static_cast<Image*>(lmxtest::NewImage(4, 4, Image::PIXEL_FORMAT_Y8))); }},
-                    Kind{"Scheduler",
-                         [] {
-                           Base* scheduler = nullptr;
-                           EXPECT_EQ(lmx::CreateScheduler(nullptr, nullptr, nullptr, nullptr, 0, &scheduler), 0);
-                           return scheduler;
-                         }}),
+    testing::Values(
+        Kind{"Allocator", [] { return static_cast<Base*>(lmxtest::NewAllocator()); }},
+        Kind{"Image",
+             [] { return static_cast<Base*>(static_cast<Image*>(lmxtest::NewImage(4, 4, Image::PIXEL_FORMAT_Y8))); }},
+        Kind{"Scheduler",
+             [] {
+               Base* scheduler = nullptr;
+               EXPECT_EQ(lmx::CreateScheduler(nullptr, nullptr, nullptr, nullptr, 0, &scheduler), 0);
+               return scheduler;
+             }}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

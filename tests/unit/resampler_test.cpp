@@ -32,7 +32,8 @@ using State = std::unique_ptr<uint8_t[], decltype([](uint8_t* s) {
 State MakeState(int32_t inRate, int32_t outRate, uint32_t features = lmx::kCpuAllFeatures) {
   lmx::ScopedCpuFeatureMask mask(features);
   int32_t size = 0, len = 0, num = 0;
-  EXPECT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(inRate, outRate, kTaps, &size, &len, &num, vkpAlgHintAccurate), kVkpOk);
+  EXPECT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(inRate, outRate, kTaps, &size, &len, &num, vkpAlgHintAccurate),
+            kVkpOk);
   State state(new uint8_t[size]);
   EXPECT_EQ(vkpsResamplePolyphaseFixedInit_16s(inRate, outRate, kTaps, 0.95f, 9.0f, state.get(), vkpAlgHintAccurate),
             kVkpOk);
@@ -41,8 +42,7 @@ State MakeState(int32_t inRate, int32_t outRate, uint32_t features = lmx::kCpuAl
 
 // Runs the whole signal in one call, after kHalf samples of silence, holding back
 // the last kHalf samples as look-ahead (as a streaming caller does).
-std::vector<int16_t> Resample(State& state, const std::vector<int16_t>& signal, int32_t inRate,
-                              int32_t outRate) {
+std::vector<int16_t> Resample(State& state, const std::vector<int16_t>& signal, int32_t inRate, int32_t outRate) {
   std::vector<int16_t> in(kHalf, 0);
   in.insert(in.end(), signal.begin(), signal.end());
   std::vector<int16_t> out(static_cast<size_t>(signal.size()) * outRate / inRate + 2);
@@ -57,7 +57,8 @@ std::vector<int16_t> Resample(State& state, const std::vector<int16_t>& signal, 
 
 std::vector<int16_t> Tone(double frequency, double rate, double amplitude, size_t n) {
   std::vector<int16_t> v(n);
-  for (size_t i = 0; i < n; ++i) v[i] = static_cast<int16_t>(std::lround(amplitude * std::sin(2 * kPi * frequency * i / rate)));
+  for (size_t i = 0; i < n; ++i)
+    v[i] = static_cast<int16_t>(std::lround(amplitude * std::sin(2 * kPi * frequency * i / rate)));
   return v;
 }
 
@@ -70,8 +71,10 @@ TEST(Resampler, SetUpLimits) {
   ASSERT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(48000, 16000, 64, &size, &len, &num, vkpAlgHintAccurate), kVkpOk);
   EXPECT_EQ(num, 1);
   // (in rate, out rate, length, answer); coprime rates would need 48000 phases.
-  for (auto [in, out, length, answer] : {std::tuple{44101, 48000, 64, kVkpTooManyPhases}, {48000, 1000, 64, kVkpBadRatio},
-                                         {0, 16000, 64, kVkpBadRate}, {16000, -1, 64, kVkpBadRate},
+  for (auto [in, out, length, answer] : {std::tuple{44101, 48000, 64, kVkpTooManyPhases},
+                                         {48000, 1000, 64, kVkpBadRatio},
+                                         {0, 16000, 64, kVkpBadRate},
+                                         {16000, -1, 64, kVkpBadRate},
                                          {16000, 8000, 60, kVkpBadLength}})
     EXPECT_EQ(vkpsResamplePolyphaseFixedGetSize_16s(in, out, length, &size, &len, &num, vkpAlgHintAccurate), answer)
         << in << "->" << out << " length " << length;

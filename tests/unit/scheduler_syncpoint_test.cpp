@@ -52,9 +52,9 @@ TEST_F(SyncPointTest, SynchronizePollsWaitsAndTimesOut) {
   LMXSyncPoint* sp = Make();
   EXPECT_EQ(sp->Synchronize(0), LMX_STATUS_EXEC_INPROGRESS) << "a poll of a pending sync point";
   EXPECT_EQ(sp->Synchronize(20), LMX_STATUS_EXEC_TIMEOUT);
-  EXPECT_TRUE(capture->Contains(
-      "Function Scheduler::SyncPoint::Synchronize returned LMX_STATUS_EXEC_TIMEOUT = "
-      "LMX_STATUS_EXEC_TIMEOUT (Operation time out)"));
+  EXPECT_TRUE(
+      capture->Contains("Function Scheduler::SyncPoint::Synchronize returned LMX_STATUS_EXEC_TIMEOUT = "
+                        "LMX_STATUS_EXEC_TIMEOUT (Operation time out)"));
 
   std::thread producer([&] {
     std::this_thread::sleep_for(20ms);
@@ -75,8 +75,9 @@ TEST_F(SyncPointTest, WaitManyCountsNullsAgainstTheLimit) {
   std::vector<void*> events(25, nullptr);
   sps[3] = a;
   EXPECT_EQ(a->SynchronizeExINT(40, sps.data(), 25, events.data(), nullptr, 0), LMX_STATUS_PARAM_UNSUPPORTED);
-  EXPECT_TRUE(capture->Contains("Function Scheduler::SyncPoint::SynchronizeExINT returned "
-                                "LMX_STATUS_PARAM_UNSUPPORTED = LMX_STATUS_PARAM_UNSUPPORTED"));
+  EXPECT_TRUE(
+      capture->Contains("Function Scheduler::SyncPoint::SynchronizeExINT returned "
+                        "LMX_STATUS_PARAM_UNSUPPORTED = LMX_STATUS_PARAM_UNSUPPORTED"));
   EXPECT_EQ(a->SynchronizeExINT(40, sps.data(), 24, events.data(), nullptr, 0), LMX_STATUS_NO_ERROR)
       << "64 objects proceed";
 

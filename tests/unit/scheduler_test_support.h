@@ -14,8 +14,8 @@
 #include "module_factories.h"
 #include "test_support.h"
 
-using lmx::Scheduler;
 using lmx::CreateScheduler;
+using lmx::Scheduler;
 using lmxhost::HostSession;
 
 namespace lmxtest {

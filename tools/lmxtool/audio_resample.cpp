@@ -17,8 +17,8 @@ constexpr int32_t kTailFrames = 64;
 std::string Refused(const std::string& step, Status sts) { return step + ": " + StatusText(sts); }
 
 // A new audio object holding `frames` frames of interleaved samples.
-std::string MakeSource(LMXAllocator* allocator, const int16_t* samples, int32_t frames, int32_t rate,
-                       int32_t channels, Ref<LMXAudio>* audio) {
+std::string MakeSource(LMXAllocator* allocator, const int16_t* samples, int32_t frames, int32_t rate, int32_t channels,
+                       Ref<LMXAudio>* audio) {
   LMXAudio::AudioInfo info{};
   info.bufferSize = frames * channels;
   info.format = LMXAudio::AUDIO_FORMAT_PCM;

@@ -38,8 +38,8 @@ struct Job {
 std::optional<std::pair<int32_t, int32_t>> ParseSize(const std::string& text) {
   int width = 0, height = 0;
   char x = 0, extra = 0;
-  if (std::sscanf(text.c_str(), "%d%c%d%c", &width, &x, &height, &extra) != 3 || (x != 'x' && x != 'X') ||
-      width <= 0 || height <= 0 || width >= 32768 || height >= 32768)
+  if (std::sscanf(text.c_str(), "%d%c%d%c", &width, &x, &height, &extra) != 3 || (x != 'x' && x != 'X') || width <= 0 ||
+      height <= 0 || width >= 32768 || height >= 32768)
     return std::nullopt;
   return std::make_pair(width, height);
 }
@@ -109,8 +109,9 @@ int RunConvert(const ConvertArgs& args, const GlobalOptions& global) {
   }
   for (const auto& job : jobs) {
     if (options.to && KindOfPath(job.out) != FileKind::kRaw && !HasPictureForm(options.to))
-      return Fail("convert", "--to " + PixelFormatText(options.to) + " has no picture form: write a raw file, or "
-                             "convert --to RGB (or Y8) for a picture");
+      return Fail("convert", "--to " + PixelFormatText(options.to) +
+                                 " has no picture form: write a raw file, or "
+                                 "convert --to RGB (or Y8) for a picture");
     if (!fs::is_regular_file(job.in, code)) return Fail("convert", "cannot read '" + job.in.string() + "'");
     if (fs::exists(job.out, code) && fs::equivalent(job.in, job.out, code))
       return Fail("convert", "'" + job.out.string() + "' is also an input");
@@ -178,7 +179,8 @@ void AddConvertCommand(CLI::App& app, const GlobalOptions& global, int* exitCode
   command->add_option("paths", args->paths, "IN... OUT")->required()->expected(2, 1 << 20);
   const auto formatCheck = CLI::Validator(
       [](std::string& value) {
-        return ParsePixelFormat(value) ? std::string() : "unknown pixel format '" + value + "' (known: " + PixelFormatList() + ")";
+        return ParsePixelFormat(value) ? std::string()
+                                       : "unknown pixel format '" + value + "' (known: " + PixelFormatList() + ")";
       },
       "FORMAT");
   command->add_option("--from", args->from, "Pixel format of the input (raw frames; or a reading of a picture file)")
@@ -193,9 +195,10 @@ void AddConvertCommand(CLI::App& app, const GlobalOptions& global, int* exitCode
   command->add_flag("--mirror", args->mirror, "Mirror the frame left to right");
   command->add_option("--depth-scale", args->depthScale, "Depth scale attached to the image (metadata 0x24740F78)")
       ->check(CLI::PositiveNumber);
-  command->add_option("--max-pixels", args->maxPixels,
-                      "Refuse an input whose declared width x height is larger, before decoding it (bounds the "
-                      "memory a frame takes)")
+  command
+      ->add_option("--max-pixels", args->maxPixels,
+                   "Refuse an input whose declared width x height is larger, before decoding it (bounds the "
+                   "memory a frame takes)")
       ->capture_default_str()
       ->check(CLI::PositiveNumber);
   command->add_option("--ext", args->outExt, "Output file extension for several inputs (default png)")

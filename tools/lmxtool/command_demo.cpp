@@ -55,8 +55,8 @@ struct Demo {
   }
   std::string SaveSound(const std::string& name, const Sound& sound) {
     fs::path path = out / (name + (WavSupported() ? ".wav" : ".pcm"));
-    const std::string error = WavSupported() ? WriteWav(path, sound)
-                                             : WriteBytes(path, sound.samples.data(), sound.samples.size() * 2);
+    const std::string error =
+        WavSupported() ? WriteWav(path, sound) : WriteBytes(path, sound.samples.data(), sound.samples.size() * 2);
     if (error.empty()) Wrote(path);
     return error;
   }
@@ -74,7 +74,8 @@ void AddTasks(Demo& demo, Pipeline& pipeline) {
   auto add = [&](const wchar_t* name, std::vector<int> after, std::function<Status(size_t id)> work) {
     const size_t id = demo.lines.size();
     demo.lines.emplace_back();
-    return pipeline.Add(name, [work, id](Status) { return work(id); }, std::move(after));
+    return pipeline.Add(
+        name, [work, id](Status) { return work(id); }, std::move(after));
   };
 
   const int bars = add(L"colour bars", {}, [&](size_t id) {
@@ -192,7 +193,8 @@ int RunDemo(const std::string& outDir, const GlobalOptions& global) {
   std::printf("Wrote %zu files to %s in %.1f ms:", demo.files.size(), outDir.c_str(), ms);
   for (const auto& file : demo.files) std::printf(" %s", file.c_str());
   std::printf("\n");
-  if (failed) return Fail("demo", std::to_string(failed) + " of " + std::to_string(demo.lines.size()) + " tasks failed");
+  if (failed)
+    return Fail("demo", std::to_string(failed) + " of " + std::to_string(demo.lines.size()) + " tasks failed");
   return 0;
 }
 
@@ -201,8 +203,9 @@ int RunDemo(const std::string& outDir, const GlobalOptions& global) {
 void AddDemoCommand(CLI::App& app, const GlobalOptions& global, int* exitCode) {
   auto out = std::make_shared<std::string>("out");
   CLI::App* command = app.add_subcommand(
-      "demo", "Run built-in frames (colour bars in YUY2, an NV12 gradient, a depth ramp with a depth scale) and a "
-              "two-tone stereo signal through the library as a scheduled pipeline; writes pictures and WAV files");
+      "demo",
+      "Run built-in frames (colour bars in YUY2, an NV12 gradient, a depth ramp with a depth scale) and a "
+      "two-tone stereo signal through the library as a scheduled pipeline; writes pictures and WAV files");
   command->add_option("--out", *out, "Output directory")->capture_default_str();
   command->callback([out, &global, exitCode] { *exitCode = RunDemo(*out, global); });
 }

@@ -47,7 +47,8 @@ std::string InterfaceText(int32_t iid) {
 int RunInfo(const std::filesystem::path& path) {
   lmxhost::Module module;
   if (!module.Load(path))
-    return Fail("info", "'" + path.string() + "' " + (module.Handle() ? "has no valid LMXDLLExportTable" : "cannot be loaded"));
+    return Fail("info",
+                "'" + path.string() + "' " + (module.Handle() ? "has no valid LMXDLLExportTable" : "cannot be loaded"));
   std::printf("Module %s (table found by %s)\n", path.string().c_str(),
               module.Lookup() == lmxhost::TableLookup::kByName ? "name" : "ordinal 1");
   int index = 0;
@@ -70,8 +71,9 @@ int RunInfo(const std::filesystem::path& path) {
 void AddInfoCommand(CLI::App& app, const GlobalOptions& global, int* exitCode) {
   auto module = std::make_shared<std::string>();
   CLI::App* command = app.add_subcommand(
-      "info", "List a module's export table: finds LMXDLLExportTable (by name, else by ordinal 1), checks each "
-              "entry's signature and prints its descriptor");
+      "info",
+      "List a module's export table: finds LMXDLLExportTable (by name, else by ordinal 1), checks each "
+      "entry's signature and prints its descriptor");
   command->add_option("module", *module, "The module (default: the liblmxcore this lmxtool uses)");
   command->callback([module, &global, exitCode] {
     const std::string& chosen = !module->empty() ? *module : global.library;

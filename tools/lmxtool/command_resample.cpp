@@ -44,9 +44,10 @@ int RunResample(const ResampleArgs& args, const GlobalOptions& global) {
 
 void AddResampleCommand(CLI::App& app, const GlobalOptions& global, int* exitCode) {
   auto args = std::make_shared<ResampleArgs>();
-  CLI::App* command = app.add_subcommand(
-      "resample", "Resample a WAV file (any rate and channel count) through the library's audio converter, in "
-                  "chunks; writes 16-bit PCM mono");
+  CLI::App* command =
+      app.add_subcommand("resample",
+                         "Resample a WAV file (any rate and channel count) through the library's audio converter, in "
+                         "chunks; writes 16-bit PCM mono");
   command->add_option("in", args->in, "Input WAV file")->required()->check(CLI::ExistingFile);
   command->add_option("out", args->out, "Output WAV file")->required();
   command->add_option("--rate", args->rate, "Output sample rate in Hz")->required()->check(CLI::Range(1000, 384000));

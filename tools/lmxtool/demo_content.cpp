@@ -14,7 +14,9 @@ using Image = Norvik::Lumetra::Image;
 
 // Studio-range BT.601 encoding in 8.8 fixed point.
 uint8_t LumaOf(int r, int g, int b) { return static_cast<uint8_t>(((66 * r + 129 * g + 25 * b + 128) >> 8) + 16); }
-uint8_t BlueDiffOf(int r, int g, int b) { return static_cast<uint8_t>(((-38 * r - 74 * g + 112 * b + 128) >> 8) + 128); }
+uint8_t BlueDiffOf(int r, int g, int b) {
+  return static_cast<uint8_t>(((-38 * r - 74 * g + 112 * b + 128) >> 8) + 128);
+}
 uint8_t RedDiffOf(int r, int g, int b) { return static_cast<uint8_t>(((112 * r - 94 * g - 18 * b + 128) >> 8) + 128); }
 
 struct Rgb {

@@ -33,8 +33,7 @@ size_t PackedSize(const LMXImageService::PlaneInfo& planes, int32_t count) {
 
 // Copies packed planes into pitched ones (intoImage) or the other way round.
 template <class Packed>
-void CopyPlanes(const LMXImageService::PlaneInfo& planes, int32_t count, Packed* packed,
-                const Image::ImageData& data) {
+void CopyPlanes(const LMXImageService::PlaneInfo& planes, int32_t count, Packed* packed, const Image::ImageData& data) {
   for (int32_t c = 0; c < count; ++c) {
     const size_t rowBytes = static_cast<size_t>(planes.plane[c].width) * planes.plane[c].bytesPerPixel;
     for (uint32_t y = 0; y < planes.plane[c].height; ++y, packed += rowBytes) {
@@ -50,8 +49,7 @@ void CopyPlanes(const LMXImageService::PlaneInfo& planes, int32_t count, Packed*
 
 }  // namespace
 
-std::string LoadImage(LMXAllocator* allocator, const Frame& frame, std::optional<float> depthScale,
-                      Ref<Image>* image) {
+std::string LoadImage(LMXAllocator* allocator, const Frame& frame, std::optional<float> depthScale, Ref<Image>* image) {
   const std::string name = PixelFormatText(frame.format);
   Image::ImageInfo info{frame.width, frame.height, frame.format, 0};
   Status sts = allocator->CreateImage(&info, 0, nullptr, image->Out());
@@ -59,8 +57,9 @@ std::string LoadImage(LMXAllocator* allocator, const Frame& frame, std::optional
 
   LMXImageService::PlaneInfo planes{};
   const int32_t count = Layout(image->Get(), info, &planes);
-  if (count <= 0) return "the library has no plane layout for a " + std::to_string(frame.width) + "x" +
-                         std::to_string(frame.height) + " " + name + " frame";
+  if (count <= 0)
+    return "the library has no plane layout for a " + std::to_string(frame.width) + "x" + std::to_string(frame.height) +
+           " " + name + " frame";
   const size_t expected = PackedSize(planes, count);
   if (frame.bytes.size() != expected)
     return "the frame has " + std::to_string(frame.bytes.size()) + " bytes; a " + std::to_string(frame.width) + "x" +
@@ -98,7 +97,8 @@ std::string ReadImage(Image* image, const ConvertOptions& options, Frame* out) {
   out->width = static_cast<int32_t>(planes.plane[0].width);
   out->height = static_cast<int32_t>(planes.plane[0].height);
   out->bytes.assign(PackedSize(planes, count), 0);
-  const std::string step = "converting to " + name + (options.rotate ? " rotated " + std::to_string(options.rotate) : "");
+  const std::string step =
+      "converting to " + name + (options.rotate ? " rotated " + std::to_string(options.rotate) : "");
 
   if (options.flip || options.mirror) {
     // Export into our own packed planes: pitches are the packed row sizes.

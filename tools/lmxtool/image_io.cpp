@@ -128,7 +128,8 @@ std::string FrameFromRaster(Raster raster, std::optional<int32_t> wanted, Frame*
   }
   // Blue-first formats hold the file's red and blue the other way round.
   if (format == Image::PIXEL_FORMAT_BGR || format == Image::PIXEL_FORMAT_BGRA)
-    for (size_t i = 0; i + 2 < raster.bytes.size(); i += raster.channels) std::swap(raster.bytes[i], raster.bytes[i + 2]);
+    for (size_t i = 0; i + 2 < raster.bytes.size(); i += raster.channels)
+      std::swap(raster.bytes[i], raster.bytes[i + 2]);
   frame->width = raster.width;
   frame->height = raster.height;
   frame->format = format;
@@ -170,10 +171,11 @@ std::string RasterFromFrame(const Frame& frame, bool colouriseDepth, Raster* ras
     case Image::PIXEL_FORMAT_BGRA: {
       const int channels = (frame.format == Image::PIXEL_FORMAT_RGB || frame.format == Image::PIXEL_FORMAT_BGR) ? 3 : 4;
       if (!expect(channels)) break;
-      *raster = Raster{frame.width, frame.height, channels, 8,
-                       {frame.bytes.begin(), frame.bytes.begin() + pixels * channels}};
+      *raster = Raster{
+          frame.width, frame.height, channels, 8, {frame.bytes.begin(), frame.bytes.begin() + pixels * channels}};
       if (frame.format == Image::PIXEL_FORMAT_BGR || frame.format == Image::PIXEL_FORMAT_BGRA)
-        for (size_t i = 0; i + 2 < raster->bytes.size(); i += channels) std::swap(raster->bytes[i], raster->bytes[i + 2]);
+        for (size_t i = 0; i + 2 < raster->bytes.size(); i += channels)
+          std::swap(raster->bytes[i], raster->bytes[i + 2]);
       return "";
     }
     default:
@@ -183,7 +185,8 @@ std::string RasterFromFrame(const Frame& frame, bool colouriseDepth, Raster* ras
 }
 
 bool HasPictureForm(int32_t format) {
-  return format != Image::PIXEL_FORMAT_YUY2 && format != Image::PIXEL_FORMAT_NV12 && ParsePixelFormat(PixelFormatText(format));
+  return format != Image::PIXEL_FORMAT_YUY2 && format != Image::PIXEL_FORMAT_NV12 &&
+         ParsePixelFormat(PixelFormatText(format));
 }
 
 std::string LoadFrame(const std::filesystem::path& path, const InputHints& hints, Frame* frame) {

@@ -53,7 +53,7 @@ class Library {
 
  private:
   std::filesystem::path path_;
-  lmxhost::Module module_;  // declared first: unloaded after the objects below
+  lmxhost::Module module_;        // declared first: unloaded after the objects below
   lmxhost::HostSession session_;  // answers the allocator once it exists
   Ref<LMXAllocator> allocator_;
   Ref<LMXScheduler> scheduler_;

@@ -86,7 +86,7 @@ std::string WritePng(const std::filesystem::path& path, const Raster& raster) {
       png_destroy_write_struct(&png, &info);
       return "cannot write '" + path.string() + "' (" + message + ")";
     }
-    const int colour = raster.channels == 1 ? PNG_COLOR_TYPE_GRAY
+    const int colour = raster.channels == 1   ? PNG_COLOR_TYPE_GRAY
                        : raster.channels == 3 ? PNG_COLOR_TYPE_RGB
                                               : PNG_COLOR_TYPE_RGB_ALPHA;
     png_init_io(png, file);

@@ -24,7 +24,8 @@ bool ReadNumber(const std::vector<uint8_t>& bytes, size_t* at, long* value) {
   }
   long number = 0;
   size_t digits = 0;
-  for (; *at < bytes.size() && std::isdigit(bytes[*at]) && digits < 9; ++*at, ++digits) number = number * 10 + (bytes[*at] - '0');
+  for (; *at < bytes.size() && std::isdigit(bytes[*at]) && digits < 9; ++*at, ++digits)
+    number = number * 10 + (bytes[*at] - '0');
   *value = number;
   return digits > 0;
 }

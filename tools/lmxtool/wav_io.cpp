@@ -13,7 +13,8 @@ std::string ReadWav(const std::filesystem::path& path, Sound* sound) {
   SF_INFO info{};
   SNDFILE* file = sf_open(path.string().c_str(), SFM_READ, &info);
   if (!file) return "cannot read '" + path.string() + "': " + sf_strerror(nullptr);
-  if (info.channels <= 0 || info.samplerate <= 0 || info.frames < 0 || info.frames > (int64_t{1} << 31) / info.channels) {
+  if (info.channels <= 0 || info.samplerate <= 0 || info.frames < 0 ||
+      info.frames > (int64_t{1} << 31) / info.channels) {
     sf_close(file);
     return "'" + path.string() + "' has an unsupported layout or length";
   }

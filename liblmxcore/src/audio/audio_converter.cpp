@@ -64,7 +64,8 @@ Status AudioConverter::MixChannels(const int16_t* src, const LMXAudio::AudioInfo
   LMX_CHECK(src && dst, LMX_STATUS_HANDLE_INVALID);
   lmx::ActiveAudioKernels().mixToMono(src, src_info.nchannels, dst, frames);
   return LMX_STATUS_NO_ERROR;
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& dst_info, LMXAudio*& dst) try {
   LMX_TRACE("AudioConverter::ConvertAudio");
@@ -95,11 +96,14 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
     history = kConverterPresets.history;
     int32_t state_size = 0, filter_len = 0, filter_num = 0;
     VkpStatus vsts = kVkpOk;
-    if (LMX_CALL_FAILED(vsts, vkpsResamplePolyphaseFixedGetSize_16s(src_info.sampleRate, dst_info.sampleRate, 2*history, &state_size, &filter_len, &filter_num, vkpAlgHintAccurate)))
+    if (LMX_CALL_FAILED(
+            vsts, vkpsResamplePolyphaseFixedGetSize_16s(src_info.sampleRate, dst_info.sampleRate, 2 * history,
+                                                        &state_size, &filter_len, &filter_num, vkpAlgHintAccurate)))
       return LMX_STATUS_DEVICE_FAILED;
     state = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(state_size)));
     LMX_CHECK(state, LMX_STATUS_ALLOC_FAILED);
-    if (LMX_CALL_FAILED(vsts, vkpsResamplePolyphaseFixedInit_16s(src_info.sampleRate, dst_info.sampleRate, 2*history, 0.95f, 9.0f, state, vkpAlgHintAccurate)))
+    if (LMX_CALL_FAILED(vsts, vkpsResamplePolyphaseFixedInit_16s(src_info.sampleRate, dst_info.sampleRate, 2 * history,
+                                                                 0.95f, 9.0f, state, vkpAlgHintAccurate)))
       return LMX_STATUS_DEVICE_FAILED;
     lastread = history;
     bufLen = kConverterPresets.block;
@@ -114,8 +118,8 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
     dstRate = dst_info.sampleRate;
     LoggingService* logger = lmsdk::LogUtil::GetLogger();
     if (logger->IsLevelEnabled(LOG_LEVEL_INFO)) {
-      std::string message = "Audio resampler initilized in " + std::to_string(srcRate) + " Hz -> " +
-                            std::to_string(dstRate) + " Hz mode";
+      std::string message =
+          "Audio resampler initilized in " + std::to_string(srcRate) + " Hz -> " + std::to_string(dstRate) + " Hz mode";
       logger->Log(LOG_LEVEL_INFO, message.c_str(), __FILE__, __LINE__, LMX_FUNCSIG);
     }
   }
@@ -167,12 +171,13 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
 
     int32_t outLen = 0;
     VkpStatus vsts = kVkpOk;
-    if (LMX_CALL_FAILED(vsts, vkpsResamplePolyphaseFixed_16s(inBuf, lastread - history - (int)time, outBuf, 0.98f, &time, &outLen, state))) {
+    if (LMX_CALL_FAILED(vsts, vkpsResamplePolyphaseFixed_16s(inBuf, lastread - history - (int)time, outBuf, 0.98f,
+                                                             &time, &outLen, state))) {
       dst->ReleaseAccess(&dst_data);
       src->ReleaseAccess(&src_data);
       return LMX_STATUS_DEVICE_FAILED;
     }
-    if (LMX_FAILED_ON(dstOffset + (unsigned int)outLen*dst_info.nchannels <= (unsigned int)dst_info2.bufferSize)) {
+    if (LMX_FAILED_ON(dstOffset + (unsigned int)outLen * dst_info.nchannels <= (unsigned int)dst_info2.bufferSize)) {
       dst->ReleaseAccess(&dst_data);
       src->ReleaseAccess(&src_data);
       return LMX_STATUS_PARAM_UNSUPPORTED;
@@ -193,7 +198,8 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
   dst->ReleaseAccess(&dst_data);
   src->ReleaseAccess(&src_data);
   return LMX_STATUS_NO_ERROR;
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 // Argument 1 is the object that creates destination audio (an allocator, or a
 // session that answers the allocator interface).
@@ -202,6 +208,7 @@ Status CreateAudioConverter(Session* session, LMXSchedulerService*, Service::Acc
   auto* converter = new (std::nothrow) AudioConverter(session);
   if (result) *result = converter;
   return converter ? LMX_STATUS_NO_ERROR : LMX_STATUS_ALLOC_FAILED;
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 }  // namespace lmx

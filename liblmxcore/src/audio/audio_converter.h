@@ -55,7 +55,8 @@ class AudioConverter final : public Norvik::Lumetra::BaseImpl<LMXAudioConversion
 // The export table's audio converter factory. Like every factory of the table, arguments 2
 // to 5 are ignored and the new object's primary interface goes to the last one.
 Norvik::Lumetra::Status CreateAudioConverter(Norvik::Lumetra::Session* session, LMXSchedulerService* scheduler,
-    Norvik::Lumetra::Service::Accelerator* accelerator, Norvik::Lumetra::Service::DLLExportTable* entry,
-    int32_t iid, Norvik::Lumetra::Base** result);
+                                             Norvik::Lumetra::Service::Accelerator* accelerator,
+                                             Norvik::Lumetra::Service::DLLExportTable* entry, int32_t iid,
+                                             Norvik::Lumetra::Base** result);
 
 }  // namespace lmx

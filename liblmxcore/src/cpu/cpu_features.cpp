@@ -47,7 +47,7 @@ uint32_t Detect() {
 
   const bool osxsave = (leaf1.ecx & (1u << 27)) != 0;
   const uint64_t xcr0 = osxsave ? ReadXcr0() : 0;
-  const bool os_saves_ymm = (xcr0 & 0x6) == 0x6;            // SSE and AVX state
+  const bool os_saves_ymm = (xcr0 & 0x6) == 0x6;                    // SSE and AVX state
   const bool os_saves_zmm = os_saves_ymm && (xcr0 & 0xE0) == 0xE0;  // opmask, ZMM0-15 upper, ZMM16-31
   const bool avx = (leaf1.ecx & (1u << 28)) != 0;
   const bool avx2 = (leaf7.ebx & (1u << 5)) != 0;

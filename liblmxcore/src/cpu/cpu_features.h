@@ -25,9 +25,9 @@ enum CpuFeature : uint32_t {
   kCpuHasSSSE3 = 1u << 1,
   kCpuHasAVX2 = 1u << 2,
   kCpuHasSSE41 = 1u << 3,
-  kCpuHasAVX512BW = 1u << 4,  // AVX-512 F, BW and VL together
+  kCpuHasAVX512BW = 1u << 4,    // AVX-512 F, BW and VL together
   kCpuHasAVX512VNNI = 1u << 5,  // AVX-512 VNNI (16-bit dot products into 32-bit sums), with the above
-  kCpuHasFMA = 1u << 6,  // fused multiply-add, with AVX2
+  kCpuHasFMA = 1u << 6,         // fused multiply-add, with AVX2
   kCpuAllFeatures = ~0u,
 };
 

@@ -79,18 +79,18 @@ using PolyphaseBlockFn = void (*)(const FloatPolyphaseBank& bank, const float* x
 // only in base, which advances by `inputs`, so they share every vector.
 inline constexpr int32_t kLanes = 16;
 struct LanesPolyphaseBank {
-  const float* taps;         // 64-byte aligned
-  const float* rows;         // the FloatPolyphaseBank's taps: `phases` rows of `length`
+  const float* taps;  // 64-byte aligned
+  const float* rows;  // the FloatPolyphaseBank's taps: `phases` rows of `length`
   int32_t length;
-  const int32_t* offsets;    // per group
+  const int32_t* offsets;  // per group
   int32_t groups;
-  int32_t vectors;           // per group
-  int32_t outputs;           // per super period
-  int32_t inputs;            // per super period
-  int32_t phases;            // L
-  int32_t step;              // M
-  int32_t stepInverse;       // M * stepInverse = 1 (mod L)
-  int32_t reach;             // samples a group reads beyond its wanted outputs' windows, each side
+  int32_t vectors;      // per group
+  int32_t outputs;      // per super period
+  int32_t inputs;       // per super period
+  int32_t phases;       // L
+  int32_t step;         // M
+  int32_t stepInverse;  // M * stepInverse = 1 (mod L)
+  int32_t reach;        // samples a group reads beyond its wanted outputs' windows, each side
 };
 
 // Computes `count` outputs exactly as PolyphaseBlockFn does, each as one chain of
@@ -129,20 +129,20 @@ double InnerProduct_C(const double* taps, const int16_t* x, int32_t count);
 void FloatToPcm16_AVX2(const float* src, int16_t* dst, int32_t count);
 void Pcm16ToFloat_AVX2(const int16_t* src, float* dst, int32_t count);
 void MixToMono_AVX2(const int16_t* src, int32_t channels, int16_t* dst, int32_t frames);
-void PolyphaseBlock_AVX2(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
-                         float gain, int16_t* out);
+void PolyphaseBlock_AVX2(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count, float gain,
+                         int16_t* out);
 
 // AVX-512 body of the polyphase block: more outputs share each load; outputs
 // identical to the AVX2 body's except for up-sampling by 2, 3 or 4 (see above).
 // Only call it when CpuFeatures() has kCpuHasAVX512BW as well.
-void PolyphaseBlock_AVX512(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
-                           float gain, int16_t* out);
+void PolyphaseBlock_AVX512(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count, float gain,
+                           int16_t* out);
 
 // Outputs-in-lanes bodies: 16 lanes in one register (AVX-512) or two (AVX2 + FMA);
 // identical outputs.
-void PolyphaseLanes_AVX2(const LanesPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
-                         float gain, int16_t* out);
-void PolyphaseLanes_AVX512(const LanesPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
-                           float gain, int16_t* out);
+void PolyphaseLanes_AVX2(const LanesPolyphaseBank& bank, const float* x, int64_t position, int32_t count, float gain,
+                         int16_t* out);
+void PolyphaseLanes_AVX512(const LanesPolyphaseBank& bank, const float* x, int64_t position, int32_t count, float gain,
+                           int16_t* out);
 
 }  // namespace lmx

@@ -70,8 +70,8 @@ inline __m128i Low16(__m128i v) { return _mm_srai_epi32(_mm_slli_epi32(v, 16), 1
 // frame follows it. Division through double is exact for these ranges: a quotient
 // that is not an integer lies at least 1/N from one, far above the rounding error.
 int32_t MixMany_AVX2(const int16_t* src, int32_t channels, int16_t* dst, int32_t frames) {
-  const __m256i frameOffsets = _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7),
-                                                  _mm256_set1_epi32(channels * 2));
+  const __m256i frameOffsets =
+      _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(channels * 2));
   const __m256i step = _mm256_set1_epi32(2);
   const __m256d divisor = _mm256_set1_pd(static_cast<double>(channels));
   int32_t f = 0;

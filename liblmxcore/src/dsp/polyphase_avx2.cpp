@@ -40,13 +40,13 @@ struct Lanes256 {
 
 }  // namespace
 
-void PolyphaseBlock_AVX2(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
-                         float gain, int16_t* out) {
+void PolyphaseBlock_AVX2(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count, float gain,
+                         int16_t* out) {
   RunPolyphaseBlock<false>(bank, x, position, count, gain, out);
 }
 
-void PolyphaseLanes_AVX2(const LanesPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
-                         float gain, int16_t* out) {
+void PolyphaseLanes_AVX2(const LanesPolyphaseBank& bank, const float* x, int64_t position, int32_t count, float gain,
+                         int16_t* out) {
   RunLanes<Lanes256>(bank, x, position, count, gain, out);
 }
 

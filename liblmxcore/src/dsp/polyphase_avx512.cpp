@@ -26,7 +26,8 @@ template <int kPhases>
 struct Interleave {
   alignas(64) int16_t index[64];
   constexpr Interleave() : index() {
-    for (int i = 0; i < 64; ++i) index[i] = static_cast<int16_t>(i < 16 * kPhases ? (i % kPhases) * 16 + i / kPhases : 0);
+    for (int i = 0; i < 64; ++i)
+      index[i] = static_cast<int16_t>(i < 16 * kPhases ? (i % kPhases) * 16 + i / kPhases : 0);
   }
 };
 
@@ -107,10 +108,17 @@ void RunWholeFactor(const float* rows, int32_t length, const float* x, int64_t p
 LMX_INLINE bool RunWholeFactor(const float* rows, int32_t length, int32_t phases, const float* x, int64_t position,
                                int32_t count, float gain, int16_t* out) {
   switch (phases) {
-    case 2: RunWholeFactor<2, 6>(rows, length, x, position, count, gain, out); return true;
-    case 3: RunWholeFactor<3, 4>(rows, length, x, position, count, gain, out); return true;
-    case 4: RunWholeFactor<4, 3>(rows, length, x, position, count, gain, out); return true;
-    default: return false;
+    case 2:
+      RunWholeFactor<2, 6>(rows, length, x, position, count, gain, out);
+      return true;
+    case 3:
+      RunWholeFactor<3, 4>(rows, length, x, position, count, gain, out);
+      return true;
+    case 4:
+      RunWholeFactor<4, 3>(rows, length, x, position, count, gain, out);
+      return true;
+    default:
+      return false;
   }
 }
 
@@ -138,14 +146,14 @@ struct Lanes512 {
 
 }  // namespace
 
-void PolyphaseBlock_AVX512(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
-                           float gain, int16_t* out) {
+void PolyphaseBlock_AVX512(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count, float gain,
+                           int16_t* out) {
   if (bank.step == 1 && RunWholeFactor(bank.taps, bank.length, bank.phases, x, position, count, gain, out)) return;
   RunPolyphaseBlock<true>(bank, x, position, count, gain, out);
 }
 
-void PolyphaseLanes_AVX512(const LanesPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
-                           float gain, int16_t* out) {
+void PolyphaseLanes_AVX512(const LanesPolyphaseBank& bank, const float* x, int64_t position, int32_t count, float gain,
+                           int16_t* out) {
   if (bank.step == 1 && RunWholeFactor(bank.rows, bank.length, bank.phases, x, position, count, gain, out)) return;
   RunLanes<Lanes512>(bank, x, position, count, gain, out);
 }

@@ -120,8 +120,8 @@ void RunAny(const FloatPolyphaseBank& bank, const float* x, const Walk& walk, Cu
 // by step whole input samples), so a block of 8 * phases outputs runs as groups
 // of eight such outputs, loading each filter once per 8 taps. What is left after
 // the whole blocks goes through RunAny.
-void RunStrided(const FloatPolyphaseBank& bank, const float* x, const Walk& walk, Cursor& c, int32_t count,
-                float gain, int16_t* out) {
+void RunStrided(const FloatPolyphaseBank& bank, const float* x, const Walk& walk, Cursor& c, int32_t count, float gain,
+                int16_t* out) {
   const int32_t length = bank.length;
   const int32_t half = length / 2;
   const int32_t phases = bank.phases;
@@ -199,11 +199,16 @@ void RunPolyphaseBlock(const FloatPolyphaseBank& bank, const float* x, int64_t p
   if (bank.phases == 1) return RunAny<true>(bank, x, walk, c, count, gain, out);
   if (bank.step == 1) {
     switch (bank.phases) {
-      case 2: return RunShared<2, kWide ? 8 : 4>(bank, x, walk, c, count, gain, out);
-      case 3: return RunShared<3, kWide ? 5 : 2>(bank, x, walk, c, count, gain, out);
-      case 4: return RunShared<4, kWide ? 4 : 2>(bank, x, walk, c, count, gain, out);
-      case 6: return RunShared<6, kWide ? 2 : 1>(bank, x, walk, c, count, gain, out);
-      default: break;
+      case 2:
+        return RunShared < 2, kWide ? 8 : 4 > (bank, x, walk, c, count, gain, out);
+      case 3:
+        return RunShared < 3, kWide ? 5 : 2 > (bank, x, walk, c, count, gain, out);
+      case 4:
+        return RunShared < 4, kWide ? 4 : 2 > (bank, x, walk, c, count, gain, out);
+      case 6:
+        return RunShared < 6, kWide ? 2 : 1 > (bank, x, walk, c, count, gain, out);
+      default:
+        break;
     }
   }
   RunStrided(bank, x, walk, c, count, gain, out);

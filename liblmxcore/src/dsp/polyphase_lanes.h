@@ -43,7 +43,8 @@ LMX_LANES_INLINE void AccumulateGroups(const float* taps, int32_t vectors, const
     for (int g = 0; g < kGroups; ++g) {
       const typename Lanes::Acc t = Lanes::Load(taps + g * groupStride + static_cast<int64_t>(i) * kLanes);
 #pragma GCC unroll 8
-      for (int r = 0; r < kPeriods; ++r) acc[g * kPeriods + r] = Lanes::Fma(t, xs[g * kPeriods + r][i], acc[g * kPeriods + r]);
+      for (int r = 0; r < kPeriods; ++r)
+        acc[g * kPeriods + r] = Lanes::Fma(t, xs[g * kPeriods + r][i], acc[g * kPeriods + r]);
     }
   }
 }
@@ -94,8 +95,8 @@ LMX_LANES_INLINE void RunLanes(const LanesPolyphaseBank& bank, const float* x, i
       const int n = static_cast<int>(hi - lo);
       // Two groups at once where both want the same super periods and their
       // chains fit.
-      const int groups = (2 * n <= Lanes::kChains && g + 1 < bank.groups && wanted(g + 1, r0, rEnd) == std::pair{lo, hi})
-                             ? 2 : 1;
+      const int groups =
+          (2 * n <= Lanes::kChains && g + 1 < bank.groups && wanted(g + 1, r0, rEnd) == std::pair{lo, hi}) ? 2 : 1;
       const float* taps = bank.taps + g * bank.vectors * kLanes;
       const float* xs[kBlock];
       for (int k = 0; k < groups; ++k)

@@ -79,8 +79,8 @@ VkpStatus vkpsResamplePolyphaseFixedGetSize_16s(int32_t inRate, int32_t outRate,
   return kVkpOk;
 }
 
-VkpStatus vkpsResamplePolyphaseFixedInit_16s(int32_t inRate, int32_t outRate, int32_t length, float rollf,
-                                             float alpha, uint8_t* state, VkpAlgHint) {
+VkpStatus vkpsResamplePolyphaseFixedInit_16s(int32_t inRate, int32_t outRate, int32_t length, float rollf, float alpha,
+                                             uint8_t* state, VkpAlgHint) {
   if (!state) return kVkpNullPointer;
   Ratio ratio{};
   VkpStatus sts = CheckParameters(inRate, outRate, length, &ratio);
@@ -92,10 +92,14 @@ VkpStatus vkpsResamplePolyphaseFixedInit_16s(int32_t inRate, int32_t outRate, in
   if (!holder) return kVkpNoMemory;
   const lmx::AudioKernelTable& kernels = lmx::ActiveAudioKernels();
   const bool lanes = kernels.polyphaseLanes && (*holder)->Lanes();
-  const ResamplerState header{kStateMagic,         length,
-                              ratio.phases,        ratio.step,
-                              holder,              kernels.innerProduct,
-                              kernels.polyphaseBlock, lanes ? kernels.polyphaseLanes : nullptr,
+  const ResamplerState header{kStateMagic,
+                              length,
+                              ratio.phases,
+                              ratio.step,
+                              holder,
+                              kernels.innerProduct,
+                              kernels.polyphaseBlock,
+                              lanes ? kernels.polyphaseLanes : nullptr,
                               kernels.pcm16ToFloat};
   std::memcpy(state, &header, sizeof(header));
   return kVkpOk;
@@ -166,8 +170,8 @@ VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16
         header->polyphaseLanes(*lanes, span, position - (first - half) * phases, static_cast<int32_t>(outputs), gain,
                                out + produced);
       } else {
-        header->polyphaseBlock(floatBank, span, position - (first - half) * phases, static_cast<int32_t>(outputs),
-                               gain, out + produced);
+        header->polyphaseBlock(floatBank, span, position - (first - half) * phases, static_cast<int32_t>(outputs), gain,
+                               out + produced);
       }
       produced += static_cast<int32_t>(outputs);
       position += outputs * step;
@@ -183,8 +187,7 @@ VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16
       out[produced++] = RoundAndSaturate(acc * gain);
     }
   }
-  *time = static_cast<double>(position / phases) +
-          static_cast<double>(position % phases) / static_cast<double>(phases);
+  *time = static_cast<double>(position / phases) + static_cast<double>(position % phases) / static_cast<double>(phases);
   *outLen = produced;
   return kVkpOk;
 }

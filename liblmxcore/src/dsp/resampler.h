@@ -61,13 +61,13 @@ enum VkpAlgHint : int32_t {
 using VkpStatus = int32_t;
 inline constexpr VkpStatus kVkpOk = 0;
 inline constexpr VkpStatus kVkpNullPointer = -1;
-inline constexpr VkpStatus kVkpBadRate = -2;       // a rate below 1
-inline constexpr VkpStatus kVkpBadLength = -3;     // length not a multiple of 8 in 8..512
+inline constexpr VkpStatus kVkpBadRate = -2;        // a rate below 1
+inline constexpr VkpStatus kVkpBadLength = -3;      // length not a multiple of 8 in 8..512
 inline constexpr VkpStatus kVkpTooManyPhases = -4;  // outRate/gcd above kResamplerMaxPhases
-inline constexpr VkpStatus kVkpBadRatio = -5;      // inRate above length/2 * outRate
-inline constexpr VkpStatus kVkpBadArgument = -6;   // bad time, bad window
-inline constexpr VkpStatus kVkpBadState = -7;      // state not set up
-inline constexpr VkpStatus kVkpNoMemory = -8;      // the bank could not be allocated
+inline constexpr VkpStatus kVkpBadRatio = -5;       // inRate above length/2 * outRate
+inline constexpr VkpStatus kVkpBadArgument = -6;    // bad time, bad window
+inline constexpr VkpStatus kVkpBadState = -7;       // state not set up
+inline constexpr VkpStatus kVkpNoMemory = -8;       // the bank could not be allocated
 
 inline constexpr int32_t kResamplerMaxPhases = 2048;
 
@@ -90,8 +90,8 @@ VkpStatus vkpsResamplePolyphaseFixedGetSize_16s(int32_t inRate, int32_t outRate,
 // Takes the filter's bank (designed on its first use in the process) into `state`
 // (at least the queried size; no alignment needed). A set-up state holds a
 // reference to the bank until vkpsResamplePolyphaseFixedRelease_16s.
-VkpStatus vkpsResamplePolyphaseFixedInit_16s(int32_t inRate, int32_t outRate, int32_t length, float rollf,
-                                             float alpha, uint8_t* state, VkpAlgHint hint);
+VkpStatus vkpsResamplePolyphaseFixedInit_16s(int32_t inRate, int32_t outRate, int32_t length, float rollf, float alpha,
+                                             uint8_t* state, VkpAlgHint hint);
 
 // Produces the outputs at times t, t + inRate/outRate, ... for every t below the
 // start time plus `count` (none when count is negative). Requires length/2 valid

@@ -45,7 +45,8 @@ Status BaseAudio::CopyAudio(LMXAudio* src) try {
   LMX_CHECK(dst_data.format, LMX_STATUS_PARAM_UNSUPPORTED);
   // The accesses end in reverse order: destination, then source.
   return CopyData(&src_info, &src_data, &dst_info, &dst_data);
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 // Copies src's dataSize samples into dst, converting by the formats of the two
 // descriptions. Samples never go past the destination's capacity: bufferSize

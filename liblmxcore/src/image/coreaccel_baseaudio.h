@@ -94,8 +94,8 @@ class AudioSysMem final : public BaseAudio {
   // allocated. The object is stored in `result` even when the status is negative
   // (the caller releases it); only a failed object allocation leaves it null
   // (LMX_STATUS_ALLOC_FAILED).
-  static Norvik::Lumetra::Status Create(const AudioInfo& info, int32_t format, const AudioData* adopt,
-                                        uint32_t options, AudioSysMem** result);
+  static Norvik::Lumetra::Status Create(const AudioInfo& info, int32_t format, const AudioData* adopt, uint32_t options,
+                                        AudioSysMem** result);
 
  private:
   uint8_t* block_ = nullptr;

@@ -59,9 +59,7 @@ int32_t BaseImage::QueryPlaneInfo(ImageInfo* info, int32_t options, PlaneInfo* p
   return lmx::QueryPlaneInfo(info, options, planes);
 }
 
-int32_t BaseImage::QueryPlaneInfo(ImageInfo* info, PlaneInfo* planes) {
-  return lmx::QueryPlaneInfo(info, 0, planes);
-}
+int32_t BaseImage::QueryPlaneInfo(ImageInfo* info, PlaneInfo* planes) { return lmx::QueryPlaneInfo(info, 0, planes); }
 
 Status BaseImage::SetInvalidateCallback(InvalidateCallback, void*) { return LMX_STATUS_FEATURE_UNSUPPORTED; }
 Status BaseImage::AttachObject(Base*) { return LMX_STATUS_FEATURE_UNSUPPORTED; }

@@ -109,9 +109,9 @@ class BaseImage : public Norvik::Lumetra::BaseImpl3<Norvik::Lumetra::Image, LMXI
   // caller's record has passed its checks.
   Status TransferCallerData(Access access, ImageData* data, int32_t options);
 
-  ImageInfo info{};      // description: size, format key, reserved word
-  int32_t options = 0;   // creation options, handed to every storage buffer
-  ImageData data{};      // the current planes (storage objects)
+  ImageInfo info{};     // description: size, format key, reserved word
+  int32_t options = 0;  // creation options, handed to every storage buffer
+  ImageData data{};     // the current planes (storage objects)
   int64_t timeStamp_ = 0;
   int64_t duration_ = 0;
 };

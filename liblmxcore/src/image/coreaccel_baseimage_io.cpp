@@ -80,7 +80,8 @@ Status CopyPlanesWithMode(const PlaneInfo& planes, int32_t count, const ImageDat
       srcRow += static_cast<ptrdiff_t>(height - 1) * srcPitch;
       srcPitch = -srcPitch;
     }
-    const Status sts = CopyPlaneInMode(mode, format, srcRow, srcPitch, dst.planes[c], dst.pitches[c], width, height, bpp);
+    const Status sts =
+        CopyPlaneInMode(mode, format, srcRow, srcPitch, dst.planes[c], dst.pitches[c], width, height, bpp);
     if (sts < 0) return sts;
   }
   return LMX_STATUS_NO_ERROR;
@@ -106,12 +107,14 @@ Status CheckCallerData(const ImageData* data) {
 Status BaseImage::ExportData(ImageData* data, int32_t options) try {
   LMX_CHECK_CALL(CheckCallerData(data));
   return TransferCallerData(ACCESS_READ, data, options);
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 Status BaseImage::ImportData(ImageData* data, int32_t options) try {
   LMX_CHECK_CALL(CheckCallerData(data));
   return TransferCallerData(ACCESS_WRITE, data, options);
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 // Acquires this image in the caller's format (reading converts, writing does not)
 // and copies between its planes and the caller's in the direction of the access.
@@ -160,6 +163,7 @@ Status BaseImage::CopyImage(Image* src) try {
   }
   src->ReleaseAccess(&from);
   return sts;
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 }  // namespace lmx

@@ -77,9 +77,9 @@ Status RotatePlanes(const Image::ImageInfo* src_info, const Image::ImageData* sr
   for (int c = 0; c < num_planes; ++c) {
     const LMXImageService::PlaneInfo::Plane& plane = layout.plane[c];
     LMX_CHECK(IsSize32(plane.width) && IsSize32(plane.height), LMX_STATUS_PARAM_UNSUPPORTED);
-    const Status sts = RotatePlane(src->planes[c], src->pitches[c], dst->planes[c], dst->pitches[c],
-                                   static_cast<int32_t>(plane.width), static_cast<int32_t>(plane.height),
-                                   static_cast<int32_t>(plane.bytesPerPixel), degrees);
+    const Status sts =
+        RotatePlane(src->planes[c], src->pitches[c], dst->planes[c], dst->pitches[c], static_cast<int32_t>(plane.width),
+                    static_cast<int32_t>(plane.height), static_cast<int32_t>(plane.bytesPerPixel), degrees);
     if (sts < 0) return sts;
   }
   return LMX_STATUS_NO_ERROR;
@@ -301,9 +301,9 @@ Status ConvertImageBuffer(const Image::ImageInfo* src_info, const Image::ImageDa
   // (over 2 GiB, or negative sizes) are refused before any routing.
   if (handOff) {
     // The provider receives the caller's own records, as it would from the image.
-    const Status offered = handOff->Offer(const_cast<Image::ImageInfo*>(src_info), const_cast<Image::ImageData*>(src),
-                                          const_cast<Image::ImageInfo*>(dst_info), const_cast<Image::ImageData*>(dst),
-                                          interm);
+    const Status offered =
+        handOff->Offer(const_cast<Image::ImageInfo*>(src_info), const_cast<Image::ImageData*>(src),
+                       const_cast<Image::ImageInfo*>(dst_info), const_cast<Image::ImageData*>(dst), interm);
     if (offered >= 0) return offered;
   }
   LMX_CHECK(PlanesFitInt32(*src_info) && PlanesFitInt32(*dst_info), LMX_STATUS_PARAM_UNSUPPORTED);
@@ -315,10 +315,10 @@ Status ConvertImageBuffer(const Image::ImageInfo* src_info, const Image::ImageDa
 
   if (src_angle == 0 && dst_angle == 0) {
     if (src_format != dst_format) {
-      return ConvertFormats(src_format, dst_format,
-                            {src->planes[0], src->pitches[0], src->planes[1], src->pitches[1], dst->planes[0],
-                             dst->pitches[0], dst->planes[1], dst->pitches[1], src_info->width, src_info->height,
-                             depth, interm});
+      return ConvertFormats(
+          src_format, dst_format,
+          {src->planes[0], src->pitches[0], src->planes[1], src->pitches[1], dst->planes[0], dst->pitches[0],
+           dst->planes[1], dst->pitches[1], src_info->width, src_info->height, depth, interm});
     }
     if (SamePlanes(*src, *dst)) return LMX_STATUS_NO_ERROR;
     return CopyPlanes(src_info, src, dst);

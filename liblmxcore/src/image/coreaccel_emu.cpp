@@ -78,8 +78,8 @@ Status ImageSysMem::AllocateImage(ImageInfo* info, ImageData* data, LMXCustomIma
     // must fit the signed 32-bit sizes of the description; anything else fails
     // like an allocation that returned nothing.
     const int32_t height = static_cast<int32_t>(plane.height);
-    const Checked pitch = CheckedAlignUp(CheckedMul(static_cast<int32_t>(plane.width), plane.bytesPerPixel),
-                                         kRowAlignment);
+    const Checked pitch =
+        CheckedAlignUp(CheckedMul(static_cast<int32_t>(plane.width), plane.bytesPerPixel), kRowAlignment);
     const Checked size = CheckedMul(pitch, height);
     const bool fits = height >= 0 && IsSize32(pitch) && IsSize32(size);
     uint8_t* block = nullptr;
@@ -138,12 +138,12 @@ Status ImageSysMem::DetachPlane(uint8_t* plane) {
   return LMX_STATUS_NO_ERROR;
 }
 
-Status CreateImageSysMem(const ImageInfo& info, int32_t key, const ImageData* adopt, int32_t options,
-                         Base* provider, BaseImage** result) {
+Status CreateImageSysMem(const ImageInfo& info, int32_t key, const ImageData* adopt, int32_t options, Base* provider,
+                         BaseImage** result) {
   LMX_CHECK(result, LMX_STATUS_HANDLE_INVALID);
   *result = nullptr;
-  auto* custom = provider ? static_cast<LMXCustomImageFormat*>(provider->QueryInstance(LMXCustomImageFormat::kIid))
-                          : nullptr;
+  auto* custom =
+      provider ? static_cast<LMXCustomImageFormat*>(provider->QueryInstance(LMXCustomImageFormat::kIid)) : nullptr;
   auto* storage = new (std::nothrow) ImageSysMem(info, key, options);
   if (!storage) return LMX_STATUS_ALLOC_FAILED;
   Status sts = LMX_STATUS_NO_ERROR;

@@ -43,7 +43,7 @@ class ImageSysMem final : public BaseImage {
 // LMXCustomImageFormat for formats without a built-in layout. *result receives the
 // object even when allocation fails (the caller releases it); it is null only when
 // the object itself cannot be had (LMX_STATUS_ALLOC_FAILED).
-Norvik::Lumetra::Status CreateImageSysMem(const ImageInfo& info, int32_t key, const ImageData* adopt,
-                                          int32_t options, Norvik::Lumetra::Base* provider, BaseImage** result);
+Norvik::Lumetra::Status CreateImageSysMem(const ImageInfo& info, int32_t key, const ImageData* adopt, int32_t options,
+                                          Norvik::Lumetra::Base* provider, BaseImage** result);
 
 }  // namespace lmx

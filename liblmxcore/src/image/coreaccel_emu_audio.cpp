@@ -43,7 +43,8 @@ Status AudioSysMem::AllocateBuffer(AudioInfo* info, AudioData* data) {
   *data = AudioData{};
   const Checked bytes = CheckedMul(info->bufferSize, SampleBytes(info->format));
   uint8_t* alloc_buffer = nullptr;
-  if (IsSize32(bytes)) alloc_buffer = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(std::max<int64_t>(*bytes, 1))));
+  if (IsSize32(bytes))
+    alloc_buffer = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(std::max<int64_t>(*bytes, 1))));
   LMX_CHECK(alloc_buffer, LMX_STATUS_ALLOC_FAILED);
   std::free(block_);
   block_ = alloc_buffer;

@@ -48,12 +48,14 @@ class AllocatorImpl final : public LMXAddRefImpl<LMXBaseImpl<LMXAllocator, LMXAl
   Status CreateImage(ImageInfo* info, int32_t options, ImageData* data, Image** buffer) override try {
     LMX_TRACE("CreateImage");
     return CreateObject<ImageObject>(info, options, data, buffer);
-  } LMX_EDGE_CATCH
+  }
+  LMX_EDGE_CATCH
 
   Status CreateAudio(AudioInfo* info, int32_t options, AudioData* data, Speech::Audio** buffer) override try {
     LMX_TRACE("CreateAudio");
     return CreateObject<AudioObject>(info, options, data, buffer);
-  } LMX_EDGE_CATCH
+  }
+  LMX_EDGE_CATCH
 
   // LMXAllocatorOptions: the plane cache's bound and the band pool's thread limit.
   Status SetOption(int32_t option, int64_t value) override {
@@ -102,6 +104,7 @@ Norvik::Lumetra::Status CreateAllocator(Norvik::Lumetra::Session* session, LMXSc
   LMX_CHECK(allocator, LMX_STATUS_ALLOC_FAILED);
   *result = static_cast<LMXAllocator*>(allocator);
   return LMX_STATUS_NO_ERROR;
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 }  // namespace lmx

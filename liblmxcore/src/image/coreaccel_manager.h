@@ -11,7 +11,8 @@ namespace lmx {
 // The export table's allocator factory. Like every factory of the table, arguments 2
 // to 5 are ignored and the new object's primary interface goes to the last one.
 Norvik::Lumetra::Status CreateAllocator(Norvik::Lumetra::Session* session, LMXSchedulerService* scheduler,
-    Norvik::Lumetra::Service::Accelerator* accelerator, Norvik::Lumetra::Service::DLLExportTable* entry,
-    int32_t iid, Norvik::Lumetra::Base** result);
+                                        Norvik::Lumetra::Service::Accelerator* accelerator,
+                                        Norvik::Lumetra::Service::DLLExportTable* entry, int32_t iid,
+                                        Norvik::Lumetra::Base** result);
 
 }  // namespace lmx

@@ -122,7 +122,8 @@ Status MultiBuffer<BASE, INFO, DATA>::AcquireAccess(Access access, Format format
     const int32_t key = FormatKey(plain, angle);
     return AcquireAccessMulti(access, nullptr, key, data);
   }
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::AcquireAccessMulti(Access access, void* accelerator, int32_t key, DATA* data) {
@@ -146,8 +147,7 @@ Status MultiBuffer<BASE, INFO, DATA>::AcquireAccessMulti(Access access, void* ac
 
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void* /*accelerator*/, int32_t key,
-                                                            DATA* data, bool bAllocationAllowed,
-                                                            Format* interm) {
+                                                            DATA* data, bool bAllocationAllowed, Format* interm) {
   LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "MultiBuffer::InternalAcquireAccess");
   LMX_CHECK(access == BASE::ACCESS_WRITE || access == BASE::ACCESS_READ || access == BASE::ACCESS_READ_WRITE,
             LMX_STATUS_PARAM_UNSUPPORTED);
@@ -173,8 +173,7 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
 
   NativeBuffer* native = nullptr;
   Status sts = LMX_STATUS_NO_ERROR;
-  if (LMX_CALL_FAILED(sts, GetBuffer(&this->info, format, 0, this->options, bAllocationAllowed, &native)))
-    return sts;
+  if (LMX_CALL_FAILED(sts, GetBuffer(&this->info, format, 0, this->options, bAllocationAllowed, &native))) return sts;
 
   if ((access & BASE::ACCESS_READ) && !native->valid) {
     LMX_CHECK(bAllocationAllowed, LMX_STATUS_ITEM_UNAVAILABLE);
@@ -309,7 +308,8 @@ Status MultiBuffer<BASE, INFO, DATA>::ReleaseAccess(DATA* data) try {
   // Outside the lock: this may be the last reference, which destroys the lock too.
   Release();
   return sts;
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::AcquireNativeAccess(Access access, int32_t /*option*/, DATA* data) try {
@@ -318,7 +318,8 @@ Status MultiBuffer<BASE, INFO, DATA>::AcquireNativeAccess(Access access, int32_t
   NativeBuffer* native = nullptr;
   LMX_CHECK_CALL(GetBuffer(&this->info, this->info.format, 0, this->options, true, &native));
   return native->buffer->AcquireNativeAccess(access, 0, data);
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::ReInitImpl(INFO* info, DATA* data, int32_t options) try {
@@ -336,7 +337,8 @@ Status MultiBuffer<BASE, INFO, DATA>::ReInitImpl(INFO* info, DATA* data, int32_t
     LMX_CHECK_CALL(GetBuffer(&this->info, this->info.format, data, this->options, true, &native));
   }
   return LMX_STATUS_NO_ERROR;
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 template <class BASE, class INFO, class DATA>
 bool MultiBuffer<BASE, INFO, DATA>::TakeNotifyOption(int32_t options) {
@@ -360,7 +362,8 @@ Status MultiBuffer<BASE, INFO, DATA>::KeepAttachedObject(Base* object) try {
   std::lock_guard guard(lock);
   attached.push_back(object);
   return LMX_STATUS_NO_ERROR;
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::InvalidateData() try {
@@ -376,7 +379,8 @@ Status MultiBuffer<BASE, INFO, DATA>::InvalidateData() try {
   for (Base* object : objects)
     if (object) object->Release();
   return LMX_STATUS_NO_ERROR;
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 template <class BASE, class INFO, class DATA>
 size_t MultiBuffer<BASE, INFO, DATA>::BufferCount() {

@@ -111,8 +111,7 @@ class MultiBufferFace<BaseImage, OBJECT> : public BaseImage {
     if (Self().TakeNotifyOption(options)) return Norvik::Lumetra::LMX_STATUS_NO_ERROR;
     return BaseImage::SetOptionsImpl(options);
   }
-  Norvik::Lumetra::Status SetInvalidateCallback(LMXImageService::InvalidateCallback callback,
-                                                void* argument) override {
+  Norvik::Lumetra::Status SetInvalidateCallback(LMXImageService::InvalidateCallback callback, void* argument) override {
     return Self().KeepInvalidateCallback(callback, argument);
   }
   Norvik::Lumetra::Status AttachObject(Norvik::Lumetra::Base* object) override {

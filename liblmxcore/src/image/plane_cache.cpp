@@ -179,7 +179,7 @@ void PlaneCache::Free(void* block, size_t size) {
     } else {
       n = EvictLocked(limit - cls, now, evicted, kSlots);
       if (count_ == kSlots) n += EvictLocked(cached_ - 1, now, evicted + n, 1);  // the oldest
-      LMX_POISON(block, cls);  // before another thread can take it
+      LMX_POISON(block, cls);                                                    // before another thread can take it
       entries_[count_++] = {block, cls, now};
       cached_ += cls;
     }

@@ -86,8 +86,8 @@ class PlaneCache {
   Entry entries_[kSlots] = {};
   int count_ = 0;
   size_t cached_ = 0;
-  size_t inUse_ = 0;                  // class bytes handed out and not returned
-  size_t peak_[2] = {0, 0};           // peak in use this window and the last one
+  size_t inUse_ = 0;         // class bytes handed out and not returned
+  size_t peak_[2] = {0, 0};  // peak in use this window and the last one
   int64_t windowStartMs_ = 0;
   int64_t setting_ = kAutomatic;
   bool closed_ = false;

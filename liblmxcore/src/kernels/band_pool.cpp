@@ -148,8 +148,7 @@ int32_t DefaultLimit() {
       wchar_t* end = nullptr;
       const long threads = std::wcstol(text->c_str(), &end, 10);
       if (!text->empty() && *end == L'\0' && threads > 0) return Clamp(threads);
-      LMX_LOG(Norvik::Lumetra::LOG_LEVEL_WARN,
-              L"LMX_THREADS=\"" << *text << L"\" is not a positive number; ignored");
+      LMX_LOG(Norvik::Lumetra::LOG_LEVEL_WARN, L"LMX_THREADS=\"" << *text << L"\" is not a positive number; ignored");
     }
     return Clamp(std::max<long>(platform::LogicalProcessorCount(), 1));
   }();
@@ -172,8 +171,7 @@ void Finish(Slot& slot, uint32_t generation) {
   }
   while (Live(word) == running) {
     if (!(word & kWaiter)) {
-      if (!slot.word.compare_exchange_weak(word, word | kWaiter, std::memory_order_acquire,
-                                           std::memory_order_acquire))
+      if (!slot.word.compare_exchange_weak(word, word | kWaiter, std::memory_order_acquire, std::memory_order_acquire))
         continue;
       word |= kWaiter;
     }

@@ -19,13 +19,11 @@ Status Y8ToNV12(const uint8_t* src, int32_t src_pitch, uint8_t* dst_y, int32_t d
   return LMX_STATUS_NO_ERROR;
 }
 
-Status Y8ToY16(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-               int32_t height) {
+Status Y8ToY16(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height) {
   return RunRows(src, src_pitch, dst, dst_pitch, width, height, 2, ActiveRowKernels().y8_to_y16);
 }
 
-Status Y16ToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-               int32_t height) {
+Status Y16ToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height) {
   return RunRows(src, src_pitch, dst, dst_pitch, width, height, 2, ActiveRowKernels().y16_to_y8);
 }
 
@@ -34,8 +32,8 @@ Status Y16ToBGRA(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t ds
   return RunRows(src, src_pitch, dst, dst_pitch, width, height, 4, ActiveRowKernels().y16_to_bgra);
 }
 
-Status DepthShift(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-                  int32_t height, int32_t shift) {
+Status DepthShift(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height,
+                  int32_t shift) {
   return RunRows(src, src_pitch, dst, dst_pitch, width, height, 2, ActiveRowKernels().depth_shift, shift);
 }
 

@@ -11,12 +11,18 @@ namespace {
 
 RowFn MirrorRowFor(const RowKernels& k, int32_t bpp) {
   switch (bpp) {
-    case 1: return k.mirror1;
-    case 2: return k.mirror2;
-    case 3: return k.mirror3;
-    case 4: return k.mirror4;
-    case 8: return k.mirror8;
-    default: return nullptr;
+    case 1:
+      return k.mirror1;
+    case 2:
+      return k.mirror2;
+    case 3:
+      return k.mirror3;
+    case 4:
+      return k.mirror4;
+    case 8:
+      return k.mirror8;
+    default:
+      return nullptr;
   }
 }
 

@@ -12,8 +12,7 @@ Status BGRAToRGBA(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t d
   return RunRows(src, src_pitch, dst, dst_pitch, width, height, 4, ActiveRowKernels().swap_rb4);
 }
 
-Status BGRToRGB(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-                int32_t height) {
+Status BGRToRGB(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height) {
   return RunRows(src, src_pitch, dst, dst_pitch, width, height, 3, ActiveRowKernels().swap_rb3);
 }
 
@@ -44,28 +43,23 @@ Status ReorderChannels(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int3
   return LMX_STATUS_PARAM_UNSUPPORTED;
 }
 
-Status BGRAToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-                int32_t height) {
+Status BGRAToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height) {
   return RunRows(src, src_pitch, dst, dst_pitch, width, height, 4, ActiveRowKernels().bgra_to_y8);
 }
 
-Status RGBAToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-                int32_t height) {
+Status RGBAToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height) {
   return RunRows(src, src_pitch, dst, dst_pitch, width, height, 4, ActiveRowKernels().rgba_to_y8);
 }
 
-Status BGRToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-               int32_t height) {
+Status BGRToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height) {
   return RunRows(src, src_pitch, dst, dst_pitch, width, height, 3, ActiveRowKernels().bgr_to_y8);
 }
 
-Status RGBToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-               int32_t height) {
+Status RGBToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height) {
   return RunRows(src, src_pitch, dst, dst_pitch, width, height, 3, ActiveRowKernels().rgb_to_y8);
 }
 
-Status Y8ToBGR(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-               int32_t height) {
+Status Y8ToBGR(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height) {
   return RunRows(src, src_pitch, dst, dst_pitch, width, height, 3, ActiveRowKernels().y8_to_bgr);
 }
 

@@ -23,8 +23,8 @@ using TwoRowsFn = void (*)(const uint8_t* src0, const uint8_t* src1, uint8_t* ds
 using ShiftRowFn = void (*)(const uint8_t* src, uint8_t* dst, int width, int shift);
 using ScaleRowFn = void (*)(const uint8_t* src, uint8_t* dst, int width, float scale);
 using SetRowFn = void (*)(uint8_t* dst, uint8_t value, int count);
-using RotatePlaneFn = void (*)(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch,
-                               int width, int height, int bpp);
+using RotatePlaneFn = void (*)(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
+                               int height, int bpp);
 
 struct RowKernels {
   // Luma-chroma.
@@ -33,16 +33,16 @@ struct RowKernels {
   RowFn yuy2_to_bgr;
   RowFn yuy2_to_rgb;
   RowFn yuy2_to_y8;
-  TwoRowsFn yuy2_to_uv;   // two YUY2 rows -> one averaged UV row
-  TwoRowsFn nv12_to_yuy2; // luma row + chroma row -> YUY2 row
+  TwoRowsFn yuy2_to_uv;    // two YUY2 rows -> one averaged UV row
+  TwoRowsFn nv12_to_yuy2;  // luma row + chroma row -> YUY2 row
   RowFn bgra_to_yuy2;
   RowFn rgba_to_yuy2;
   RowFn bgr_to_yuy2;
   RowFn rgb_to_yuy2;
   // Channel reorders (each also serves its mirror-image pair, see row.h).
-  RowFn swap_rb4;    // BGRA<->RGBA
-  RowFn swap_rb3;    // BGR<->RGB
-  RowFn drop_alpha;  // BGRA->BGR, RGBA->RGB
+  RowFn swap_rb4;         // BGRA<->RGBA
+  RowFn swap_rb3;         // BGR<->RGB
+  RowFn drop_alpha;       // BGRA->BGR, RGBA->RGB
   RowFn drop_alpha_swap;  // BGRA->RGB, RGBA->BGR
   RowFn add_alpha;        // BGR->BGRA, RGB->RGBA
   RowFn add_alpha_swap;   // BGR->RGBA, RGB->BGRA

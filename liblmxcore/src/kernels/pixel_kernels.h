@@ -94,17 +94,12 @@ Status BGRToRGBA(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t ds
 Status ReorderChannels(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
                        int32_t height, int32_t channels);
 // Weighted grey (weights and rounding in row.h).
-Status BGRAToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-                int32_t height);
-Status RGBAToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-                int32_t height);
-Status BGRToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-               int32_t height);
-Status RGBToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-               int32_t height);
+Status BGRAToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height);
+Status RGBAToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height);
+Status BGRToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height);
+Status RGBToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height);
 // Grey replicated into three channels (BGR or RGB).
-Status Y8ToBGR(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-               int32_t height);
+Status Y8ToBGR(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height);
 
 // --- Grey 16-bit and depth (convert_depth.cpp) ------------------------------------
 
@@ -112,18 +107,15 @@ Status Y8ToBGR(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_
 Status Y8ToNV12(const uint8_t* src, int32_t src_pitch, uint8_t* dst_y, int32_t dst_y_pitch, uint8_t* dst_uv,
                 int32_t dst_uv_pitch, int32_t width, int32_t height);
 // v * 257 (so narrowing returns v).
-Status Y8ToY16(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-               int32_t height);
+Status Y8ToY16(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height);
 // v >> 8.
-Status Y16ToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-               int32_t height);
+Status Y16ToY8(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height);
 // 16-bit grey or depth to four-channel grey: v >> 8 in each colour byte, alpha
 // 255 (the whole 16-bit range maps linearly onto 0..255; BGRA and RGBA alike).
-Status Y16ToBGRA(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-                 int32_t height);
+Status Y16ToBGRA(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height);
 // Depth shifted left by `shift` (saturating) when positive, right when negative.
-Status DepthShift(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
-                  int32_t height, int32_t shift);
+Status DepthShift(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width, int32_t height,
+                  int32_t shift);
 // 16-bit depth to float: v * scale.
 Status DepthToFloat(const uint8_t* src, int32_t src_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
                     int32_t height, float scale);

@@ -113,9 +113,9 @@ void MirrorYUY2Row_C(const uint8_t* src_yuy2, uint8_t* dst_yuy2, int width);
 // Rotates a plane of `width` x `height` pixels of `bpp` bytes (1, 2, 3, 4 or 8)
 // clockwise by 90 or 270 degrees into a plane of `height` x `width` pixels.
 // Plane-level because a rotation reads columns; pitches may be negative.
-void RotatePlane90_C(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
-                     int height, int bpp);
-void RotatePlane270_C(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
-                      int height, int bpp);
+void RotatePlane90_C(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width, int height,
+                     int bpp);
+void RotatePlane270_C(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width, int height,
+                      int bpp);
 
 }  // namespace lmx

@@ -69,7 +69,8 @@ void AnyMirror(const uint8_t* src, uint8_t* dst, int width) {
   uint8_t out[kBlock * kBpp];
   std::memcpy(in, src, static_cast<size_t>(rest) * kBpp);
   kBody(in, out, kBlock);
-  std::memcpy(dst + static_cast<ptrdiff_t>(whole) * kBpp, out + (kBlock - rest) * kBpp, static_cast<size_t>(rest) * kBpp);
+  std::memcpy(dst + static_cast<ptrdiff_t>(whole) * kBpp, out + (kBlock - rest) * kBpp,
+              static_cast<size_t>(rest) * kBpp);
 }
 
 // YUY2 decoders: pixel pairs through AnyRow; a lone last pixel (which takes the
@@ -90,7 +91,8 @@ template <auto kBody, auto kScalar, int kBlock, int kSrcBpp>
 void AnyYUY2Encode(const uint8_t* src, uint8_t* dst, int width) {
   const int pairs_width = width & ~1;
   AnyRow<kBody, kBlock, kSrcBpp, 2>(src, dst, pairs_width);
-  if (width & 1) kScalar(src + kSrcBpp * static_cast<ptrdiff_t>(pairs_width), dst + 2 * static_cast<ptrdiff_t>(pairs_width), 1);
+  if (width & 1)
+    kScalar(src + kSrcBpp * static_cast<ptrdiff_t>(pairs_width), dst + 2 * static_cast<ptrdiff_t>(pairs_width), 1);
 }
 
 }  // namespace

@@ -18,14 +18,14 @@ inline void Store(void* p, __m256i v) { _mm256_storeu_si256(static_cast<__m256i*
 inline __m128i Load128(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
 
 inline __m256i Pair16(int16_t low, int16_t high) {
-  return _mm256_set1_epi32(static_cast<int32_t>((static_cast<uint32_t>(static_cast<uint16_t>(high)) << 16) |
-                                                static_cast<uint16_t>(low)));
+  return _mm256_set1_epi32(
+      static_cast<int32_t>((static_cast<uint32_t>(static_cast<uint16_t>(high)) << 16) | static_cast<uint16_t>(low)));
 }
 
 // Byte shuffle mask giving U V V 0 in every 32-bit lane of YUY2 dwords.
 inline __m256i UVVMask256() {
   return _mm256_setr_epi8(1, 3, 3, -128, 5, 7, 7, -128, 9, 11, 11, -128, 13, 15, 15, -128,  //
-                         1, 3, 3, -128, 5, 7, 7, -128, 9, 11, 11, -128, 13, 15, 15, -128);
+                          1, 3, 3, -128, 5, 7, 7, -128, 9, 11, 11, -128, 13, 15, 15, -128);
 }
 
 // --- YUY2 to colour ----------------------------------------------------------------
@@ -61,21 +61,19 @@ inline void DecodeYUY2x16(const uint8_t* src, __m256i alpha16, __m256i* px_lo, _
   const __m256i luma0 = _mm256_madd_epi16(y4, Pair16(19071, 0));
   const __m256i luma1 = _mm256_madd_epi16(y4, Pair16(0, 19071));
   const __m256i uv_scaled = _mm256_maddubs_epi16(yuy2, _mm256_set1_epi32(0x0F000600));  // 6 U | 15 V << 16
-  const __m256i red =
-      _mm256_add_epi32(_mm256_madd_epi16(uv_scaled, Pair16(0, 6973)), _mm256_set1_epi32(kRedOffset));
-  const __m256i blue =
-      _mm256_add_epi32(_mm256_madd_epi16(uv_scaled, Pair16(22031, 0)), _mm256_set1_epi32(kBlueOffset));
+  const __m256i red = _mm256_add_epi32(_mm256_madd_epi16(uv_scaled, Pair16(0, 6973)), _mm256_set1_epi32(kRedOffset));
+  const __m256i blue = _mm256_add_epi32(_mm256_madd_epi16(uv_scaled, Pair16(22031, 0)), _mm256_set1_epi32(kBlueOffset));
   const __m256i uv_v =  // U + V | V << 16
       _mm256_maddubs_epi16(_mm256_shuffle_epi8(yuy2, UVVMask256()), _mm256_set1_epi32(0x00010101));
   const __m256i green =
       _mm256_add_epi32(_mm256_madd_epi16(uv_v, Pair16(-25690, -27591)), _mm256_set1_epi32(kGreenOffset));
 
-  const __m256i r16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, red), 16),
-                                         _mm256_add_epi32(luma1, red), 0xAA);
-  const __m256i g16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, green), 16),
-                                         _mm256_add_epi32(luma1, green), 0xAA);
-  const __m256i b16 = _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, blue), 16),
-                                         _mm256_add_epi32(luma1, blue), 0xAA);
+  const __m256i r16 =
+      _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, red), 16), _mm256_add_epi32(luma1, red), 0xAA);
+  const __m256i g16 =
+      _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, green), 16), _mm256_add_epi32(luma1, green), 0xAA);
+  const __m256i b16 =
+      _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(luma0, blue), 16), _mm256_add_epi32(luma1, blue), 0xAA);
 
   // Per lane: bytes 0-7 first channel, 8-15 third; green and alpha likewise.
   const __m256i first_third = kRgba ? _mm256_packus_epi16(r16, b16) : _mm256_packus_epi16(b16, r16);
@@ -157,16 +155,14 @@ inline __m256i EncodeYUY2Words8(__m256i c02, __m256i g128) {
   const __m256i luma = _mm256_add_epi32(_mm256_madd_epi16(c02, luma_c02), _mm256_madd_epi16(g128, Pair16(129, 33)));
   const __m256i c02_sums = _mm256_add_epi16(c02, _mm256_shuffle_epi32(c02, 0xB1));
   const __m256i g_sums = _mm256_add_epi16(g128, _mm256_shuffle_epi32(g128, 0xB1));
-  const __m256i chroma = _mm256_add_epi32(_mm256_madd_epi16(c02_sums, chroma_c02),
-                                          _mm256_madd_epi16(g_sums, Quad16(-74, 257, -94, 257)));
+  const __m256i chroma =
+      _mm256_add_epi32(_mm256_madd_epi16(c02_sums, chroma_c02), _mm256_madd_epi16(g_sums, Quad16(-74, 257, -94, 257)));
   return _mm256_blend_epi16(_mm256_srli_epi32(luma, 8), _mm256_slli_epi32(chroma, 7), 0xAA);
 }
 
 // The YUY2 words of pixels 0-7 (`a`) and 8-15 (`b`) to bytes in order: the pack
 // works per lane, one qword permute puts the lanes' halves in order.
-inline __m256i PackYUY2x16(__m256i a, __m256i b) {
-  return _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8);
-}
+inline __m256i PackYUY2x16(__m256i a, __m256i b) { return _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8); }
 
 // 16 pixels per block (64 source bytes, 32 destination bytes). The green byte
 // goes to the bottom of each 32-bit lane, the constant 128 is or-ed in above it.
@@ -339,8 +335,7 @@ inline __m256i LoadGreyGroup(const uint8_t* p) {
   } else {
     const __m256i spread = _mm256_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1,  //
                                             4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1);
-    return _mm256_shuffle_epi8(_mm256_inserti128_si256(_mm256_castsi128_si256(Load128(p)), Load128(p + 8), 1),
-                               spread);
+    return _mm256_shuffle_epi8(_mm256_inserti128_si256(_mm256_castsi128_si256(Load128(p)), Load128(p + 8), 1), spread);
   }
 }
 
@@ -402,8 +397,12 @@ void RGBToYUY2Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
 void BGRAToRGBARow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
   AnyRow<BGRAToRGBARow_AVX2, 8, 4, 4>(src, dst, width);
 }
-void Y8ToY16Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) { AnyRow<Y8ToY16Row_AVX2, 32, 1, 2>(src, dst, width); }
-void Y16ToY8Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) { AnyRow<Y16ToY8Row_AVX2, 32, 2, 1>(src, dst, width); }
+void Y8ToY16Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<Y8ToY16Row_AVX2, 32, 1, 2>(src, dst, width);
+}
+void Y16ToY8Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
+  AnyRow<Y16ToY8Row_AVX2, 32, 2, 1>(src, dst, width);
+}
 void DepthShiftRow_Any_AVX2(const uint8_t* src, uint8_t* dst, int width, int shift) {
   AnyRow<DepthShiftRow_AVX2, 16, 2, 2, int>(src, dst, width, shift);
 }

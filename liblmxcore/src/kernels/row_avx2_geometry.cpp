@@ -191,8 +191,7 @@ template <int kBpp>
 constexpr int kTallBandBytes = kBpp == 1 ? 64 : 32;
 
 template <int kBpp>
-void TransposePlane(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
-                    int height) {
+void TransposePlane(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width, int height) {
   TransposeBlockedTall<TransposeTallTile<kBpp>, TransposeSquareTile<kBpp>, 16 / kBpp, kBpp, kTallBandBytes<kBpp>>(
       src, src_pitch, dst, dst_pitch, width, height);
 }
@@ -211,8 +210,7 @@ void TransposeTile3(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdi
   __m256i r[8], t[8];
   for (int i = 0; i < 8; ++i) {
     const uint8_t* s = src + i * src_pitch;
-    r[i] = _mm256_shuffle_epi8(
-        _mm256_inserti128_si256(_mm256_castsi128_si256(Load128(s)), Load128(s + 8), 1), widen);
+    r[i] = _mm256_shuffle_epi8(_mm256_inserti128_si256(_mm256_castsi128_si256(Load128(s)), Load128(s + 8), 1), widen);
   }
   // Two rounds leave, for rows 0-3 and again for rows 4-7, column j in the low
   // lane and column j + 4 in the high lane; lane permutes join the two halves.
@@ -281,23 +279,35 @@ void MirrorYUY2Row_Any_AVX2(const uint8_t* src, uint8_t* dst, int width) {
 void RotatePlane90_AVX2(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
                         int height, int bpp) {
   switch (bpp) {
-    case 1: return Rotate90ByTranspose<TransposePlane<1>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 2: return Rotate90ByTranspose<TransposePlane<2>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 3: return Rotate90ByTranspose<TransposePlane3>(src, src_pitch, dst, dst_pitch, width, height);
-    case 4: return Rotate90ByTranspose<TransposePlane<4>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 8: return Rotate90ByTranspose<TransposePlane<8>>(src, src_pitch, dst, dst_pitch, width, height);
-    default: return RotatePlane90_C(src, src_pitch, dst, dst_pitch, width, height, bpp);
+    case 1:
+      return Rotate90ByTranspose<TransposePlane<1>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 2:
+      return Rotate90ByTranspose<TransposePlane<2>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 3:
+      return Rotate90ByTranspose<TransposePlane3>(src, src_pitch, dst, dst_pitch, width, height);
+    case 4:
+      return Rotate90ByTranspose<TransposePlane<4>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 8:
+      return Rotate90ByTranspose<TransposePlane<8>>(src, src_pitch, dst, dst_pitch, width, height);
+    default:
+      return RotatePlane90_C(src, src_pitch, dst, dst_pitch, width, height, bpp);
   }
 }
 void RotatePlane270_AVX2(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
                          int height, int bpp) {
   switch (bpp) {
-    case 1: return Rotate270ByTranspose<TransposePlane<1>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 2: return Rotate270ByTranspose<TransposePlane<2>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 3: return Rotate270ByTranspose<TransposePlane3>(src, src_pitch, dst, dst_pitch, width, height);
-    case 4: return Rotate270ByTranspose<TransposePlane<4>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 8: return Rotate270ByTranspose<TransposePlane<8>>(src, src_pitch, dst, dst_pitch, width, height);
-    default: return RotatePlane270_C(src, src_pitch, dst, dst_pitch, width, height, bpp);
+    case 1:
+      return Rotate270ByTranspose<TransposePlane<1>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 2:
+      return Rotate270ByTranspose<TransposePlane<2>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 3:
+      return Rotate270ByTranspose<TransposePlane3>(src, src_pitch, dst, dst_pitch, width, height);
+    case 4:
+      return Rotate270ByTranspose<TransposePlane<4>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 8:
+      return Rotate270ByTranspose<TransposePlane<8>>(src, src_pitch, dst, dst_pitch, width, height);
+    default:
+      return RotatePlane270_C(src, src_pitch, dst, dst_pitch, width, height, bpp);
   }
 }
 

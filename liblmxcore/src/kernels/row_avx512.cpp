@@ -49,13 +49,8 @@ void YUY2ToThreeChannelRow(const uint8_t* src, uint8_t* dst, int width) {
   }
 }
 
-void YUY2ToBGRRow_AVX512(const uint8_t* src, uint8_t* dst, int width) {
-  YUY2ToThreeChannelRow<false>(src, dst, width);
-}
-void YUY2ToRGBRow_AVX512(const uint8_t* src, uint8_t* dst, int width) {
-  YUY2ToThreeChannelRow<true>(src, dst, width);
-}
-
+void YUY2ToBGRRow_AVX512(const uint8_t* src, uint8_t* dst, int width) { YUY2ToThreeChannelRow<false>(src, dst, width); }
+void YUY2ToRGBRow_AVX512(const uint8_t* src, uint8_t* dst, int width) { YUY2ToThreeChannelRow<true>(src, dst, width); }
 
 #undef LMX_VNNI
 
@@ -88,8 +83,8 @@ inline __m512i EncodeYUY2Words16(__m512i c02, __m512i g128) {
   const __m512i luma = _mm512_add_epi32(_mm512_madd_epi16(c02, luma_c02), _mm512_madd_epi16(g128, Pair16(129, 33)));
   const __m512i c02_sums = _mm512_add_epi16(c02, _mm512_ror_epi64(c02, 32));
   const __m512i g_sums = _mm512_add_epi16(g128, _mm512_ror_epi64(g128, 32));
-  const __m512i chroma = _mm512_add_epi32(_mm512_madd_epi16(c02_sums, chroma_c02),
-                                          _mm512_madd_epi16(g_sums, Quad16(-74, 257, -94, 257)));
+  const __m512i chroma =
+      _mm512_add_epi32(_mm512_madd_epi16(c02_sums, chroma_c02), _mm512_madd_epi16(g_sums, Quad16(-74, 257, -94, 257)));
   return _mm512_mask_blend_epi16(0xAAAAAAAA, _mm512_srli_epi32(luma, 8), _mm512_slli_epi32(chroma, 7));
 }
 
@@ -185,8 +180,7 @@ inline __m512i LoadGreyGroup(const uint8_t* p) {
     return _mm512_loadu_si512(p);
   } else {
     const __m512i lanes = _mm512_setr_epi32(0, 1, 2, 0, 3, 4, 5, 0, 6, 7, 8, 0, 9, 10, 11, 0);
-    const __m512i spread =
-        EachLane(_mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1));
+    const __m512i spread = EachLane(_mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1));
     const __m512i bytes = _mm512_maskz_loadu_epi8(0x0000FFFFFFFFFFFFull, p);
     return _mm512_shuffle_epi8(_mm512_permutexvar_epi32(lanes, bytes), spread);
   }

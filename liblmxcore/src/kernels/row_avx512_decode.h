@@ -14,8 +14,8 @@
 namespace lmx {
 namespace {
 inline __m512i Pair16(int16_t low, int16_t high) {
-  return _mm512_set1_epi32(static_cast<int32_t>((static_cast<uint32_t>(static_cast<uint16_t>(high)) << 16) |
-                                                static_cast<uint16_t>(low)));
+  return _mm512_set1_epi32(
+      static_cast<int32_t>((static_cast<uint32_t>(static_cast<uint16_t>(high)) << 16) | static_cast<uint16_t>(low)));
 }
 
 // The same 16 bytes in each 128-bit lane. (The zero-masked broadcast: GCC's
@@ -36,7 +36,7 @@ constexpr int32_t kBlueOffset = -132186 * 128 - 1187776;
 // the first-pixel sums (index < 32) or the second-pixel ones (index >= 32),
 // ordered so that lane j holds pixels 4j to 4j + 3 and 16 + 4j to 16 + 4j + 3:
 // the per-lane packs and unpacks at the end then give pixels 0-15 and 16-31.
-alignas(64) constexpr uint16_t kMergePixels[32] = {1, 33, 3, 35, 17, 49, 19, 51, 5, 37, 7, 39, 21, 53, 23, 55,
+alignas(64) constexpr uint16_t kMergePixels[32] = {1, 33, 3,  35, 17, 49, 19, 51, 5,  37, 7,  39, 21, 53, 23, 55,
                                                    9, 41, 11, 43, 25, 57, 27, 59, 13, 45, 15, 47, 29, 61, 31, 63};
 
 // Joins the 16-bit channel words of 32 decoded pixels
@@ -84,10 +84,8 @@ inline void DecodeYUY2x32(const uint8_t* src, __m512i merge, __m512i alpha16, __
   const __m512i luma0 = _mm512_madd_epi16(y4, Pair16(19071, 0));
   const __m512i luma1 = _mm512_madd_epi16(y4, Pair16(0, 19071));
   const __m512i uv_scaled = _mm512_maddubs_epi16(yuy2, _mm512_set1_epi32(0x0F000600));  // 6 U | 15 V << 16
-  const __m512i red =
-      _mm512_add_epi32(_mm512_madd_epi16(uv_scaled, Pair16(0, 6973)), _mm512_set1_epi32(kRedOffset));
-  const __m512i blue =
-      _mm512_add_epi32(_mm512_madd_epi16(uv_scaled, Pair16(22031, 0)), _mm512_set1_epi32(kBlueOffset));
+  const __m512i red = _mm512_add_epi32(_mm512_madd_epi16(uv_scaled, Pair16(0, 6973)), _mm512_set1_epi32(kRedOffset));
+  const __m512i blue = _mm512_add_epi32(_mm512_madd_epi16(uv_scaled, Pair16(22031, 0)), _mm512_set1_epi32(kBlueOffset));
   const __m512i uv_v =  // U + V | V << 16
       _mm512_maddubs_epi16(_mm512_shuffle_epi8(yuy2, UVVMask512()), _mm512_set1_epi32(0x00010101));
   const __m512i green =

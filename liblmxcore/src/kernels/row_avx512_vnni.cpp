@@ -16,24 +16,23 @@ namespace {
 // instruction (vpdpwssd; exact, it does not saturate): the offsets are the
 // chroma sums' addends, the chroma sums the luma products' ones.
 template <bool kRgba>
-inline void DecodeYUY2x32Vnni(const uint8_t* src, __m512i merge, __m512i alpha16, __m512i* px_lo,
-                                       __m512i* px_hi) {
+inline void DecodeYUY2x32Vnni(const uint8_t* src, __m512i merge, __m512i alpha16, __m512i* px_lo, __m512i* px_hi) {
   const __m512i yuy2 = _mm512_loadu_si512(src);
-  const __m512i y4 = _mm512_maddubs_epi16(yuy2, _mm512_set1_epi32(0x00040004));  // 4 Y0 | 4 Y1 << 16
+  const __m512i y4 = _mm512_maddubs_epi16(yuy2, _mm512_set1_epi32(0x00040004));         // 4 Y0 | 4 Y1 << 16
   const __m512i uv_scaled = _mm512_maddubs_epi16(yuy2, _mm512_set1_epi32(0x0F000600));  // 6 U | 15 V << 16
-  const __m512i uv_v =  // U + V | V << 16
+  const __m512i uv_v =                                                                  // U + V | V << 16
       _mm512_maddubs_epi16(_mm512_shuffle_epi8(yuy2, UVVMask512()), _mm512_set1_epi32(0x00010101));
   const __m512i red = _mm512_dpwssd_epi32(_mm512_set1_epi32(kRedOffset), uv_scaled, Pair16(0, 6973));
   const __m512i blue = _mm512_dpwssd_epi32(_mm512_set1_epi32(kBlueOffset), uv_scaled, Pair16(22031, 0));
   const __m512i green = _mm512_dpwssd_epi32(_mm512_set1_epi32(kGreenOffset), uv_v, Pair16(-25690, -27591));
 
   const __m512i first = Pair16(19071, 0), second = Pair16(0, 19071);  // luma of the pair's first, second pixel
-  const __m512i r16 = _mm512_permutex2var_epi16(_mm512_dpwssd_epi32(red, y4, first), merge,
-                                                _mm512_dpwssd_epi32(red, y4, second));
-  const __m512i g16 = _mm512_permutex2var_epi16(_mm512_dpwssd_epi32(green, y4, first), merge,
-                                                _mm512_dpwssd_epi32(green, y4, second));
-  const __m512i b16 = _mm512_permutex2var_epi16(_mm512_dpwssd_epi32(blue, y4, first), merge,
-                                                _mm512_dpwssd_epi32(blue, y4, second));
+  const __m512i r16 =
+      _mm512_permutex2var_epi16(_mm512_dpwssd_epi32(red, y4, first), merge, _mm512_dpwssd_epi32(red, y4, second));
+  const __m512i g16 =
+      _mm512_permutex2var_epi16(_mm512_dpwssd_epi32(green, y4, first), merge, _mm512_dpwssd_epi32(green, y4, second));
+  const __m512i b16 =
+      _mm512_permutex2var_epi16(_mm512_dpwssd_epi32(blue, y4, first), merge, _mm512_dpwssd_epi32(blue, y4, second));
   JoinChannels<kRgba>(r16, g16, b16, alpha16, px_lo, px_hi);
 }
 

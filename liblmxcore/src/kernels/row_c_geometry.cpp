@@ -14,8 +14,8 @@ void MirrorPixels(const uint8_t* src, uint8_t* dst, int width) {
 }
 
 template <int kBpp>
-void RotatePixels(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
-                  int height, bool clockwise) {
+void RotatePixels(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width, int height,
+                  bool clockwise) {
   // Destination row r is source column r (read bottom-up for 90 degrees) or
   // source column width-1-r (read top-down for 270 degrees).
   for (int r = 0; r < width; ++r) {
@@ -32,12 +32,18 @@ void RotatePixels(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff
 void RotatePlane(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width, int height,
                  int bpp, bool clockwise) {
   switch (bpp) {
-    case 1: return RotatePixels<1>(src, src_pitch, dst, dst_pitch, width, height, clockwise);
-    case 2: return RotatePixels<2>(src, src_pitch, dst, dst_pitch, width, height, clockwise);
-    case 3: return RotatePixels<3>(src, src_pitch, dst, dst_pitch, width, height, clockwise);
-    case 4: return RotatePixels<4>(src, src_pitch, dst, dst_pitch, width, height, clockwise);
-    case 8: return RotatePixels<8>(src, src_pitch, dst, dst_pitch, width, height, clockwise);
-    default: return;  // the driver admits only the sizes above
+    case 1:
+      return RotatePixels<1>(src, src_pitch, dst, dst_pitch, width, height, clockwise);
+    case 2:
+      return RotatePixels<2>(src, src_pitch, dst, dst_pitch, width, height, clockwise);
+    case 3:
+      return RotatePixels<3>(src, src_pitch, dst, dst_pitch, width, height, clockwise);
+    case 4:
+      return RotatePixels<4>(src, src_pitch, dst, dst_pitch, width, height, clockwise);
+    case 8:
+      return RotatePixels<8>(src, src_pitch, dst, dst_pitch, width, height, clockwise);
+    default:
+      return;  // the driver admits only the sizes above
   }
 }
 
@@ -76,13 +82,13 @@ void MirrorYUY2Row_C(const uint8_t* src, uint8_t* dst, int width) {
   }
 }
 
-void RotatePlane90_C(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
-                     int height, int bpp) {
+void RotatePlane90_C(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width, int height,
+                     int bpp) {
   RotatePlane(src, src_pitch, dst, dst_pitch, width, height, bpp, true);
 }
 
-void RotatePlane270_C(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
-                      int height, int bpp) {
+void RotatePlane270_C(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width, int height,
+                      int bpp) {
   RotatePlane(src, src_pitch, dst, dst_pitch, width, height, bpp, false);
 }
 

@@ -103,11 +103,7 @@ void BGRAToYUY2Row_C(const uint8_t* src_bgra, uint8_t* dst_yuy2, int width) {
 void RGBAToYUY2Row_C(const uint8_t* src_rgba, uint8_t* dst_yuy2, int width) {
   EncodeRow<kRGBA>(src_rgba, dst_yuy2, width);
 }
-void BGRToYUY2Row_C(const uint8_t* src_bgr, uint8_t* dst_yuy2, int width) {
-  EncodeRow<kBGR>(src_bgr, dst_yuy2, width);
-}
-void RGBToYUY2Row_C(const uint8_t* src_rgb, uint8_t* dst_yuy2, int width) {
-  EncodeRow<kRGB>(src_rgb, dst_yuy2, width);
-}
+void BGRToYUY2Row_C(const uint8_t* src_bgr, uint8_t* dst_yuy2, int width) { EncodeRow<kBGR>(src_bgr, dst_yuy2, width); }
+void RGBToYUY2Row_C(const uint8_t* src_rgb, uint8_t* dst_yuy2, int width) { EncodeRow<kRGB>(src_rgb, dst_yuy2, width); }
 
 }  // namespace lmx

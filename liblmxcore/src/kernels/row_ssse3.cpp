@@ -19,8 +19,8 @@ inline void Store(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p
 // Two 16-bit coefficients side by side in every 32-bit lane, for _mm_madd_epi16
 // against lanes holding (low, high) 16-bit samples.
 inline __m128i Pair16(int16_t low, int16_t high) {
-  return _mm_set1_epi32(static_cast<int32_t>((static_cast<uint32_t>(static_cast<uint16_t>(high)) << 16) |
-                                             static_cast<uint16_t>(low)));
+  return _mm_set1_epi32(
+      static_cast<int32_t>((static_cast<uint32_t>(static_cast<uint16_t>(high)) << 16) | static_cast<uint16_t>(low)));
 }
 
 // --- Byte shuffles from constant masks ---------------------------------------------
@@ -108,13 +108,13 @@ inline void DecodeYUY2x8(__m128i yuy2, __m128i* b_r, __m128i* g8) {
 
   const __m128i luma_coeffs = Pair16(10748, -18559);
   const __m128i sixty_four = _mm_set1_epi16(64);
-  const __m128i luma_lo = _mm_add_epi32(_mm_madd_epi16(_mm_unpacklo_epi16(y, sixty_four), luma_coeffs),
-                                        _mm_unpacklo_epi16(zero, y));
-  const __m128i luma_hi = _mm_add_epi32(_mm_madd_epi16(_mm_unpackhi_epi16(y, sixty_four), luma_coeffs),
-                                        _mm_unpackhi_epi16(zero, y));
+  const __m128i luma_lo =
+      _mm_add_epi32(_mm_madd_epi16(_mm_unpacklo_epi16(y, sixty_four), luma_coeffs), _mm_unpacklo_epi16(zero, y));
+  const __m128i luma_hi =
+      _mm_add_epi32(_mm_madd_epi16(_mm_unpackhi_epi16(y, sixty_four), luma_coeffs), _mm_unpackhi_epi16(zero, y));
 
   const __m128i v_shifted = _mm_and_si128(uv, _mm_set1_epi32(static_cast<int32_t>(0xFFFF0000u)));  // v << 16
-  const __m128i u_shifted = _mm_slli_epi32(uv, 16);                                                 // u << 16
+  const __m128i u_shifted = _mm_slli_epi32(uv, 16);                                                // u << 16
   const __m128i red = _mm_add_epi32(_mm_madd_epi16(uv, Pair16(0, -26477)), _mm_add_epi32(v_shifted, v_shifted));
   const __m128i green = _mm_add_epi32(_mm_madd_epi16(uv, Pair16(25690, -12255)), v_shifted);
   const __m128i blue = _mm_add_epi32(_mm_madd_epi16(uv, Pair16(1114, 0)), _mm_add_epi32(u_shifted, u_shifted));
@@ -140,8 +140,8 @@ void YUY2ToFourChannelRow(const uint8_t* src, uint8_t* dst, int width, uint8_t a
   for (int x = 0; x < width; x += 8, src += 16, dst += 32) {
     __m128i b_r, g8;
     DecodeYUY2x8(Load(src), &b_r, &g8);
-    const __m128i first = kRgba ? _mm_unpackhi_epi64(b_r, b_r) : b_r;   // byte 0 of each pixel
-    const __m128i third = kRgba ? b_r : _mm_unpackhi_epi64(b_r, b_r);   // byte 2
+    const __m128i first = kRgba ? _mm_unpackhi_epi64(b_r, b_r) : b_r;  // byte 0 of each pixel
+    const __m128i third = kRgba ? b_r : _mm_unpackhi_epi64(b_r, b_r);  // byte 2
     const __m128i c01 = _mm_unpacklo_epi8(first, g8);
     const __m128i c23 = _mm_unpacklo_epi8(third, alpha8);
     Store(dst, _mm_unpacklo_epi16(c01, c23));
@@ -179,7 +179,8 @@ void YUY2ToRGBRow_SSSE3(const uint8_t* src, uint8_t* dst, int width) { YUY2ToThr
 template <bool kRgb>
 inline __m128i EncodeYUY2x8(__m128i p0123, __m128i p4567) {
   // Coefficients in memory order of the channels (blue first unless kRgb).
-  const __m128i ky = kRgb ? _mm_setr_epi16(66, 129, 25, 0, 66, 129, 25, 0) : _mm_setr_epi16(25, 129, 66, 0, 25, 129, 66, 0);
+  const __m128i ky =
+      kRgb ? _mm_setr_epi16(66, 129, 25, 0, 66, 129, 25, 0) : _mm_setr_epi16(25, 129, 66, 0, 25, 129, 66, 0);
   const __m128i ku =
       kRgb ? _mm_setr_epi16(-38, -74, 112, 0, -38, -74, 112, 0) : _mm_setr_epi16(112, -74, -38, 0, 112, -74, -38, 0);
   const __m128i kv =
@@ -205,7 +206,7 @@ inline __m128i EncodeYUY2x8(__m128i p0123, __m128i p4567) {
   u = _mm_add_epi32(_mm_srai_epi32(_mm_add_epi32(u, c_round), 9), c_offset);
   v = _mm_add_epi32(_mm_srai_epi32(_mm_add_epi32(v, c_round), 9), c_offset);
 
-  const __m128i y16 = _mm_packs_epi32(y_lo, y_hi);                                          // Y0 .. Y7
+  const __m128i y16 = _mm_packs_epi32(y_lo, y_hi);                                           // Y0 .. Y7
   const __m128i uv16 = _mm_packs_epi32(_mm_unpacklo_epi32(u, v), _mm_unpackhi_epi32(u, v));  // U0 V0 .. U3 V3
   return _mm_packus_epi16(_mm_unpacklo_epi16(y16, uv16), _mm_unpackhi_epi16(y16, uv16));
 }
@@ -299,8 +300,7 @@ void DepthToFloatRow_SSSE3(const uint8_t* src, uint8_t* dst, int width, float sc
   for (int x = 0; x < width; x += 8, src += 16, dst += 32) {
     const __m128i v = Load(src);
     _mm_storeu_ps(reinterpret_cast<float*>(dst), _mm_mul_ps(_mm_cvtepi32_ps(_mm_unpacklo_epi16(v, zero)), factor));
-    _mm_storeu_ps(reinterpret_cast<float*>(dst + 16),
-                  _mm_mul_ps(_mm_cvtepi32_ps(_mm_unpackhi_epi16(v, zero)), factor));
+    _mm_storeu_ps(reinterpret_cast<float*>(dst + 16), _mm_mul_ps(_mm_cvtepi32_ps(_mm_unpackhi_epi16(v, zero)), factor));
   }
 }
 
@@ -345,8 +345,8 @@ inline __m128i GreyOf4(__m128i pixels, __m128i c0, __m128i c1, __m128i c2, const
 template <int kBpp, int kChannel, int kFirst>
 inline __m128i ChannelMask() {
   constexpr char z = -128;
-  return _mm_setr_epi8(kFirst + kChannel, z, z, z, kFirst + kBpp + kChannel, z, z, z, kFirst + 2 * kBpp + kChannel,
-                       z, z, z, kFirst + 3 * kBpp + kChannel, z, z, z);
+  return _mm_setr_epi8(kFirst + kChannel, z, z, z, kFirst + kBpp + kChannel, z, z, z, kFirst + 2 * kBpp + kChannel, z,
+                       z, z, kFirst + 3 * kBpp + kChannel, z, z, z);
 }
 
 // 16 pixels per block. Weights in memory order of the channels (blue first

@@ -112,8 +112,7 @@ void TransposeTile(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdif
 }
 
 template <int kBpp>
-void TransposePlane(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
-                    int height) {
+void TransposePlane(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width, int height) {
   TransposeBlocked<TransposeTile<kBpp>, 16 / kBpp, kBpp>(src, src_pitch, dst, dst_pitch, width, height);
 }
 
@@ -140,21 +139,31 @@ void MirrorRow8_Any_SSSE3(const uint8_t* src, uint8_t* dst, int width) {
 void RotatePlane90_SSSE3(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
                          int height, int bpp) {
   switch (bpp) {
-    case 1: return Rotate90ByTranspose<TransposePlane<1>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 2: return Rotate90ByTranspose<TransposePlane<2>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 4: return Rotate90ByTranspose<TransposePlane<4>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 8: return Rotate90ByTranspose<TransposePlane<8>>(src, src_pitch, dst, dst_pitch, width, height);
-    default: return RotatePlane90_C(src, src_pitch, dst, dst_pitch, width, height, bpp);
+    case 1:
+      return Rotate90ByTranspose<TransposePlane<1>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 2:
+      return Rotate90ByTranspose<TransposePlane<2>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 4:
+      return Rotate90ByTranspose<TransposePlane<4>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 8:
+      return Rotate90ByTranspose<TransposePlane<8>>(src, src_pitch, dst, dst_pitch, width, height);
+    default:
+      return RotatePlane90_C(src, src_pitch, dst, dst_pitch, width, height, bpp);
   }
 }
 void RotatePlane270_SSSE3(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
                           int height, int bpp) {
   switch (bpp) {
-    case 1: return Rotate270ByTranspose<TransposePlane<1>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 2: return Rotate270ByTranspose<TransposePlane<2>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 4: return Rotate270ByTranspose<TransposePlane<4>>(src, src_pitch, dst, dst_pitch, width, height);
-    case 8: return Rotate270ByTranspose<TransposePlane<8>>(src, src_pitch, dst, dst_pitch, width, height);
-    default: return RotatePlane270_C(src, src_pitch, dst, dst_pitch, width, height, bpp);
+    case 1:
+      return Rotate270ByTranspose<TransposePlane<1>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 2:
+      return Rotate270ByTranspose<TransposePlane<2>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 4:
+      return Rotate270ByTranspose<TransposePlane<4>>(src, src_pitch, dst, dst_pitch, width, height);
+    case 8:
+      return Rotate270ByTranspose<TransposePlane<8>>(src, src_pitch, dst, dst_pitch, width, height);
+    default:
+      return RotatePlane270_C(src, src_pitch, dst, dst_pitch, width, height, bpp);
   }
 }
 

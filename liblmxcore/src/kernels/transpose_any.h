@@ -27,8 +27,8 @@ namespace {
 
 // Pixels of source rows [y0, y1) and columns [x0, x1), one at a time.
 template <int kBpp>
-void TransposePixels(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int x0, int x1,
-                     int y0, int y1) {
+void TransposePixels(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int x0, int x1, int y0,
+                     int y1) {
   for (int x = x0; x < x1; ++x) {
     uint8_t* d = dst + x * dst_pitch;
     for (int y = y0; y < y1; ++y) {
@@ -42,8 +42,7 @@ void TransposePixels(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrd
 // [0, width - width % kTileW) and rows [0, height - height % kTileH); returns
 // the number of rows covered.
 template <auto kTile, int kTileW, int kTileH, int kBpp, int kBandBytes>
-int TransposeTiles(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width,
-                   int height) {
+int TransposeTiles(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int width, int height) {
   const int whole_w = width - width % kTileW;
   const int whole_h = height - height % kTileH;
   constexpr int kBand = kBandBytes / kBpp;

@@ -34,9 +34,7 @@ inline constexpr int32_t kUToBlue = 132186;
 inline constexpr int32_t kUToGreen = 25690;
 inline constexpr int32_t kLumaOffset = 1187776;
 
-inline uint8_t Clamp255(int32_t value) {
-  return static_cast<uint8_t>(value < 0 ? 0 : (value > 255 ? 255 : value));
-}
+inline uint8_t Clamp255(int32_t value) { return static_cast<uint8_t>(value < 0 ? 0 : (value > 255 ? 255 : value)); }
 
 struct Rgb {
   uint8_t r, g, b;

@@ -21,9 +21,8 @@ Status CreateScheduler(Session* session, LMXSchedulerService*, Service::Accelera
   LMX_CHECK(result, LMX_STATUS_HANDLE_INVALID);
   // A null session is a session without a service: the scheduler becomes a
   // private master.
-  auto* ss2 = session ? static_cast<Service::SessionService*>(
-                            session->QueryInstance(Service::SessionService::kIid))
-                      : nullptr;
+  auto* ss2 =
+      session ? static_cast<Service::SessionService*>(session->QueryInstance(Service::SessionService::kIid)) : nullptr;
   Scheduler* scheduler = nullptr;
   try {
     scheduler = new Scheduler(ss2);
@@ -38,7 +37,8 @@ Status CreateScheduler(Session* session, LMXSchedulerService*, Service::Accelera
   // Handed out before Init, and kept even if Init fails: the caller releases it.
   *result = static_cast<LMXScheduler*>(scheduler);
   return scheduler->Init(session);
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 Scheduler::Scheduler(SessionService* sessionService)
     : session(sessionService), state(std::make_shared<lmx::SchedulerState>()) {}

@@ -147,7 +147,7 @@ class Scheduler final
   SchedulerState::Waiter* TakeWaiters(int32_t n, void** inputs);
   void ReleaseWaiters(SchedulerState::Waiter* chain);
 
-  SessionService* session;    // the host's, not counted
+  SessionService* session;  // the host's, not counted
   Scheduler* master = nullptr;
   int32_t option = 0;
   std::shared_ptr<lmx::SchedulerState> state;
@@ -193,7 +193,8 @@ class Scheduler::SyncPoint final
 // The export table's scheduler factory. Like every factory of the table, arguments 2
 // to 5 are ignored and the new object's primary interface goes to the last one.
 Norvik::Lumetra::Status CreateScheduler(Norvik::Lumetra::Session* session, LMXSchedulerService* scheduler,
-    Norvik::Lumetra::Service::Accelerator* accelerator, Norvik::Lumetra::Service::DLLExportTable* entry,
-    int32_t iid, Norvik::Lumetra::Base** result);
+                                        Norvik::Lumetra::Service::Accelerator* accelerator,
+                                        Norvik::Lumetra::Service::DLLExportTable* entry, int32_t iid,
+                                        Norvik::Lumetra::Base** result);
 
 }  // namespace lmx

@@ -1,8 +1,8 @@
 // corescheduler_log.h: the scheduler's parameter and result lines.
 //
 // LMX_SCHED_LOG(level, pieces) is LMX_LOG (lmxutils.h): a wide message from stream
-// pieces, built only when the level is enabled. Pointers are written with the "%p" conversion (PointerText) and statuses with
-// their text (StatusText).
+// pieces, built only when the level is enabled. Pointers are written with the "%p" conversion (PointerText) and
+// statuses with their text (StatusText).
 #pragma once
 
 #include <string>

@@ -110,7 +110,8 @@ Status Scheduler::SubmitTask(Callback* task, Status sts) try {
   }
   if (traced) logger->TraceLeave(LOG_LEVEL_TRACE, text);
   return result;
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 Status Scheduler::RequestInputs(int32_t n, void** inputs, Callback* cb) try {
   LMX_CHECK(cb, LMX_STATUS_HANDLE_INVALID);
@@ -170,7 +171,8 @@ Status Scheduler::RequestInputs(int32_t n, void** inputs, Callback* cb) try {
   }
   if (!request) SubmitTask(cb, lateFailure);
   return LMX_STATUS_NO_ERROR;
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 Waiter* Scheduler::TakeWaiters(int32_t n, void** inputs) {
   SchedulerState& s = *state;
@@ -209,7 +211,8 @@ Status Scheduler::MarkOutputs(int32_t n, void** outputs, Status sts) try {
   }
   if (sts == LMX_STATUS_EXEC_INPROGRESS) return MarkInProgress(n, outputs);
   return CompleteOutputs(n, outputs, sts);
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 Status Scheduler::MarkInProgress(int32_t n, void** outputs) {
   SchedulerState& s = *state;
@@ -281,6 +284,7 @@ Status Scheduler::CreateSyncPoint(int32_t n, void** outputs, LMXSyncPoint** sp) 
   *sp = created;
   LMX_CHECK(*sp, LMX_STATUS_ALLOC_FAILED);
   return LMX_STATUS_NO_ERROR;
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 }  // namespace lmx

@@ -56,10 +56,11 @@ Status Scheduler::SyncPoint::Synchronize(int32_t timeout) try {
   // Any other answer, a failed wait included, reads the status: pending reads as
   // LMX_STATUS_EXEC_INPROGRESS, so a poll (timeout 0) looks like an error.
   return status.load();
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
-Status Scheduler::SyncPoint::SynchronizeExINT(int32_t n1, LMXSyncPoint** sps, int32_t n2, void** events,
-                                              int32_t* idx, int32_t timeout) try {
+Status Scheduler::SyncPoint::SynchronizeExINT(int32_t n1, LMXSyncPoint** sps, int32_t n2, void** events, int32_t* idx,
+                                              int32_t timeout) try {
   LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "SynchronizeExINT");
   // Missing arrays read as arrays of nulls; a foreign object among the sync
   // points (one that does not answer "BPN2") is skipped like a null entry.
@@ -69,8 +70,8 @@ Status Scheduler::SyncPoint::SynchronizeExINT(int32_t n1, LMXSyncPoint** sps, in
   // The counts are checked before either array is read. The operating system's
   // limit on objects in one wait counts the null entries too; a negative count
   // describes no array at all and is refused the same way.
-  const bool countsFit = !LMX_FAILED_ON(n1 >= 0 && n2 >= 0) &&
-                         CheckedAdd(n1, n2).value_or(INT64_MAX) <= platform::kMaximumWaitObjects;
+  const bool countsFit =
+      !LMX_FAILED_ON(n1 >= 0 && n2 >= 0) && CheckedAdd(n1, n2).value_or(INT64_MAX) <= platform::kMaximumWaitObjects;
   for (int32_t i = 0; countsFit && i < n1; ++i) {
     if (sps && sps[i]) LMX_SCHED_LOG(LOG_LEVEL_VERBOSE, L"sps[i] = " << PointerText(sps[i]));
   }
@@ -106,8 +107,8 @@ Status Scheduler::SyncPoint::SynchronizeExINT(int32_t n1, LMXSyncPoint** sps, in
       if (!sp) continue;
       const Status sts = sp->CurrentStatus();
       if (sts < 0) {
-        LMX_SCHED_LOG(LOG_LEVEL_ERROR, L"Function " << L"Scheduler::SyncPoint::SynchronizeExINT"
-                                                    << L" returned sts = " << StatusText(sts));
+        LMX_SCHED_LOG(LOG_LEVEL_ERROR, L"Function " << L"Scheduler::SyncPoint::SynchronizeExINT" << L" returned sts = "
+                                                    << StatusText(sts));
         return sts;
       }
     }
@@ -147,7 +148,8 @@ Status Scheduler::SyncPoint::SynchronizeExINT(int32_t n1, LMXSyncPoint** sps, in
                                                 << L" returned LMX_STATUS_NO_ERROR = "
                                                 << StatusText(LMX_STATUS_NO_ERROR));
   return LMX_STATUS_NO_ERROR;
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 Status Scheduler::SyncPoint::SignalSyncPoint(Status sts) try {
   LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "SignalSyncPoint");
@@ -157,7 +159,8 @@ Status Scheduler::SyncPoint::SignalSyncPoint(Status sts) try {
   status.store(sts);
   platform::SetEvent(event);
   return LMX_STATUS_NO_ERROR;
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 Status Scheduler::SyncPoint::QueryOutputStatus(void* output) try {
   if (!event) return LMX_STATUS_HANDLE_INVALID;
@@ -166,6 +169,7 @@ Status Scheduler::SyncPoint::QueryOutputStatus(void* output) try {
     if (masterState->failedOutputs.Find(record, output)) return record.value();
   }
   return status.load();
-} LMX_EDGE_CATCH
+}
+LMX_EDGE_CATCH
 
 }  // namespace lmx

@@ -63,9 +63,7 @@ void CloseEvent(EventHandle event) {
   if (event) ::close(ToFd(event));
 }
 
-uint32_t WaitForEvent(EventHandle event, int32_t timeoutMs) {
-  return WaitForEvents(1, &event, true, timeoutMs);
-}
+uint32_t WaitForEvent(EventHandle event, int32_t timeoutMs) { return WaitForEvents(1, &event, true, timeoutMs); }
 
 uint32_t WaitForEvents(uint32_t count, const EventHandle* handles, bool waitAll, int32_t timeoutMs) {
   if (count == 0 || count > kMaximumWaitObjects || !handles) return kWaitFailed;

@@ -24,9 +24,7 @@ std::filesystem::path ModulePathOf(const void* address) {
   return error ? std::filesystem::path(info.dli_fname) : path;
 }
 
-ModuleHandle LoadModule(const std::filesystem::path& path) {
-  return ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-}
+ModuleHandle LoadModule(const std::filesystem::path& path) { return ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL); }
 
 void UnloadModule(ModuleHandle module) {
   if (module) ::dlclose(module);
@@ -56,9 +54,7 @@ std::filesystem::path LoadedModulePath(const std::string& stem) {
   return error ? search.found : absolute;
 }
 
-void* FindExport(ModuleHandle module, const char* name) {
-  return module && name ? ::dlsym(module, name) : nullptr;
-}
+void* FindExport(ModuleHandle module, const char* name) { return module && name ? ::dlsym(module, name) : nullptr; }
 
 bool ExportsHaveOrdinals() { return false; }
 

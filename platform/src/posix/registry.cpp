@@ -37,7 +37,7 @@ constexpr const char* kSystemRegistryFile = "/etc/lmsdk/lmsdk.reg";
 #endif
 
 struct KeyEntry {
-  std::wstring path;  // as first written, for subkey names in their own case
+  std::wstring path;                     // as first written, for subkey names in their own case
   std::map<std::wstring, Value> values;  // by lower-case name
 };
 
@@ -158,7 +158,8 @@ std::optional<Value> ParseData(const std::wstring& data) {
     }
     std::wstring text;
     for (size_t i = 0; i + 1 < bytes->size(); i += 2) {
-      const wchar_t c = static_cast<wchar_t>(static_cast<uint8_t>((*bytes)[i]) | static_cast<uint8_t>((*bytes)[i + 1]) << 8);
+      const wchar_t c =
+          static_cast<wchar_t>(static_cast<uint8_t>((*bytes)[i]) | static_cast<uint8_t>((*bytes)[i + 1]) << 8);
       if (!c) break;
       text.push_back(c);
     }
@@ -256,8 +257,7 @@ std::string ReadRegistryFile() {
 
 // The 32-bit view of a key below "Software" is its Wow6432Node twin.
 std::wstring ViewPath(std::wstring path, RegistryView view) {
-  if (view == RegistryView::k32Bit && path.rfind(L"software\\", 0) == 0 &&
-      path.rfind(L"software\\wow6432node", 0) != 0)
+  if (view == RegistryView::k32Bit && path.rfind(L"software\\", 0) == 0 && path.rfind(L"software\\wow6432node", 0) != 0)
     path.insert(9, L"wow6432node\\");
   return path;
 }

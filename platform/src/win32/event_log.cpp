@@ -8,9 +8,7 @@
 
 namespace lmx::platform {
 
-EventSource RegisterEventSource(const std::wstring& name) {
-  return ::RegisterEventSourceW(nullptr, name.c_str());
-}
+EventSource RegisterEventSource(const std::wstring& name) { return ::RegisterEventSourceW(nullptr, name.c_str()); }
 
 bool ReportErrorEvent(EventSource source, const std::wstring& text) {
   if (!source) return false;

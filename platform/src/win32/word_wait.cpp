@@ -6,9 +6,7 @@
 namespace lmx::platform {
 
 namespace {
-void* Address(const std::atomic<uint32_t>& word) {
-  return const_cast<std::atomic<uint32_t>*>(&word);
-}
+void* Address(const std::atomic<uint32_t>& word) { return const_cast<std::atomic<uint32_t>*>(&word); }
 }  // namespace
 
 void WaitWhileEqual(const std::atomic<uint32_t>& word, uint32_t expected) {

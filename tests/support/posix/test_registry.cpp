@@ -51,8 +51,10 @@ ScopedTestRegistry::ScopedTestRegistry() : state_(std::make_unique<State>()) {
 }
 
 ScopedTestRegistry::~ScopedTestRegistry() {
-  if (state_->previous) ::setenv("LMSDK_REGISTRY", state_->previous->c_str(), 1);
-  else ::unsetenv("LMSDK_REGISTRY");
+  if (state_->previous)
+    ::setenv("LMSDK_REGISTRY", state_->previous->c_str(), 1);
+  else
+    ::unsetenv("LMSDK_REGISTRY");
   std::error_code ignored;
   std::filesystem::remove(state_->file, ignored);
 }

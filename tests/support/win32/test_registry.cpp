@@ -16,8 +16,8 @@ struct ScopedTestRegistry::State {
 namespace {
 void Write(const std::wstring& key, const std::wstring& name, DWORD type, const void* data, DWORD size) {
   HKEY handle = nullptr;
-  if (::RegCreateKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, nullptr, 0, KEY_WRITE | KEY_WOW64_64KEY, nullptr,
-                        &handle, nullptr) != ERROR_SUCCESS)
+  if (::RegCreateKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, nullptr, 0, KEY_WRITE | KEY_WOW64_64KEY, nullptr, &handle,
+                        nullptr) != ERROR_SUCCESS)
     return;
   ::RegSetValueExW(handle, name.c_str(), 0, type, static_cast<const BYTE*>(data), size);
   ::RegCloseKey(handle);

@@ -54,14 +54,15 @@ class LoggingModule : public ::testing::Test {
 TEST_F(LoggingModule, LibraryLinesReachTheFileFilteredByLevel) {
   ASSERT_EQ(RunChild("lines", kDebugToFile), 0);
   const std::string log = LogFile();
-  const std::pair<const char*, bool> kExpected[] = {  // (text, present)
+  const std::pair<const char*, bool> kExpected[] = {
+      // (text, present)
       // Level, logger name, source file and function reach the layout.
       {"INFO  lmsdk.log_module_child log_utils.cpp Init | Logger 'lmsdk.log_module_child' created with level 10000",
        true},
       {"ERROR lmsdk.log_module_child coreaccel_manager.cpp CreateObject | failed on buffer", true},
       {"DEBUG lmsdk.log_module_child coreaccel_manager.cpp ~AllocatorImpl | this = 0x", true},
       {"| wide: Gr\u00FC\u00DFe, \u6E29\u5EA6 \u00B0C, \u20AC \U0001F600\n", true},  // UTF-8 in the file
-      {"enter CreateImage", false},                                              // TRACE is below DEBUG
+      {"enter CreateImage", false},                                                  // TRACE is below DEBUG
       {"verbose line", false},
   };
   for (auto [text, present] : kExpected) EXPECT_EQ(log.find(text) != std::string::npos, present) << text << "\n" << log;
@@ -74,8 +75,8 @@ TEST_F(LoggingModule, WatchedFileChangesTheLevelWhileRunning) {
 
 TEST_F(LoggingModule, MalformedFileFallsBackAndTheProcessKeepsRunning) {
   for (const char* properties : {
-           "this is not a properties file\n%%%\n",              // nothing configured
-           "log4j.rootLogger=DEBUG, MISSING\n",                  // an appender never defined
+           "this is not a properties file\n%%%\n",  // nothing configured
+           "log4j.rootLogger=DEBUG, MISSING\n",     // an appender never defined
            "log4j.rootLogger=DEBUG, F\nlog4j.appender.F=no.such.Appender\n",
        })
     EXPECT_EQ(RunChild("fallback", properties), 0) << properties;

@@ -3,8 +3,8 @@
 // Windows reads the real registry. POSIX reads a file in the Windows ".reg" export
 // format: $LMSDK_REGISTRY if set (a missing file is an empty registry), else
 // /etc/lmsdk/lmsdk.reg if it exists, else the installation's own
-// <libdir>/../etc/lmsdk/lmsdk.reg beside the loaded library. Key and value names compare case-insensitively. The 32-bit view reads
-// the Wow6432Node keys (on POSIX literally, as written in the file).
+// <libdir>/../etc/lmsdk/lmsdk.reg beside the loaded library. Key and value names compare case-insensitively. The 32-bit
+// view reads the Wow6432Node keys (on POSIX literally, as written in the file).
 //
 // Example:
 //   auto key = RegistryKey::OpenLocalMachine(L"Software\\Norvik\\LMSDK");
