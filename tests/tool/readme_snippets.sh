@@ -26,7 +26,8 @@ for snippet in "$work"/*.cpp "$work"/*.sh; do
   fi
   bash -n "$snippet"
   grep -q '^bash scripts/' "$snippet" && continue
-  sed -e "s#/opt/[a-z]*#$stage#g; s#\(\./\)\?build/default#$build#g; s#/tmp/#$work/#g" "$snippet" >"$snippet.run"
+  # Each path is replaced before the ones that could appear inside its replacement.
+  sed -e "s#/tmp/#$work/#g; s#\(\./\)\?build/default#$build#g; s#/opt/[a-z]*#$stage#g" "$snippet" >"$snippet.run"
   (cd "$work" && env -u XDG_STATE_HOME -u LMSDK_LOG_DIR -u LMSDK_REGISTRY HOME="$work" \
      bash -e "$snippet.run" >"$work/log" 2>&1) || { cat "$work/log"; exit 1; }
 done
