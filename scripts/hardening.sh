@@ -2,7 +2,9 @@
 # The hardening pass CI runs after the default and asan runs (the asan run already
 # checks for leaks: its preset sets detect_leaks=1):
 #   0. the library built by clang with its thread-safety analysis, every finding an
-#      error (the clang-tsa preset; the locks and what they guard are annotated);
+#      error (the clang-tsa preset; the locks and what they guard are annotated); then
+#      the layout (.clang-format) of every C++ file and the checks of .clang-tidy over
+#      that build's sources (library, platform, logging, host kit);
 #   1. the suites labelled "concurrency" (tests/CMakeLists.txt: scheduler, sync points,
 #      platform events and threads, object model, multi-format images and their I/O,
 #      metadata, stress, the soak's short form) under ThreadSanitizer, as the tsan test
@@ -22,7 +24,10 @@ scripts/install-deps.sh build sanitizers
 
 cmake --preset clang-tsa >/dev/null
 cmake --build --preset clang-tsa
-echo "== hardening, thread-safety analysis: $((SECONDS - start)) s"
+git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
+run-clang-tidy -quiet -p build/clang-tsa -j 2 '/(liblmxcore|platform|log_utils|logging_module|host)/' >build/clang-tsa/tidy.log 2>&1 ||
+  { grep -E 'error:|warning:' build/clang-tsa/tidy.log; echo "clang-tidy found the problems above" >&2; exit 1; }
+echo "== hardening, thread-safety analysis, layout and lint: $((SECONDS - start)) s"
 
 cmake --preset tsan >/dev/null
 cmake --build --preset tsan

@@ -6,7 +6,7 @@ set -euo pipefail
 declare -A groups=(
   [build]="build-essential cmake ccache googletest libgtest-dev libgmock-dev liblog4cxx-dev libtbb-dev"
   [windows]="g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64 wine"
-  [sanitizers]="clang libclang-rt-dev valgrind"
+  [sanitizers]="clang clang-format clang-tidy libclang-rt-dev valgrind"
   [bench]="libbenchmark-dev libyuv-dev libspeexdsp-dev libsoxr-dev libsamplerate0-dev libtbb-dev python3-opencv"
   [tool]="libpng-dev libsndfile1-dev libcli11-dev pkg-config"
   [python]="python3-dev python3-numpy pybind11-dev python3-pytest python3-pil"

@@ -20,7 +20,7 @@ Status BaseAudio::ReInitImpl(AudioInfo*, AudioData*, int32_t) { return LMX_STATU
 
 Status BaseAudio::Reset() {
   options = 0;
-  timeStamp = 0;
+  timeStamp_ = 0;
   info = AudioInfo{};
   reserved[0] = reserved[1] = nullptr;
   return LMX_STATUS_NO_ERROR;

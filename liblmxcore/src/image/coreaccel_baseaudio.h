@@ -25,9 +25,9 @@ class BaseAudio : public Norvik::Lumetra::BaseImpl2<LMXAudio, LMXAudioService> {
   using AudioData = LMXAudio::AudioData;
 
   AudioInfo QueryInfo() override { return info; }
-  int64_t QueryTimeStamp() override { return timeStamp; }
+  int64_t QueryTimeStamp() override { return timeStamp_; }
   uint32_t QueryOptions() override { return options; }
-  void SetTimeStamp(int64_t value) override { timeStamp = value; }
+  void SetTimeStamp(int64_t value) override { timeStamp_ = value; }
   void SetOptions(uint32_t value) override { options = value; }
   Norvik::Lumetra::Status CopyAudio(LMXAudio* src) override;
   Norvik::Lumetra::Status AcquireAccess(Access access, AudioFormat format, int32_t options, AudioData* data) override;
@@ -68,8 +68,8 @@ class BaseAudio : public Norvik::Lumetra::BaseImpl2<LMXAudio, LMXAudioService> {
   void* reserved[2] = {nullptr, nullptr};
   AudioInfo info{};
   uint32_t options = 0;
-  int64_t timeStamp = 0;
-  AudioData nativeData{};  // the storage's current buffer (storage classes)
+  int64_t timeStamp_ = 0;
+  AudioData nativeData_{};  // the storage's current buffer (storage classes)
 };
 
 // System-memory storage of one audio format. Owns the one sample block it

@@ -86,8 +86,8 @@ Base* BaseImage::GetMemoryProvider() {
   auto* metadata = static_cast<Metadata*>(QueryInstance(Metadata::kIid));
   if (!metadata) return nullptr;
   Base* provider = nullptr;
-  if (metadata->QueryBufferSize(kMetadataMemoryProvider) != static_cast<int32_t>(sizeof(provider))) return nullptr;
-  if (metadata->QueryBuffer(kMetadataMemoryProvider, reinterpret_cast<uint8_t*>(&provider), sizeof(provider)) < 0)
+  if (metadata->QueryBufferSize(kMetadataMemoryProvider) != static_cast<int32_t>(sizeof(void*))) return nullptr;
+  if (metadata->QueryBuffer(kMetadataMemoryProvider, reinterpret_cast<uint8_t*>(&provider), sizeof(void*)) < 0)
     return nullptr;
   return provider;
 }

@@ -19,7 +19,7 @@ AudioSysMem::AudioSysMem(const AudioInfo& source, int32_t format, uint32_t flags
 AudioSysMem::~AudioSysMem() {
   std::free(block_);
   info = AudioInfo{};
-  nativeData = AudioData{};
+  nativeData_ = AudioData{};
 }
 
 Status AudioSysMem::Create(const AudioInfo& info, int32_t format, const AudioData* adopt, uint32_t options,
@@ -28,11 +28,11 @@ Status AudioSysMem::Create(const AudioInfo& info, int32_t format, const AudioDat
   if (result) *result = storage;
   if (!storage) return LMX_STATUS_ALLOC_FAILED;
   if (adopt) {
-    storage->nativeData = *adopt;
-    if (!storage->nativeData.format) storage->nativeData.format = static_cast<AudioFormat>(format);
+    storage->nativeData_ = *adopt;
+    if (!storage->nativeData_.format) storage->nativeData_.format = static_cast<AudioFormat>(format);
     return LMX_STATUS_NO_ERROR;
   }
-  return storage->AllocateBuffer(&storage->info, &storage->nativeData);
+  return storage->AllocateBuffer(&storage->info, &storage->nativeData_);
 }
 
 // Size in bytes = bufferSize * sample size, which must fit the signed 32-bit size
@@ -55,9 +55,9 @@ Status AudioSysMem::AllocateBuffer(AudioInfo* info, AudioData* data) {
 
 Status AudioSysMem::AcquireNativeAccess(Access, int32_t, AudioData* data) {
   LMX_CHECK(data, LMX_STATUS_HANDLE_INVALID);
-  data->format = nativeData.format;
-  data->dataSize = nativeData.dataSize;
-  data->dataPtr = nativeData.dataPtr;
+  data->format = nativeData_.format;
+  data->dataSize = nativeData_.dataSize;
+  data->dataPtr = nativeData_.dataPtr;
   return LMX_STATUS_NO_ERROR;
 }
 
@@ -65,7 +65,7 @@ Status AudioSysMem::ReleaseNativeAccess(AudioData* data) {
   LMX_CHECK(data, LMX_STATUS_HANDLE_INVALID);
   const int32_t dataSize = data->dataSize;
   const int32_t capacity = std::max(info.bufferSize, 0);
-  nativeData.dataSize = std::clamp(dataSize, 0, capacity);
+  nativeData_.dataSize = std::clamp(dataSize, 0, capacity);
   *data = AudioData{};
   // The access is released either way; a count outside the buffer is reported.
   LMX_CHECK(dataSize >= 0 && dataSize <= info.bufferSize, LMX_STATUS_PARAM_UNSUPPORTED);

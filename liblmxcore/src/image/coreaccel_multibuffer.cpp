@@ -62,9 +62,9 @@ MultiBuffer<BASE, INFO, DATA>::MultiBuffer(Session* session, INFO* info, DATA* d
 template <class BASE, class INFO, class DATA>
 MultiBuffer<BASE, INFO, DATA>::~MultiBuffer() {
   DropBuffers();
-  for (Base* object : attached)
+  for (Base* object : attached_)
     if (object) object->Release();
-  attached.clear();
+  attached_.clear();
 }
 
 template <class BASE, class INFO, class DATA>
@@ -231,7 +231,7 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
     return sts;
   }
   AddRef();
-  if (notify && observer) observer->OnAcquire(Traits::ObserverKind(this->info.format));
+  if (notify_ && observer) observer->OnAcquire(Traits::ObserverKind(this->info.format));
   if (writing) m_bWriteFinished = false;
   return LMX_STATUS_NO_ERROR;
 }
@@ -343,7 +343,7 @@ LMX_EDGE_CATCH
 template <class BASE, class INFO, class DATA>
 bool MultiBuffer<BASE, INFO, DATA>::TakeNotifyOption(int32_t options) {
   if (options != kNotifyOption) return false;
-  notify = true;
+  notify_ = true;
   return true;
 }
 
@@ -351,8 +351,8 @@ template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::KeepInvalidateCallback(LMXImageService::InvalidateCallback callback,
                                                              void* argument) {
   std::lock_guard guard(lock);
-  invalidateCallback = callback;
-  invalidateArgument = callback ? argument : nullptr;
+  invalidateCallback_ = callback;
+  invalidateArgument_ = callback ? argument : nullptr;
   return LMX_STATUS_NO_ERROR;
 }
 
@@ -360,7 +360,7 @@ template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::KeepAttachedObject(Base* object) try {
   LMX_CHECK(object, LMX_STATUS_HANDLE_INVALID);
   std::lock_guard guard(lock);
-  attached.push_back(object);
+  attached_.push_back(object);
   return LMX_STATUS_NO_ERROR;
 }
 LMX_EDGE_CATCH
@@ -373,9 +373,10 @@ Status MultiBuffer<BASE, INFO, DATA>::InvalidateData() try {
             L"Invalidating image " << static_cast<const void*>(this) << L" with " << buffers.size() << L" buffers");
   }
   for (auto& [key, entry] : buffers) entry.valid = 0;
-  if (auto callback = std::exchange(invalidateCallback, nullptr)) callback(std::exchange(invalidateArgument, nullptr));
-  std::vector<Base*> objects = std::move(attached);
-  attached.clear();
+  if (auto callback = std::exchange(invalidateCallback_, nullptr))
+    callback(std::exchange(invalidateArgument_, nullptr));
+  std::vector<Base*> objects = std::move(attached_);
+  attached_.clear();
   for (Base* object : objects)
     if (object) object->Release();
   return LMX_STATUS_NO_ERROR;

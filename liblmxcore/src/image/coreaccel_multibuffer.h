@@ -167,13 +167,13 @@ class MultiBuffer : public MultiBufferFace<BASE, MultiBuffer<BASE, INFO, DATA>>,
 
   // Base, Reference, LMXReleaseService.
   void* QueryInstance(InterfaceId iid) override;
-  void Release() override { refs.Release(this); }
-  uint32_t AddRef() override { return refs.AddRef(); }
+  void Release() override { refCount_.Release(this); }
+  uint32_t AddRef() override { return refCount_.AddRef(); }
   void Destroy(uint32_t flags) override { lmx::DestroyObject(this, flags); }
   Status SetReleaseHandler(ReleaseHandler handler, void* context) override {
-    return refs.SetReleaseHandler(handler, context);
+    return refCount_.SetReleaseHandler(handler, context);
   }
-  Status AddDependent(Base* dependent) override { return refs.AddDependent(dependent); }
+  Status AddDependent(Base* dependent) override { return refCount_.AddDependent(dependent); }
 
   // Image and audio entry points (rotation from metadata 0x61516733 applies to images only).
   Status AcquireAccess(Access access, Format format, int32_t options, DATA* data) override;
@@ -205,7 +205,7 @@ class MultiBuffer : public MultiBufferFace<BASE, MultiBuffer<BASE, INFO, DATA>>,
   Status GetAttachableBuffer(Access access, int32_t format, DATA* data);
 
   // Observations for tests and diagnostics.
-  uint32_t RefCount() const { return refs.Count(); }
+  uint32_t RefCount() const { return refCount_.Count(); }
   size_t BufferCount();
   bool IsBufferValid(int32_t key);
 
@@ -215,15 +215,15 @@ class MultiBuffer : public MultiBufferFace<BASE, MultiBuffer<BASE, INFO, DATA>>,
   Status Init(INFO* info, DATA* data, int32_t options);
   void DropBuffers();
 
-  lmx::RefCount refs;  // the count, the release handler and the dependents
-  LMXImageService::InvalidateCallback invalidateCallback = nullptr;
-  void* invalidateArgument = nullptr;
-  std::vector<Base*> attached;
+  lmx::RefCount refCount_;  // the count, the release handler and the dependents
+  LMXImageService::InvalidateCallback invalidateCallback_ = nullptr;
+  void* invalidateArgument_ = nullptr;
+  std::vector<Base*> attached_;
   std::map<int32_t, NativeBuffer> buffers;
   std::map<DATA*, NativeBuffer*> access_list;
   std::recursive_mutex lock;
   std::atomic<bool> m_bWriteFinished{true};
-  std::atomic<bool> notify{false};
+  std::atomic<bool> notify_{false};
   LMXAccessObserver* observer = nullptr;
 };
 

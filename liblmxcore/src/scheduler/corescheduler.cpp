@@ -41,26 +41,26 @@ Status CreateScheduler(Session* session, LMXSchedulerService*, Service::Accelera
 LMX_EDGE_CATCH
 
 Scheduler::Scheduler(SessionService* sessionService)
-    : session(sessionService), state(std::make_shared<lmx::SchedulerState>()) {}
+    : session(sessionService), state_(std::make_shared<lmx::SchedulerState>()) {}
 
 Status Scheduler::Init(Session* hostSession) {
   void** slot = LocateMasterStorage();
   if (slot && *slot) {
     // A follower: everything goes to the master's state. No reference is taken.
     master = static_cast<Scheduler*>(static_cast<LMXScheduler*>(*slot));
-    state = master->state;
-    ++state->users;
+    state_ = master->state_;
+    ++state_->users;
     return LMX_STATUS_NO_ERROR;
   }
   if (slot) {
     *slot = static_cast<LMXScheduler*>(this);
-    LockGuard lock(state->requestLock);
-    state->registered = true;
+    LockGuard lock(state_->requestLock);
+    state_->registered = true;
   }
   master = this;
-  state->users = 1;
-  state->task_scheduler.reset(lmx::CreateTaskScheduler(hostSession));
-  LMX_CHECK(state->task_scheduler, LMX_STATUS_ALLOC_FAILED);
+  state_->users = 1;
+  state_->task_scheduler.reset(lmx::CreateTaskScheduler(hostSession));
+  LMX_CHECK(state_->task_scheduler, LMX_STATUS_ALLOC_FAILED);
   return LMX_STATUS_NO_ERROR;
 }
 
@@ -80,16 +80,16 @@ Scheduler::~Scheduler() {
   uint32_t before;
   bool clearSlot;
   {
-    LockGuard lock(state->requestLock);
-    before = state->users.fetch_sub(1);
+    LockGuard lock(state_->requestLock);
+    before = state_->users.fetch_sub(1);
     // The last user frees the slot, so the next scheduler of the session becomes
     // a new master. A master that goes before its followers frees it too: they
     // keep the shared state, but the slot must not point at a destroyed object.
-    clearSlot = state->registered && (before == 1 || IsMaster());
-    if (clearSlot) state->registered = false;
+    clearSlot = state_->registered && (before == 1 || IsMaster());
+    if (clearSlot) state_->registered = false;
   }
   if (clearSlot && slot) *slot = nullptr;
-  if (before == 1) state->task_scheduler.reset();
+  if (before == 1) state_->task_scheduler.reset();
   // The waiting lists and records go with the last owner of the state (the
   // followers' and sync points' references keep it alive until then).
 }

@@ -133,7 +133,7 @@ class Scheduler final
   Scheduler* Master() const { return master; }
   bool IsMaster() const { return master == this; }
   // The state in use: the master's once Init has run.
-  const std::shared_ptr<lmx::SchedulerState>& State() const { return state; }
+  const std::shared_ptr<lmx::SchedulerState>& State() const { return state_; }
 
  private:
   template <class Self>
@@ -150,7 +150,7 @@ class Scheduler final
   SessionService* session;  // the host's, not counted
   Scheduler* master = nullptr;
   int32_t option = 0;
-  std::shared_ptr<lmx::SchedulerState> state;
+  std::shared_ptr<lmx::SchedulerState> state_;
 };
 
 // A sync point: a manual-reset event and the status it was signalled with, plus
@@ -183,11 +183,11 @@ class Scheduler::SyncPoint final
   ~SyncPoint();
 
   Scheduler* scheduler;  // owner, not counted
-  std::shared_ptr<lmx::SchedulerState> masterState;
+  std::shared_ptr<lmx::SchedulerState> masterState_;
   lmx::platform::EventHandle event;
   std::atomic<Status> status{Norvik::Lumetra::LMX_STATUS_EXEC_INPROGRESS};
   std::list<void*> outputs;
-  RefCount refs;
+  RefCount refCount;
 };
 
 // The export table's scheduler factory. Like every factory of the table, arguments 2

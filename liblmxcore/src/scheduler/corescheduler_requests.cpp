@@ -101,7 +101,7 @@ Status Scheduler::SubmitTask(Callback* task, Status sts) try {
   if (inlineTask) {
     task->Run(sts);
   } else {
-    lmx::TaskScheduler* pool = state->task_scheduler.get();
+    lmx::TaskScheduler* pool = state_->task_scheduler.get();
     if (LMX_FAILED_ON(pool)) {
       result = LMX_STATUS_HANDLE_INVALID;
     } else {
@@ -119,7 +119,7 @@ Status Scheduler::RequestInputs(int32_t n, void** inputs, Callback* cb) try {
   LMX_CHECK(n >= 0, LMX_STATUS_PARAM_UNSUPPORTED);
   if (n == 0) return SubmitTask(cb, LMX_STATUS_NO_ERROR);
   LMX_CHECK(inputs, LMX_STATUS_HANDLE_INVALID);
-  SchedulerState& s = *state;
+  SchedulerState& s = *state_;
 
   // A consumer of a failed output is called at once with its error; nothing is
   // registered. This pass relies on the map's own locks.
@@ -175,7 +175,7 @@ Status Scheduler::RequestInputs(int32_t n, void** inputs, Callback* cb) try {
 LMX_EDGE_CATCH
 
 Waiter* Scheduler::TakeWaiters(int32_t n, void** inputs) {
-  SchedulerState& s = *state;
+  SchedulerState& s = *state_;
   s.requestLock.AssertHeld();  // RequestInputs calls it under the lock
   Waiter* chain = nullptr;
   try {
@@ -189,10 +189,10 @@ Waiter* Scheduler::TakeWaiters(int32_t n, void** inputs) {
 }
 
 void Scheduler::ReleaseWaiters(Waiter* chain) {
-  state->requestLock.AssertHeld();  // called under the lock, as TakeWaiters
+  state_->requestLock.AssertHeld();  // called under the lock, as TakeWaiters
   while (chain) {
     Waiter* next = chain->next;
-    state->waiterPool.Release(chain);
+    state_->waiterPool.Release(chain);
     chain = next;
   }
 }
@@ -215,7 +215,7 @@ Status Scheduler::MarkOutputs(int32_t n, void** outputs, Status sts) try {
 LMX_EDGE_CATCH
 
 Status Scheduler::MarkInProgress(int32_t n, void** outputs) {
-  SchedulerState& s = *state;
+  SchedulerState& s = *state_;
   // Without requestLock: an existing entry keeps its waiters.
   for (int32_t i = 0; i < n; ++i) {
     if (!outputs[i]) continue;
@@ -232,7 +232,7 @@ Status Scheduler::MarkInProgress(int32_t n, void** outputs) {
 }
 
 Status Scheduler::CompleteOutputs(int32_t n, void** outputs, Status sts) {
-  SchedulerState& s = *state;
+  SchedulerState& s = *state_;
   if (sts < 0) {
     for (int32_t i = 0; i < n; ++i) {
       if (!outputs[i]) continue;

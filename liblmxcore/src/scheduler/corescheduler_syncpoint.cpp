@@ -9,7 +9,7 @@ namespace lmx {
 using namespace Norvik::Lumetra;
 
 Scheduler::SyncPoint::SyncPoint(Scheduler* owner, int32_t n, void** list)
-    : scheduler(owner), masterState(owner->State()), event(platform::CreateManualResetEvent()) {
+    : scheduler(owner), masterState_(owner->State()), event(platform::CreateManualResetEvent()) {
   // A failed event creation is not an error here: the waits report it.
   try {
     for (int32_t i = 0; i < n; ++i)
@@ -29,7 +29,7 @@ Scheduler::SyncPoint::~SyncPoint() {
     event = nullptr;
   }
   // The failure records of this operation's outputs live as long as it does.
-  for (void* output : outputs) masterState->failedOutputs.Erase(output);
+  for (void* output : outputs) masterState_->failedOutputs.Erase(output);
 }
 
 Scheduler::SyncPoint* Scheduler::SyncPoint::From(LMXSyncPoint* face) {
@@ -38,9 +38,9 @@ Scheduler::SyncPoint* Scheduler::SyncPoint::From(LMXSyncPoint* face) {
   return static_cast<SyncPoint*>(static_cast<LMXSyncPoint*>(face->QueryInstance(LMXSyncPoint::kIid2)));
 }
 
-uint32_t Scheduler::SyncPoint::AddRef() { return refs.AddRef(); }
+uint32_t Scheduler::SyncPoint::AddRef() { return refCount.AddRef(); }
 
-void Scheduler::SyncPoint::Release() { refs.Release(this); }
+void Scheduler::SyncPoint::Release() { refCount.Release(this); }
 
 Status Scheduler::SyncPoint::Synchronize(int32_t timeout) try {
   LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "Synchronize");
@@ -165,8 +165,8 @@ LMX_EDGE_CATCH
 Status Scheduler::SyncPoint::QueryOutputStatus(void* output) try {
   if (!event) return LMX_STATUS_HANDLE_INVALID;
   {
-    decltype(masterState->failedOutputs)::ConstAccessor record;
-    if (masterState->failedOutputs.Find(record, output)) return record.value();
+    decltype(masterState_->failedOutputs)::ConstAccessor record;
+    if (masterState_->failedOutputs.Find(record, output)) return record.value();
   }
   return status.load();
 }
