@@ -61,7 +61,10 @@ MultiBuffer<BASE, INFO, DATA>::MultiBuffer(Session* session, INFO* info, DATA* d
 
 template <class BASE, class INFO, class DATA>
 MultiBuffer<BASE, INFO, DATA>::~MultiBuffer() {
-  DropBuffers();
+  {
+    lmx::LockGuard guard(lock);  // uncontended: the last reference is gone
+    DropBuffers();
+  }
   for (Base* object : attached_)
     if (object) object->Release();
   attached_.clear();
@@ -159,7 +162,7 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
   }
   LMX_CHECK(m_bWriteFinished, LMX_STATUS_PARAM_UNSUPPORTED);
 
-  std::lock_guard guard(lock);
+  lmx::LockGuard guard(lock);
   // A write may have begun between the wait and the lock: the caller retries.
   if (LMX_FAILED_ON(m_bWriteFinished)) return LMX_STATUS_EXEC_INPROGRESS;
   const int32_t writing = access & BASE::ACCESS_WRITE;
@@ -239,7 +242,7 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::GetBuffer(INFO* info, int32_t key, DATA* data, int32_t options,
                                                 bool bAllocationAllowed, NativeBuffer** native) {
-  std::lock_guard guard(lock);
+  lmx::LockGuard guard(lock);
   if (auto it = buffers.find(key); it != buffers.end() && it->second.buffer) {
     *native = &it->second;
     return LMX_STATUS_NO_ERROR;
@@ -248,7 +251,8 @@ Status MultiBuffer<BASE, INFO, DATA>::GetBuffer(INFO* info, int32_t key, DATA* d
   // The entry is made first and filled last: a failure on the way leaves no
   // storage without an entry and no entry without storage.
   const auto [it, made] = buffers.try_emplace(key);
-  auto forget = [&, it = it, made = made] {
+  // Runs under this function's guard (the analysis does not follow it into the lambda).
+  auto forget = [&, it = it, made = made]() LMX_NO_THREAD_SAFETY_ANALYSIS {
     if (made) buffers.erase(it);
   };
   BASE* storage = nullptr;
@@ -265,7 +269,7 @@ Status MultiBuffer<BASE, INFO, DATA>::GetBuffer(INFO* info, int32_t key, DATA* d
 
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::GetAttachableBuffer(Access access, int32_t format, DATA* data) {
-  std::lock_guard guard(lock);
+  lmx::LockGuard guard(lock);
   NativeBuffer* native = nullptr;
   Status sts = LMX_STATUS_NO_ERROR;
   if (LMX_CALL_FAILED(sts, GetBuffer(&this->info, format, 0, this->options, true, &native))) return sts;
@@ -286,7 +290,7 @@ Status MultiBuffer<BASE, INFO, DATA>::ReleaseAccess(DATA* data) try {
   LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "MultiBuffer::ReleaseAccess");
   Status sts = LMX_STATUS_NO_ERROR;
   {
-    std::lock_guard guard(lock);
+    lmx::LockGuard guard(lock);
     auto it = access_list.find(data);
     // Side data is acquired without a record, so it has nothing to end. The record
     // is looked for first: an image whose native format is attachable, acquired as
@@ -314,7 +318,7 @@ LMX_EDGE_CATCH
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::AcquireNativeAccess(Access access, int32_t /*option*/, DATA* data) try {
   LMX_CHECK(data, LMX_STATUS_HANDLE_INVALID);
-  std::lock_guard guard(lock);
+  lmx::LockGuard guard(lock);
   NativeBuffer* native = nullptr;
   LMX_CHECK_CALL(GetBuffer(&this->info, this->info.format, 0, this->options, true, &native));
   return native->buffer->AcquireNativeAccess(access, 0, data);
@@ -324,7 +328,7 @@ LMX_EDGE_CATCH
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::ReInitImpl(INFO* info, DATA* data, int32_t options) try {
   LMX_CHECK(info, LMX_STATUS_HANDLE_INVALID);
-  std::lock_guard guard(lock);
+  lmx::LockGuard guard(lock);
   // Storage of the old description must never be converted with the new one.
   LMX_CHECK(access_list.empty() && m_bWriteFinished, LMX_STATUS_PARAM_UNSUPPORTED);
   const int32_t numberPlanes = Traits::CountPlanes(info);
@@ -350,7 +354,7 @@ bool MultiBuffer<BASE, INFO, DATA>::TakeNotifyOption(int32_t options) {
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::KeepInvalidateCallback(LMXImageService::InvalidateCallback callback,
                                                              void* argument) {
-  std::lock_guard guard(lock);
+  lmx::LockGuard guard(lock);
   invalidateCallback_ = callback;
   invalidateArgument_ = callback ? argument : nullptr;
   return LMX_STATUS_NO_ERROR;
@@ -359,7 +363,7 @@ Status MultiBuffer<BASE, INFO, DATA>::KeepInvalidateCallback(LMXImageService::In
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::KeepAttachedObject(Base* object) try {
   LMX_CHECK(object, LMX_STATUS_HANDLE_INVALID);
-  std::lock_guard guard(lock);
+  lmx::LockGuard guard(lock);
   attached_.push_back(object);
   return LMX_STATUS_NO_ERROR;
 }
@@ -367,7 +371,7 @@ LMX_EDGE_CATCH
 
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::InvalidateData() try {
-  std::lock_guard guard(lock);
+  lmx::LockGuard guard(lock);
   if (!buffers.empty()) {
     LMX_LOG(LOG_LEVEL_VERBOSE,
             L"Invalidating image " << static_cast<const void*>(this) << L" with " << buffers.size() << L" buffers");
@@ -385,13 +389,13 @@ LMX_EDGE_CATCH
 
 template <class BASE, class INFO, class DATA>
 size_t MultiBuffer<BASE, INFO, DATA>::BufferCount() {
-  std::lock_guard guard(lock);
+  lmx::LockGuard guard(lock);
   return buffers.size();
 }
 
 template <class BASE, class INFO, class DATA>
 bool MultiBuffer<BASE, INFO, DATA>::IsBufferValid(int32_t key) {
-  std::lock_guard guard(lock);
+  lmx::LockGuard guard(lock);
   auto it = buffers.find(key);
   return it != buffers.end() && it->second.valid;
 }

@@ -31,6 +31,7 @@
 #include "core_metadata.h"
 #include "image/coreaccel_baseaudio.h"
 #include "image/coreaccel_baseimage.h"
+#include "lmx/platform/thread_annotations.h"
 #include "lmxsession.h"
 
 // What the session hands an image or audio object under 0x852193AF: told of each
@@ -213,15 +214,15 @@ class MultiBuffer : public MultiBufferFace<BASE, MultiBuffer<BASE, INFO, DATA>>,
 
  private:
   Status Init(INFO* info, DATA* data, int32_t options);
-  void DropBuffers();
+  void DropBuffers() LMX_REQUIRES(lock);
 
   lmx::RefCount refCount_;  // the count, the release handler and the dependents
   LMXImageService::InvalidateCallback invalidateCallback_ = nullptr;
   void* invalidateArgument_ = nullptr;
   std::vector<Base*> attached_;
-  std::map<int32_t, NativeBuffer> buffers;
-  std::map<DATA*, NativeBuffer*> access_list;
-  std::recursive_mutex lock;
+  std::map<int32_t, NativeBuffer> buffers LMX_GUARDED_BY(lock);
+  std::map<DATA*, NativeBuffer*> access_list LMX_GUARDED_BY(lock);
+  lmx::RecursiveMutex lock;
   std::atomic<bool> m_bWriteFinished{true};
   std::atomic<bool> notify_{false};
   LMXAccessObserver* observer = nullptr;
