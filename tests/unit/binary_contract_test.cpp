@@ -68,10 +68,10 @@ struct Row {
 // Printed by name: gtest's default prints the bytes of the row, padding included.
 void PrintTo(const Row& row, std::ostream* os) { *os << row.face << " slot " << row.slot << " " << row.call; }
 
+// clang-format off
 const Row kRows[] = {
     // Base and the counted faces of an image.
-    {"Base", 0, "QueryInstance",
-     [](Objects& o) {
+    {"Base", 0, "QueryInstance", [](Objects& o) {
        void* reference = o.Face(o.image, FourCC("BASS"));
        ASSERT_NE(reference, nullptr);
        EXPECT_EQ(o.Face(reference, 0), o.image) << "a secondary face answers 0 with the primary";
@@ -79,8 +79,7 @@ const Row kRows[] = {
        EXPECT_EQ(o.Face(o.image, 0x7777), nullptr);
        EXPECT_EQ(o.Face(o.image, Metadata::kIid2), nullptr) << "only a standalone store answers it";
      }},
-    {"ReleaseService", 2, "SetReleaseHandler + 3 AddDependent; Reference 2 AddRef",
-     [](Objects& o) {
+    {"ReleaseService", 2, "SetReleaseHandler + 3 AddDependent; Reference 2 AddRef", [](Objects& o) {
        static int handled;
        handled = 0;
        int value = 42;
@@ -95,11 +94,9 @@ const Row kRows[] = {
        o.image = nullptr;
        EXPECT_EQ(handled, 42);
      }},
-    {"LMXAllocator", 2, "Reserved2..6; 7 CreateImage",
-     [](Objects& o) {
+    {"LMXAllocator", 2, "Reserved2..6; 7 CreateImage", [](Objects& o) {
        for (int slot = 2; slot <= 6; ++slot)
-         EXPECT_EQ(CallSlot<Status>(o.allocator, slot),
-                   slot < 4 ? LMX_STATUS_NO_ERROR : LMX_STATUS_FEATURE_UNSUPPORTED);
+         EXPECT_EQ(CallSlot<Status>(o.allocator, slot), slot < 4 ? LMX_STATUS_NO_ERROR : LMX_STATUS_FEATURE_UNSUPPORTED);
        Image::ImageInfo info{};
        EXPECT_EQ(CallSlot<Status>(o.image, 2, &info), LMX_STATUS_NO_ERROR);  // Image 2 QueryInfo
        EXPECT_EQ(info.width, 32);
@@ -115,8 +112,7 @@ const Row kRows[] = {
        EXPECT_EQ(CallSlot<int32_t>(o.image, 16), 4);
        EXPECT_EQ(CallSlot<int32_t>(o.image, 17), Image::PIXEL_FORMAT_Y8);
      }},
-    {"Image", 11, "ImportData, 12 AcquireAccess + 13 ReleaseAccess, 10 ExportData",
-     [](Objects& o) {
+    {"Image", 11, "ImportData, 12 AcquireAccess + 13 ReleaseAccess, 10 ExportData", [](Objects& o) {
        EXPECT_EQ(CallSlot<Status>(o.image, 11, &o.caller, int32_t{0}), LMX_STATUS_NO_ERROR);
        Image::ImageData data{};
        ASSERT_EQ(CallSlot<Status>(o.image, 12, int32_t{Image::ACCESS_READ}, int32_t{0}, int32_t{0}, &data), 0);
@@ -127,8 +123,7 @@ const Row kRows[] = {
        EXPECT_EQ(o.pixels[0][0], 4) << "export with option 2 flips the rows";
        EXPECT_EQ(o.pixels[3][31], 1);
      }},
-    {"LMXImageService", 2, "QueryPlaneInfo + 6 InvalidateData",
-     [](Objects& o) {
+    {"LMXImageService", 2, "QueryPlaneInfo + 6 InvalidateData", [](Objects& o) {
        void* service = o.Face(o.image, LMXImageService::kIid);
        Image::ImageInfo info{32, 4, Image::PIXEL_FORMAT_Y8, 0};
        LMXImageService::PlaneInfo planes{};
@@ -151,8 +146,7 @@ const Row kRows[] = {
        EXPECT_EQ(CallSlot<int32_t>(metadata, 6, id), 0);
      }},
     // Audio, made by LMXAllocator 8 CreateAudio.
-    {"Audio", 5, "SetTimeStamp + 3 QueryTimeStamp; 6 and 11 SetOptions + 4 QueryOptions",
-     [](Objects& o) {
+    {"Audio", 5, "SetTimeStamp + 3 QueryTimeStamp; 6 and 11 SetOptions + 4 QueryOptions", [](Objects& o) {
        EXPECT_EQ(o.Face(o.audio, LMXAudio::kIid), o.audio);
        CallSlot<void>(o.audio, 5, int64_t{77});
        EXPECT_EQ(CallSlot<int64_t>(o.audio, 3), 77);
@@ -165,15 +159,13 @@ const Row kRows[] = {
      [](Objects& o) {
        LMXAudio::AudioData data{};
        ASSERT_EQ(CallSlot<Status>(o.audio, 8, int32_t{LMXAudio::ACCESS_WRITE}, int32_t{LMXAudio::AUDIO_FORMAT_PCM},
-                                  int32_t{0}, &data),
-                 0);
+                                  int32_t{0}, &data), 0);
        const int16_t samples[2] = {-16384, 8192};
        std::memcpy(data.dataPtr, samples, sizeof(samples));
        data.dataSize = 2;
        EXPECT_EQ(CallSlot<Status>(o.audio, 9, &data), LMX_STATUS_NO_ERROR);
        ASSERT_EQ(CallSlot<Status>(o.audio, 8, int32_t{LMXAudio::ACCESS_READ},
-                                  int32_t{LMXAudio::AUDIO_FORMAT_IEEE_FLOAT}, int32_t{0}, &data),
-                 0);
+                                  int32_t{LMXAudio::AUDIO_FORMAT_IEEE_FLOAT}, int32_t{0}, &data), 0);
        EXPECT_EQ(reinterpret_cast<const float*>(data.dataPtr)[0], -0.5f);
        EXPECT_EQ(CallSlot<Status>(o.audio, 9, &data), LMX_STATUS_NO_ERROR);
        ASSERT_EQ(CallSlot<Status>(o.audio, 13, int32_t{LMXAudio::ACCESS_READ}, int32_t{0}, &data), 0);
@@ -181,8 +173,7 @@ const Row kRows[] = {
        EXPECT_EQ(data.dataSize, 2);
        EXPECT_EQ(CallSlot<Status>(o.Face(o.audio, LMXAudioService::kIid), 2), LMX_STATUS_NO_ERROR);
      }},
-    {"LMXAudioConversion", 4, "MixChannels; 2 ConvertAudio",
-     [](Objects& o) {
+    {"LMXAudioConversion", 4, "MixChannels; 2 ConvertAudio", [](Objects& o) {
        void* converter = o.Face(o.converter, LMXAudioConversion::kIid2);
        EXPECT_EQ(converter, o.converter) << "the factory hands out the primary face";
        const int16_t three[] = {1, 2, 4};
@@ -193,12 +184,10 @@ const Row kRows[] = {
        EXPECT_EQ(CallSlot<Status>(converter, 4, three, &info3, mono, &info1, 1), LMX_STATUS_NO_ERROR);
        EXPECT_EQ(mono[0], 2);
        LMXAudio* dst = nullptr;
-       EXPECT_EQ(CallSlot<Status>(converter, 2, static_cast<LMXAudio*>(nullptr), &info1, &dst),
-                 LMX_STATUS_HANDLE_INVALID);
+       EXPECT_EQ(CallSlot<Status>(converter, 2, static_cast<LMXAudio*>(nullptr), &info1, &dst), LMX_STATUS_HANDLE_INVALID);
      }},
     // LMXScheduler and LMXSchedulerService.
-    {"LMXScheduler", 2, "SetOption + 3 QueryOption; 5 SubmitTask",
-     [](Objects& o) {
+    {"LMXScheduler", 2, "SetOption + 3 QueryOption; 5 SubmitTask", [](Objects& o) {
        void* primary = static_cast<LMXScheduler*>(o.scheduler.get());
        EXPECT_EQ(o.Face(primary, FourCC("SCH2")), o.scheduler.service());
        EXPECT_EQ(CallSlot<Status>(primary, 2, int32_t{7}), LMX_STATUS_NO_ERROR);
@@ -214,30 +203,25 @@ const Row kRows[] = {
        void* outputs[] = {&output};
        lmxtest::RecordingTask consumer(L"(inline) consumer");
        EXPECT_EQ(CallSlot<Status>(service, 3, int32_t{1}, outputs, Status{LMX_STATUS_EXEC_INPROGRESS}), 0);
-       EXPECT_EQ(
-           CallSlot<Status>(service, 2, int32_t{1}, outputs, static_cast<LMXSchedulerService::Callback*>(&consumer)),
-           0);
+       EXPECT_EQ(CallSlot<Status>(service, 2, int32_t{1}, outputs, static_cast<LMXSchedulerService::Callback*>(&consumer)), 0);
        EXPECT_EQ(CallSlot<Status>(service, 4, int32_t{1}, outputs, &o.sp), 0);
        ASSERT_NE(o.sp, nullptr);
        EXPECT_EQ(CallSlot<Status>(service, 3, int32_t{1}, outputs, Status{-201}), 0);
        EXPECT_EQ(consumer.Last(), -201);
        EXPECT_EQ(CallSlot<Status>(o.sp, 5, static_cast<void*>(&output)), -201);
      }},
-    {"LMXSyncPoint", 2, "Synchronize, 3 SynchronizeExINT; LMXSyncPointService 2 SignalSyncPoint",
-     [](Objects& o) {
+    {"LMXSyncPoint", 2, "Synchronize, 3 SynchronizeExINT; LMXSyncPointService 2 SignalSyncPoint", [](Objects& o) {
        ASSERT_EQ(o.scheduler.service()->CreateSyncPoint(0, nullptr, &o.sp), 0);
        EXPECT_EQ(CallSlot<Status>(o.sp, 2, int32_t{0}), LMX_STATUS_EXEC_INPROGRESS);
        EXPECT_EQ(CallSlot<Status>(o.Face(o.sp, FourCC("SYN1")), 2, Status{102}), 0);
        EXPECT_EQ(CallSlot<Status>(o.sp, 2, int32_t{-1}), 102);
        LMXSyncPoint* sps[] = {o.sp};
        int32_t idx = -1;
-       EXPECT_EQ(
-           CallSlot<Status>(o.sp, 3, int32_t{1}, sps, int32_t{0}, static_cast<void**>(nullptr), &idx, int32_t{-1}),
-           102);
+       EXPECT_EQ(CallSlot<Status>(o.sp, 3, int32_t{1}, sps, int32_t{0}, static_cast<void**>(nullptr), &idx,
+                                  int32_t{-1}), 102);
        EXPECT_EQ(idx, 0);
      }},
-    {"LMXAllocatorOptions", 2, "SetOption, 3 GetOption",
-     [](Objects& o) {
+    {"LMXAllocatorOptions", 2, "SetOption, 3 GetOption", [](Objects& o) {
        void* options = o.Face(o.allocator, FourCC("AOPT"));
        ASSERT_NE(options, nullptr);
        lmxtest::ScopedCapture capture;
@@ -256,14 +240,14 @@ const Row kRows[] = {
        EXPECT_TRUE(capture->Contains("failed on"));
        EXPECT_EQ(CallSlot<Status>(options, 2, int32_t{LMX_OPTION_PLANE_CACHE_MB}, int64_t{-1}), LMX_STATUS_NO_ERROR);
      }},
-    {"LoggingService", 5, "SetLevel, 6 TestLevel, 7 QueryLevel",
-     [](Objects& o) {
+    {"LoggingService", 5, "SetLevel, 6 TestLevel, 7 QueryLevel", [](Objects& o) {
        CallSlot<Status>(o.logger, 5, 30000);
        EXPECT_FALSE(CallSlot<bool>(o.logger, 6, 20000));
        EXPECT_TRUE(CallSlot<bool>(o.logger, 6, 30000));
        EXPECT_EQ(CallSlot<int32_t>(o.logger, 7), 30000);
      }},
 };
+// clang-format on
 
 class BinaryContract : public testing::TestWithParam<Row> {};
 

@@ -68,21 +68,20 @@ std::function<Bytes()> Row(Bytes in, int width, int dst_bytes, Fn call) {
   return Out(in, dst_bytes, [=](auto src, auto dst) { return call(src, src_bytes, dst, dst_bytes, width, 1); });
 }
 
+// clang-format off
 const Known kKnown[] = {
     // Studio-range decode: black, white, saturated red (254), blue; alpha taken as given.
-    {"YUY2ToBGRA",
-     Row({16, 128, 16, 128, 235, 128, 235, 128, 81, 90, 81, 240, 41, 240, 41, 110}, 8, 32,
-         [](auto... a) { return YUY2ToBGRA(a..., 77); }),
-     {0, 0, 0,   77, 0, 0, 0,   77, 255, 255, 255, 77, 255, 255, 255, 77,
-      0, 0, 254, 77, 0, 0, 254, 77, 255, 0,   0,   77, 255, 0,   0,   77}},
+    {"YUY2ToBGRA", Row({16, 128, 16, 128, 235, 128, 235, 128, 81, 90, 81, 240, 41, 240, 41, 110}, 8, 32,
+                       [](auto... a) { return YUY2ToBGRA(a..., 77); }),
+     {0, 0, 0, 77, 0, 0, 0, 77, 255, 255, 255, 77, 255, 255, 255, 77, 0, 0, 254, 77, 0, 0, 254, 77, 255, 0, 0, 77,
+      255, 0, 0, 77}},
     {"YUY2ToRGB", Row({81, 90, 81, 240}, 2, 6, YUY2ToRGB), {254, 0, 0, 254, 0, 0}},
     // Odd width: the lone last pixel (Y 180, U 60) takes the preceding pair's V (240).
     {"YUY2ToBGROddWidth", Row({16, 128, 16, 240, 180, 60}, 3, 9, YUY2ToBGR), {0, 0, 179, 0, 0, 179, 54, 126, 255}},
     {"YUY2ToY8", Row({1, 2, 3, 4, 5, 6}, 3, 3, YUY2ToY8), {1, 3, 5}},
     // Encode: pure red; chroma of a pair is the rounded mean of both pixels.
     {"BGRToYUY2", Row({0, 0, 255, 0, 0, 255}, 2, 4, BGRToYUY2), {82, 90, 82, 240}},
-    {"RGBAToYUY2OddWidth",
-     Row({255, 0, 0, 9, 255, 255, 255, 9, 0, 0, 255, 9}, 3, 6, RGBAToYUY2),
+    {"RGBAToYUY2OddWidth", Row({255, 0, 0, 9, 255, 255, 255, 9, 0, 0, 255, 9}, 3, 6, RGBAToYUY2),
      {82, 109, 235, 184, 41, 240}},
     {"BGRAToRGBA", Row({1, 2, 3, 4}, 1, 4, BGRAToRGBA), {3, 2, 1, 4}},
     {"BGRAToRGB", Row({1, 2, 3, 4}, 1, 3, BGRAToRGB), {3, 2, 1}},
@@ -92,9 +91,7 @@ const Known kKnown[] = {
     {"RGBToY8", Row({255, 0, 0, 0, 255, 0, 0, 0, 255}, 3, 3, RGBToY8), {76, 150, 29}},
     {"RGBAToY8", Row({255, 0, 0, 1, 0, 0, 255, 2}, 2, 2, RGBAToY8), {76, 29}},
     {"Y8ToY16", Row({0, 1, 255}, 3, 6, Y8ToY16), AsBytes<uint16_t>({0, 257, 65535})},
-    {"Y16ToBGRA",
-     Row(AsBytes<uint16_t>({0x12FF, 0xFF00}), 2, 8, Y16ToBGRA),
-     {0x12, 0x12, 0x12, 255, 255, 255, 255, 255}},
+    {"Y16ToBGRA", Row(AsBytes<uint16_t>({0x12FF, 0xFF00}), 2, 8, Y16ToBGRA), {0x12, 0x12, 0x12, 255, 255, 255, 255, 255}},
     {"DepthShiftUp", Row(AsBytes<uint16_t>({0, 1, 1000, 20000}), 4, 8, [](auto... a) { return DepthShift(a..., 3); }),
      AsBytes<uint16_t>({0, 8, 8000, 65535})},
     {"DepthShiftDown", Row(AsBytes<uint16_t>({7, 8, 65535}), 3, 6, [](auto... a) { return DepthShift(a..., -3); }),
@@ -108,15 +105,12 @@ const Known kKnown[] = {
      Row(AsBytes<float>({-3.0f, 0.49f, 0.5f, 1234.6f, 70000.0f, std::numeric_limits<float>::quiet_NaN()}), 6, 12,
          [](auto... a) { return FloatToDepth(a..., 1.0f); }),
      AsBytes<uint16_t>({0, 0, 1, 1235, 65535, 0})},
-    {"MirrorLeftRight2",
-     Row({1, 2, 3, 4, 5, 6}, 3, 6, [](auto... a) { return MirrorPlane(a..., 2, kMirrorLeftRight); }),
+    {"MirrorLeftRight2", Row({1, 2, 3, 4, 5, 6}, 3, 6, [](auto... a) { return MirrorPlane(a..., 2, kMirrorLeftRight); }),
      {5, 6, 3, 4, 1, 2}},
     // YUY2 mirror keeps pairs valid; an odd width's lone pixel borrows the V before it.
-    {"MirrorYUY2",
-     Row({1, 10, 2, 20, 3, 30, 4, 40, 5, 50}, 5, 10, MirrorYUY2Plane),
+    {"MirrorYUY2", Row({1, 10, 2, 20, 3, 30, 4, 40, 5, 50}, 5, 10, MirrorYUY2Plane),
      {5, 50, 4, 40, 3, 30, 2, 40, 1, 10}},
-    {"ReorderChannels4",
-     Row({1, 2, 3, 4, 5, 6, 7, 8}, 2, 8, [](auto... a) { return ReorderChannels(a..., 4); }),
+    {"ReorderChannels4", Row({1, 2, 3, 4, 5, 6, 7, 8}, 2, 8, [](auto... a) { return ReorderChannels(a..., 4); }),
      {3, 2, 1, 4, 7, 6, 5, 8}},
     // 3 x 2 "abc/def": a quarter turn is clockwise.
     {"Rotate90",
@@ -124,26 +118,22 @@ const Known kKnown[] = {
      {'d', 'a', 'e', 'b', 'f', 'c'}},
     // 3 x 3 YUY2 -> NV12: luma copied, chroma the rounded mean of a row pair; the odd
     // last row has luma only, also when it is the only row.
-    {"YUY2ToNV12",
-     Out({1, 10, 2, 20, 3, 30, 4, 11, 5, 21, 6, 33, 7, 90, 8, 90, 9, 90}, 12,
-         [](auto s, auto o) { return YUY2ToNV12(s, 6, o, 3, o + 9, 3, 3, 3); }),
+    {"YUY2ToNV12", Out({1, 10, 2, 20, 3, 30, 4, 11, 5, 21, 6, 33, 7, 90, 8, 90, 9, 90}, 12,
+                       [](auto s, auto o) { return YUY2ToNV12(s, 6, o, 3, o + 9, 3, 3, 3); }),
      {1, 2, 3, 4, 5, 6, 7, 8, 9, 11, 21, 32}},
     {"YUY2ToNV12OneRow",
-     Out({1, 10, 3, 30}, 2, [](auto s, auto o) { return YUY2ToNV12(s, 4, o, 2, nullptr, 0, 2, 1); }),
-     {1, 3}},
+     Out({1, 10, 3, 30}, 2, [](auto s, auto o) { return YUY2ToNV12(s, 4, o, 2, nullptr, 0, 2, 1); }), {1, 3}},
     // 3 x 3 NV12 -> YUY2 (luma, then chroma): the odd last row reuses the last chroma
     // row; the odd last column is left alone; a lone row gets neutral chroma.
-    {"NV12ToYUY2",
-     Out({1, 2, 3, 4, 5, 6, 7, 8, 9, 50, 60, 70}, 18,
-         [](auto s, auto o) { return NV12ToYUY2(s, 3, s + 9, 3, o, 6, 3, 3); }),
+    {"NV12ToYUY2", Out({1, 2, 3, 4, 5, 6, 7, 8, 9, 50, 60, 70}, 18,
+                       [](auto s, auto o) { return NV12ToYUY2(s, 3, s + 9, 3, o, 6, 3, 3); }),
      {1, 50, 2, 60, 0xEE, 0xEE, 4, 50, 5, 60, 0xEE, 0xEE, 7, 50, 8, 60, 0xEE, 0xEE}},
-    {"NV12ToYUY2OneRow",
-     Out({1, 2}, 4, [](auto s, auto o) { return NV12ToYUY2(s, 2, nullptr, 0, o, 4, 2, 1); }),
+    {"NV12ToYUY2OneRow", Out({1, 2}, 4, [](auto s, auto o) { return NV12ToYUY2(s, 2, nullptr, 0, o, 4, 2, 1); }),
      {1, 128, 2, 128}},
-    {"Y8ToNV12",
-     Out({1, 2, 3, 4}, 6, [](auto s, auto o) { return Y8ToNV12(s, 2, o, 2, o + 4, 2, 2, 2); }),
+    {"Y8ToNV12", Out({1, 2, 3, 4}, 6, [](auto s, auto o) { return Y8ToNV12(s, 2, o, 2, o + 4, 2, 2, 2); }),
      {1, 2, 3, 4, 128, 128}},
 };
+// clang-format on
 
 class KnownAnswer : public testing::TestWithParam<Known> {};
 
