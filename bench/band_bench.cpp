@@ -3,7 +3,8 @@
 // one thread (SetConversionThreadLimit(1)) and on all the threads the library
 // may use, into one image written again per frame and into a new image per
 // frame, beside libyuv (one thread) on bare buffers. Wall-clock time: the bands
-// run on other threads. Names are Pair/Size/{One,All,OneNew,AllNew,Forced,Anchor};
+// run on other threads. Names are Pair/Size/{One,All,OneNew,AllNew,Forced,Anchor},
+// and Memcpy/Size/{One,All} for the memory ceiling;
 // run_bands.sh turns one run into tables.
 #include <benchmark/benchmark.h>
 #include <libyuv.h>
@@ -12,6 +13,7 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kernels/band_pool.h"
@@ -141,7 +143,30 @@ void Anchor(benchmark::State& state, const Pair& pair, Size size) {
   }
 }
 
+// The memory ceiling: a 4K BGRA plane (33 MB) copied row by row through the
+// band pool, on one thread and on all. What two threads gain here bounds what
+// any memory-bound conversion of the same bytes can gain.
+void Ceiling(benchmark::State& state, int32_t threads) {
+  constexpr int32_t kRowBytes = 3840 * 4, kRows = 2160;
+  std::vector<uint8_t> src(size_t{kRowBytes} * kRows), dst(src.size());
+  FillPattern(src.data(), src.size());
+  std::memcpy(dst.data(), src.data(), dst.size());
+  lmx::SetConversionThreadLimit(threads);
+  for (auto _ : state) {
+    lmx::RunBands(kRows, 1, int64_t{2} * kRowBytes * kRows, [&](int32_t begin, int32_t end) {
+      const size_t at = size_t{kRowBytes} * begin;
+      std::memcpy(dst.data() + at, src.data() + at, size_t{kRowBytes} * (end - begin));
+    });
+    benchmark::ClobberMemory();
+  }
+  lmx::SetConversionThreadLimit(0);
+}
+
 const int kRegistered = [] {
+  for (auto [side, threads] : {std::pair{"One", 1}, std::pair{"All", 0}})
+    benchmark::RegisterBenchmark((std::string("Memcpy/3840x2160/") + side).c_str(), Ceiling, threads)
+        ->Unit(benchmark::kMicrosecond)
+        ->UseRealTime();
   static const std::vector<Pair> pairs = Pairs();
   for (const Pair& pair : pairs) {
     for (Size size : {Size{3840, 2160}, Size{1920, 1080}, Size{1280, 720}, Size{640, 480}}) {
@@ -153,7 +178,7 @@ const int kRegistered = [] {
       } sides[] = {
           {"One", 1, false}, {"All", 0, false}, {"OneNew", 1, true}, {"AllNew", 0, true}, {"Forced", -1, false}};
       for (auto [side, threads, fresh] : sides)
-        if (threads >= 0 || size.w == 640)
+        if (threads >= 0 || size.w < 3840)  // 4K is banded without forcing
           benchmark::RegisterBenchmark((name + "/" + side).c_str(), Object, pair, size, threads, fresh)
               ->Unit(benchmark::kMicrosecond)
               ->UseRealTime();

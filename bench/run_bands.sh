@@ -3,8 +3,11 @@
 # conversion and size, the wall-clock time through the image object on one
 # thread and on every thread the library may use (a new image per frame), the
 # speed-up, libyuv's time on one thread and the ratio libyuv / all threads (above
-# 1 we are faster); the same into a new image per frame (new planes: page faults). Repetitions in random interleaving, medians of real time: the
-# machine must be otherwise idle. Extra arguments go to the benchmark.
+# 1 we are faster); the same into a new image per frame (new planes: page
+# faults); the memory ceiling (a 4K plane copied on one thread and on all); and,
+# below 4K, the default threshold beside banding forced at any size.
+# Repetitions in random interleaving, medians of real time: the machine must be
+# otherwise idle. Extra arguments go to the benchmark.
 set -eu
 bench_target=band_bench
 . "$(dirname "$0")/build_bench.sh"
@@ -28,10 +31,16 @@ for (pair, size), t in rows.items():
         print(f"| {pair} | {size} | {t['One']:.0f} | {t['All']:.0f} | {t['One'] / t['All']:.2f} | "
               f"{t['Anchor']:.0f} | {t['Anchor'] / t['All']:.2f} | {t['OneNew']:.0f} / {t['AllNew']:.0f} | "
               f"{t['OneNew'] / t['AllNew']:.2f} |")
+if ("Memcpy", "3840x2160") in rows:
+    t = rows[("Memcpy", "3840x2160")]
+    print()
+    print(f"Memory ceiling, 33 MB copied in bands: one thread {t['One']:.0f} us, all threads {t['All']:.0f} us, "
+          f"speed-up {t['One'] / t['All']:.2f}")
 print()
-print("| 640x480 | one thread us | banding allowed us | allowed / one | banded at any size us |")
-print("|---|---|---|---|---|")
+print("| conversion | size | one thread us | banding allowed us | allowed / one | banded at any size us | forced / one |")
+print("|---|---|---|---|---|---|---|")
 for (pair, size), t in rows.items():
-    if "Forced" in t:
-        print(f"| {pair} | {t['One']:.0f} | {t['All']:.0f} | {t['All'] / t['One']:.3f} | {t['Forced']:.0f} |")
+    if {"One", "All", "Forced"} <= t.keys():
+        print(f"| {pair} | {size} | {t['One']:.0f} | {t['All']:.0f} | {t['All'] / t['One']:.3f} | {t['Forced']:.0f} | "
+              f"{t['Forced'] / t['One']:.2f} |")
 PY

@@ -78,7 +78,7 @@ TEST(ModuleServices, UnloadingLeavesNoBandThreadBehind) {
       }
       ASSERT_NE(object, nullptr);
       auto* allocator = object->QueryInstance<LMXAllocator>();
-      Image::ImageInfo info{1920, 1080, Image::PIXEL_FORMAT_YUY2, 0};
+      Image::ImageInfo info{3840, 2160, Image::PIXEL_FORMAT_YUY2, 0};
       Image* image = nullptr;
       ASSERT_EQ(allocator->CreateImage(&info, 0, nullptr, &image), LMX_STATUS_NO_ERROR);
       Image::ImageData data{};

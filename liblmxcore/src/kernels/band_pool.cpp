@@ -8,6 +8,7 @@
 #include <emmintrin.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cwchar>
 #include <mutex>
@@ -28,11 +29,18 @@ namespace {
 using detail::BandJob;
 
 constexpr int32_t kMaxThreads = kMaxConversionThreads;
-// Bands per participating thread: a few, so that a thread that starts late or
-// is preempted leaves its share to the others.
+// Bands per participating thread at least: a few, so that a thread that starts
+// late or is preempted leaves its share to the others.
 constexpr int32_t kBandsPerThread = 4;
-// Pauses a caller spins for a band thread's last band before sleeping.
-constexpr int kFinishSpins = 2000;
+// Work per band at most (bytes read plus written): half of a core's 1 MiB
+// second-level cache, so a band's rows stay cached while it runs and a band
+// thread that starts late keeps the caller waiting for one short band only
+// (tens of microseconds) rather than an eighth of the frame.
+constexpr int64_t kBandBytes = 512 << 10;
+// How long a caller spins for a band thread's last band before sleeping: the
+// longest band, with margin. Sleeping costs more (the band thread's wake-up
+// call, then the caller's vCPU waking) than spinning for a band that has run.
+constexpr auto kFinishSpin = std::chrono::microseconds(200);
 
 // A slot's state word: generation | waiter bit | stop bit | phase. The
 // generation grows by one each time a hand-off ends, so a caller waiting for
@@ -165,7 +173,10 @@ void Finish(Slot& slot, uint32_t generation) {
   // Not running (a stop bit came before the thread took it): every band was
   // the caller's. Running: its bands end with the run.
   const uint32_t running = generation | kRunning;
-  for (int spin = 0; spin < kFinishSpins && Live(word) == running; ++spin) {
+  const auto deadline = std::chrono::steady_clock::now() + kFinishSpin;
+  for (int spin = 1; Live(word) == running; ++spin) {
+    // The clock is read once every 64 pauses (about 1.5 us).
+    if (spin % 64 == 0 && std::chrono::steady_clock::now() > deadline) break;
     _mm_pause();
     word = slot.word.load(std::memory_order_acquire);
   }
@@ -206,7 +217,9 @@ void RunBandJob(const BandJob& job) {
   const int32_t running = g_pool.EnsureThreads(helpers);
 
   // Whole grains per band, the last band taking the remainder.
-  const int32_t wanted = std::min(max_bands, (helpers + 1) * kBandsPerThread);
+  const int64_t by_size = job.bytes / kBandBytes;
+  const int32_t wanted =
+      static_cast<int32_t>(std::min<int64_t>(max_bands, std::max<int64_t>((helpers + 1) * kBandsPerThread, by_size)));
   const int32_t band_units = (max_bands + wanted - 1) / wanted * job.grain;
   Bands bands{job, band_units, (job.units + band_units - 1) / band_units};
 
