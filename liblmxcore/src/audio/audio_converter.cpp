@@ -8,6 +8,7 @@
 #include <string>
 
 #include "dsp/audio_kernels.h"
+#include "core_metadata.h"
 #include "dsp/resampler.h"
 #include "lmxallocator.h"
 #include "lmxutils.h"
@@ -36,7 +37,15 @@ void FreeSamples(int16_t* samples) {
 
 AudioConverter::AudioConverter(Base* allocator) : allocator(allocator) {}
 
-AudioConverter::~AudioConverter() { FreeResampler(); }
+AudioConverter::~AudioConverter() {
+  FreeResampler();
+  DropSpare();
+}
+
+void AudioConverter::DropSpare() {
+  if (spare_) spare_->Release();
+  spare_ = nullptr;
+}
 
 void AudioConverter::FreeResampler() {
   FreeSamples(inBuf);
@@ -54,6 +63,32 @@ LMXAudio* AudioConverter::CreateDestination(LMXAudio::AudioInfo info) {
   LMXAudio* audio = nullptr;
   if (creator->CreateAudio(&info, 0, nullptr, &audio) < 0) return nullptr;
   return audio;
+}
+
+LMXAudio* AudioConverter::TakeDestination(const LMXAudio::AudioInfo& info) {
+  if (spare_) {
+    // Our reference plus a new one: a count of 2 means the host holds none (nor an
+    // access, which holds one too), so the new reference becomes the host's.
+    auto* counted = static_cast<Reference*>(spare_->QueryInstance(Reference::kIid));
+    if (counted->AddRef() == 2) {
+      const LMXAudio::AudioInfo held = spare_->QueryInfo();
+      auto* metadata = static_cast<Metadata*>(spare_->QueryInstance(Metadata::kIid));
+      if (held.bufferSize == info.bufferSize && held.format == info.format && held.sampleRate == info.sampleRate &&
+          held.nchannels == info.nchannels && held.channelMask == info.channelMask && spare_->QueryOptions() == 0 &&
+          (!metadata || metadata->QueryMetadata(0) == 0))
+        return spare_;
+    }
+    spare_->Release();
+    DropSpare();
+  }
+  LMXAudio* made = CreateDestination(info);
+  // Only counted objects can be kept: the host's release must not end them.
+  auto* counted = made ? static_cast<Reference*>(made->QueryInstance(Reference::kIid)) : nullptr;
+  if (counted) {
+    counted->AddRef();
+    spare_ = made;
+  }
+  return made;
 }
 
 Status AudioConverter::MixChannels(const int16_t* src, const LMXAudio::AudioInfo& src_info, int16_t* dst,
@@ -124,9 +159,14 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
     }
   }
 
+  // A mono float source is read as it is held and rounded to 16 bits straight into
+  // the history, as the object's own conversion would (no 16-bit copy made in it).
+  const bool floatMono = src_info.format == LMXAudio::AUDIO_FORMAT_IEEE_FLOAT && src_info.nchannels == 1;
   Status sts = LMX_STATUS_NO_ERROR;
   LMXAudio::AudioData src_data{};
-  if (LMX_CALL_FAILED(sts, src->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_PCM, &src_data)))
+  if (LMX_CALL_FAILED(sts, src->AcquireAccess(
+                               LMXAudio::ACCESS_READ,
+                               floatMono ? LMXAudio::AUDIO_FORMAT_IEEE_FLOAT : LMXAudio::AUDIO_FORMAT_PCM, &src_data)))
     return sts;
 
   // Capacity of the destination: the resampled sample count plus the history, from
@@ -145,7 +185,7 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
   const float cap = static_cast<float>(INT32_MAX - history - 127);
   dst_info2.bufferSize = static_cast<int32_t>(std::clamp(estimate, -cap, cap)) + history;
 
-  dst = CreateDestination(dst_info2);
+  dst = TakeDestination(dst_info2);
   if (LMX_FAILED_ON(dst)) {
     src->ReleaseAccess(&src_data);
     return LMX_STATUS_ALLOC_FAILED;
@@ -158,6 +198,8 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
   dst->SetTimeStamp(src->QueryTimeStamp());
 
   const auto* source = reinterpret_cast<const int16_t*>(src_data.dataPtr);
+  const auto* floatSource = reinterpret_cast<const float*>(src_data.dataPtr);
+  const lmx::AudioKernelTable& kernels = lmx::ActiveAudioKernels();
   auto* destination = reinterpret_cast<int16_t*>(dst_data.dataPtr);
   const int32_t available = source ? src_data.dataSize : 0;
   int32_t srcPos = 0;
@@ -165,7 +207,11 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
   for (;;) {
     const int32_t frames = std::min((available - srcPos) / src_info.nchannels, bufLen - lastread);
     if (frames <= 0) break;
-    MixChannels(source + srcPos, src_info, inBuf + lastread, monoInfo, frames);
+    if (floatMono) {
+      kernels.floatToPcm16(floatSource + srcPos, inBuf + lastread, frames);
+    } else {
+      MixChannels(source + srcPos, src_info, inBuf + lastread, monoInfo, frames);
+    }
     srcPos += frames * src_info.nchannels;
     lastread += frames;
 

@@ -11,7 +11,11 @@
 // the concatenated outputs of any chunking are the same stream.
 //
 // Destination audio objects come from the object given to the factory, asked for
-// the allocator interface (0x492D6A23) and its CreateAudio.
+// the allocator interface (0x492D6A23) and its CreateAudio. The converter keeps a
+// reference to the last one it made; once the host has released it (ours is the
+// only one left) and it is as a new one would be (same description, no options,
+// no metadata), the next call writes into it instead of creating another, so a
+// stream in chunks allocates nothing per call.
 //
 // Not locked: one stream on one thread at a time.
 #pragma once
@@ -37,6 +41,10 @@ class AudioConverter final : public Norvik::Lumetra::BaseImpl<LMXAudioConversion
  private:
   // A new audio object of `info` from the allocator, or null.
   LMXAudio* CreateDestination(LMXAudio::AudioInfo info);
+  // The kept destination when the host has released it and it fits `info`,
+  // otherwise a new one (then kept in its place); null when none can be made.
+  LMXAudio* TakeDestination(const LMXAudio::AudioInfo& info);
+  void DropSpare();
   void FreeResampler();
 
   Norvik::Lumetra::Base* allocator;
@@ -49,6 +57,7 @@ class AudioConverter final : public Norvik::Lumetra::BaseImpl<LMXAudioConversion
   double time = 0.0;  // next output's position in inBuf, in input samples
   int32_t lastread = 0;
   uint8_t* state = nullptr;
+  LMXAudio* spare_ = nullptr;  // the last destination made, with one reference of ours
   LMXAudio::AudioInfo monoInfo{0, LMXAudio::AUDIO_FORMAT_PCM, 0, 1, 0, {0, 0, 0}};
 };
 

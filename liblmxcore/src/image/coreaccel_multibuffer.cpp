@@ -165,7 +165,7 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
   const int32_t writing = access & BASE::ACCESS_WRITE;
   if (writing) LMX_CHECK(!access_list.size(), LMX_STATUS_PARAM_UNSUPPORTED);
   // One record cannot hold two acquisitions: the first would be lost.
-  LMX_CHECK(access_list.find(data) == access_list.end(), LMX_STATUS_PARAM_UNSUPPORTED);
+  LMX_CHECK(FindAccess(data) == access_list.end(), LMX_STATUS_PARAM_UNSUPPORTED);
 
   const int32_t sourceFormat = interm ? static_cast<int32_t>(*interm) : 0;
   if (interm) *interm = static_cast<Format>(0);
@@ -225,9 +225,9 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
   }
 
   // The record is made before the planes are taken, so nothing can fail after.
-  const auto record = access_list.emplace(data, native).first;
+  access_list.emplace_back(data, native);
   if (LMX_CALL_FAILED(sts, native->buffer->AcquireNativeAccess(access, 0, data))) {
-    access_list.erase(record);
+    access_list.pop_back();
     return sts;
   }
   AddRef();
@@ -287,7 +287,7 @@ Status MultiBuffer<BASE, INFO, DATA>::ReleaseAccess(DATA* data) try {
   Status sts = LMX_STATUS_NO_ERROR;
   {
     std::lock_guard guard(lock);
-    auto it = access_list.find(data);
+    auto it = FindAccess(data);
     // Side data is acquired without a record, so it has nothing to end. The record
     // is looked for first: an image whose native format is attachable, acquired as
     // format 0, went the normal way and holds a record, a reference and possibly

@@ -22,10 +22,12 @@
 // template for images and for audio.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "core_metadata.h"
@@ -220,7 +222,14 @@ class MultiBuffer : public MultiBufferFace<BASE, MultiBuffer<BASE, INFO, DATA>>,
   void* invalidateArgument = nullptr;
   std::vector<Base*> attached;
   std::map<int32_t, NativeBuffer> buffers;
-  std::map<DATA*, NativeBuffer*> access_list;
+  // The outstanding acquisitions: each caller's record and the buffer it holds. A
+  // handful at most, searched in order; the vector keeps its room, so acquiring an
+  // object that has been acquired before allocates nothing.
+  std::vector<std::pair<DATA*, NativeBuffer*>> access_list;
+  typename std::vector<std::pair<DATA*, NativeBuffer*>>::iterator FindAccess(DATA* data) {
+    return std::find_if(access_list.begin(), access_list.end(),
+                        [data](const auto& entry) { return entry.first == data; });
+  }
   std::recursive_mutex lock;
   std::atomic<bool> m_bWriteFinished{true};
   std::atomic<bool> notify{false};
