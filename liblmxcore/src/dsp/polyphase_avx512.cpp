@@ -125,7 +125,7 @@ LMX_INLINE bool RunWholeFactor(const float* rows, int32_t length, int32_t phases
 // Sixteen lanes in one register.
 struct Lanes512 {
   using Acc = __m512;
-  static constexpr int kChains = 16;
+  static constexpr int kChains = 8;
   static LMX_INLINE __m512 Zero() { return _mm512_setzero_ps(); }
   static LMX_INLINE __m512 Load(const float* v) { return _mm512_load_ps(v); }
   static LMX_INLINE __m512 Fma(__m512 t, float x, __m512 acc) { return _mm512_fmadd_ps(t, _mm512_set1_ps(x), acc); }
