@@ -215,10 +215,15 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
     srcPos += frames * src_info.nchannels;
     lastread += frames;
 
+    // A mono destination with room for the most a pass can yield receives the
+    // outputs directly; otherwise they go through outBuf and are checked first.
+    const int32_t count = lastread - history - static_cast<int32_t>(time);
+    const int64_t most = std::max<int64_t>(count, 0) * dstRate / srcRate + 2;
+    const bool direct = destination && dst_info.nchannels == 1 && dstOffset + most <= dst_info2.bufferSize;
     int32_t outLen = 0;
     VkpStatus vsts = kVkpOk;
-    if (LMX_CALL_FAILED(vsts, vkpsResamplePolyphaseFixed_16s(inBuf, lastread - history - (int)time, outBuf, 0.98f,
-                                                             &time, &outLen, state))) {
+    if (LMX_CALL_FAILED(vsts, vkpsResamplePolyphaseFixed_16s(inBuf, count, direct ? destination + dstOffset : outBuf,
+                                                             0.98f, &time, &outLen, state))) {
       dst->ReleaseAccess(&dst_data);
       src->ReleaseAccess(&src_data);
       return LMX_STATUS_DEVICE_FAILED;
@@ -229,7 +234,7 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
       return LMX_STATUS_PARAM_UNSUPPORTED;
     }
     // Only a mono destination receives samples; others still advance (by design).
-    MixChannels(outBuf, monoInfo, destination + dstOffset, dst_info, outLen);
+    if (!direct) MixChannels(outBuf, monoInfo, destination + dstOffset, dst_info, outLen);
     dstOffset += outLen * dst_info.nchannels;
 
     // Keep the history before the next output position and whatever follows it.

@@ -232,7 +232,9 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
   }
   AddRef();
   if (notify && observer) observer->OnAcquire(Traits::ObserverKind(this->info.format));
-  if (writing) m_bWriteFinished = false;
+  // Written under the lock, which orders it for every reader that decides under
+  // the lock; a release store spares the full fence of the default order.
+  if (writing) m_bWriteFinished.store(false, std::memory_order_release);
   return LMX_STATUS_NO_ERROR;
 }
 
@@ -301,7 +303,7 @@ Status MultiBuffer<BASE, INFO, DATA>::ReleaseAccess(DATA* data) try {
       for (auto& [key, entry] : buffers)
         if (!Traits::IsAttachable(key)) entry.valid = 0;
       native->valid = 1;
-      m_bWriteFinished = true;
+      m_bWriteFinished.store(true, std::memory_order_release);
     }
     std::memset(data, 0, sizeof(*data));
   }
