@@ -9,6 +9,7 @@
 
 #include "audio/audio_converter.h"
 #include "audio_fakes.h"
+#include "core_metadata.h"
 #include "module_factories.h"
 #include "test_support.h"
 
@@ -203,4 +204,45 @@ TEST_F(AudioConverterTest, FailuresLogAndReturnTheirStatus) {
   EXPECT_EQ(orphan->ConvertAudio(src, kMono16k, dst), LMX_STATUS_ALLOC_FAILED);
   orphan->Release();
   for (auto* object : {src, odd, empty}) object->Release();
+}
+
+TEST(AudioConverterDestinations, AReleasedDestinationIsReusedOnlyWhenNothingElseHoldsIt) {
+  Base* object = nullptr;
+  ASSERT_EQ(lmx::CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, &object), LMX_STATUS_NO_ERROR);
+  auto* allocator = static_cast<LMXAllocator*>(object);
+  LMXAudioConversion* converter = MakeConverter(allocator);
+  auto* reference = new FakeAllocator;  // uncounted objects: never reused
+  LMXAudioConversion* fresh = MakeConverter(reference);
+  const auto input = Noise(480 * 5, 11);
+  std::vector<LMXAudio*> outs;
+  for (size_t chunk = 0; chunk < 5; ++chunk) {
+    const std::vector<int16_t> part(input.begin() + 480 * chunk, input.begin() + 480 * (chunk + 1));
+    auto* src = MakeAudio(LMXAudio::AUDIO_FORMAT_PCM, 48000, 1, part);
+    LMXAudio* dst = nullptr;
+    ASSERT_EQ(converter->ConvertAudio(src, kMono16k, dst), LMX_STATUS_NO_ERROR);
+    LMXAudio* expected = nullptr;
+    ASSERT_EQ(fresh->ConvertAudio(src, kMono16k, expected), LMX_STATUS_NO_ERROR);
+    LMXAudio::AudioData data{};
+    ASSERT_EQ(dst->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_PCM, 0, &data), LMX_STATUS_NO_ERROR);
+    const auto* samples = reinterpret_cast<const int16_t*>(data.dataPtr);
+    EXPECT_EQ(std::vector<int16_t>(samples, samples + data.dataSize),
+              static_cast<VectorAudio*>(expected)->Samples<int16_t>());
+    dst->ReleaseAccess(&data);
+    outs.push_back(dst);
+    expected->Release();
+    src->Release();
+    // The host still holds chunk 1's object when chunk 2 is made, and chunk 3's
+    // carries metadata when chunk 4 is made.
+    auto* metadata = static_cast<Metadata*>(dst->QueryInstance(Metadata::kIid));
+    EXPECT_EQ(metadata->QueryMetadata(0), 0) << "chunk " << chunk << ": none of an earlier frame's metadata";
+    uint8_t tag = 1;
+    if (chunk == 3) {
+      ASSERT_EQ(metadata->AttachBuffer(7, &tag, 1), LMX_STATUS_NO_ERROR);
+    }
+    if (chunk != 1) dst->Release();
+  }
+  EXPECT_EQ(outs[1], outs[0]) << "released: reused";
+  EXPECT_NE(outs[2], outs[1]) << "held: a new one";
+  outs[1]->Release();
+  for (Base* done : std::initializer_list<Base*>{converter, fresh, reference, allocator}) done->Release();
 }
