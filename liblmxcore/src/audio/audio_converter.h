@@ -15,7 +15,9 @@
 // reference to the last one it made; once the host has released it (ours is the
 // only one left) and it is as a new one would be (same description, no options,
 // no metadata), the next call writes into it instead of creating another, so a
-// stream in chunks allocates nothing per call.
+// stream in chunks allocates nothing per call. A release handler or dependents the
+// host gives such an object therefore run when the converter lets go of it (a new
+// one is needed, or the converter is destroyed), not at the host's release.
 //
 // Not locked: one stream on one thread at a time.
 #pragma once
