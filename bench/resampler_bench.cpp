@@ -420,7 +420,7 @@ void BM_Stream(benchmark::State& state, int32_t inRate, int32_t outRate, uint32_
 // chunks, one soxr_process call each. Only those calls are timed (manual time), so
 // the converter's per-call work (acquisitions, history, passes, the destination
 // object) is part of the figure and the chunk's preparation is not. With `floats`
-// the chunks are 32-bit float: our source object holds float (read as 16-bit PCM
+// the chunks are 32-bit float: our source object holds float (rounded to 16-bit PCM
 // inside the call; the converter's output is 16-bit PCM), soxr takes and gives float.
 constexpr size_t kChunk = 480;
 

@@ -124,9 +124,14 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
     }
   }
 
+  // A mono float source is read as it is held and rounded to 16 bits straight into
+  // the history, as the object's own conversion would (no 16-bit copy made in it).
+  const bool floatMono = src_info.format == LMXAudio::AUDIO_FORMAT_IEEE_FLOAT && src_info.nchannels == 1;
   Status sts = LMX_STATUS_NO_ERROR;
   LMXAudio::AudioData src_data{};
-  if (LMX_CALL_FAILED(sts, src->AcquireAccess(LMXAudio::ACCESS_READ, LMXAudio::AUDIO_FORMAT_PCM, &src_data)))
+  if (LMX_CALL_FAILED(sts, src->AcquireAccess(
+                               LMXAudio::ACCESS_READ,
+                               floatMono ? LMXAudio::AUDIO_FORMAT_IEEE_FLOAT : LMXAudio::AUDIO_FORMAT_PCM, &src_data)))
     return sts;
 
   // Capacity of the destination: the resampled sample count plus the history, from
@@ -158,6 +163,8 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
   dst->SetTimeStamp(src->QueryTimeStamp());
 
   const auto* source = reinterpret_cast<const int16_t*>(src_data.dataPtr);
+  const auto* floatSource = reinterpret_cast<const float*>(src_data.dataPtr);
+  const lmx::AudioKernelTable& kernels = lmx::ActiveAudioKernels();
   auto* destination = reinterpret_cast<int16_t*>(dst_data.dataPtr);
   const int32_t available = source ? src_data.dataSize : 0;
   int32_t srcPos = 0;
@@ -165,14 +172,23 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
   for (;;) {
     const int32_t frames = std::min((available - srcPos) / src_info.nchannels, bufLen - lastread);
     if (frames <= 0) break;
-    MixChannels(source + srcPos, src_info, inBuf + lastread, monoInfo, frames);
+    if (floatMono) {
+      kernels.floatToPcm16(floatSource + srcPos, inBuf + lastread, frames);
+    } else {
+      MixChannels(source + srcPos, src_info, inBuf + lastread, monoInfo, frames);
+    }
     srcPos += frames * src_info.nchannels;
     lastread += frames;
 
+    // A mono destination with room for the most a pass can yield receives the
+    // outputs directly; otherwise they go through outBuf and are checked first.
+    const int32_t count = lastread - history - static_cast<int32_t>(time);
+    const int64_t most = std::max<int64_t>(count, 0) * dstRate / srcRate + 2;
+    const bool direct = destination && dst_info.nchannels == 1 && dstOffset + most <= dst_info2.bufferSize;
     int32_t outLen = 0;
     VkpStatus vsts = kVkpOk;
-    if (LMX_CALL_FAILED(vsts, vkpsResamplePolyphaseFixed_16s(inBuf, lastread - history - (int)time, outBuf, 0.98f,
-                                                             &time, &outLen, state))) {
+    if (LMX_CALL_FAILED(vsts, vkpsResamplePolyphaseFixed_16s(inBuf, count, direct ? destination + dstOffset : outBuf,
+                                                             0.98f, &time, &outLen, state))) {
       dst->ReleaseAccess(&dst_data);
       src->ReleaseAccess(&src_data);
       return LMX_STATUS_DEVICE_FAILED;
@@ -183,7 +199,7 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
       return LMX_STATUS_PARAM_UNSUPPORTED;
     }
     // Only a mono destination receives samples; others still advance (by design).
-    MixChannels(outBuf, monoInfo, destination + dstOffset, dst_info, outLen);
+    if (!direct) MixChannels(outBuf, monoInfo, destination + dstOffset, dst_info, outLen);
     dstOffset += outLen * dst_info.nchannels;
 
     // Keep the history before the next output position and whatever follows it.

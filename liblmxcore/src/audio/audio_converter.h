@@ -11,7 +11,9 @@
 // the concatenated outputs of any chunking are the same stream.
 //
 // Destination audio objects come from the object given to the factory, asked for
-// the allocator interface (0x492D6A23) and its CreateAudio.
+// the allocator interface (0x492D6A23) and its CreateAudio: a new one every call.
+// (Reusing one the host has released would delay the release handler and the
+// dependents the host gave it until the converter let go of it.)
 //
 // Not locked: one stream on one thread at a time.
 #pragma once

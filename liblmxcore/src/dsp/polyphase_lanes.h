@@ -9,7 +9,7 @@
 // needs a horizontal sum and each tap vector is one aligned load. The same group
 // of successive super periods (up to kBlock of them) uses the same vectors at
 // inputs `inputs` samples apart: each vector is loaded once for all of them (and
-// two consecutive groups go together where the registers allow). Every
+// up to four consecutive groups go together where the registers allow). Every
 // lane's sum is one chain of fused multiply-adds over input offsets in ascending
 // order; the zeros outside an output's taps leave its chain unchanged (the samples
 // are finite), so each output's arithmetic is that of its taps in order, whatever
@@ -39,7 +39,7 @@ LMX_LANES_INLINE void AccumulateGroups(const float* taps, int32_t vectors, const
   const int64_t groupStride = static_cast<int64_t>(vectors) * kLanes;
   for (int c = 0; c < kChains; ++c) acc[c] = Lanes::Zero();
   for (int32_t i = 0; i < vectors; ++i) {
-#pragma GCC unroll 2
+#pragma GCC unroll 4
     for (int g = 0; g < kGroups; ++g) {
       const typename Lanes::Acc t = Lanes::Load(taps + g * groupStride + static_cast<int64_t>(i) * kLanes);
 #pragma GCC unroll 8
@@ -67,6 +67,7 @@ template <class Lanes>
 LMX_LANES_INLINE void RunLanes(const LanesPolyphaseBank& bank, const float* x, int64_t position, int32_t count,
                                float gain, int16_t* out) {
   constexpr int kBlock = Lanes::kChains;  // super periods at a time
+  constexpr int kMaxGroups = 4;
   const int64_t phases = bank.phases;
   const int64_t period = bank.outputs;
   // The call's first output is output `first` of a super period whose first output
@@ -93,19 +94,31 @@ LMX_LANES_INLINE void RunLanes(const LanesPolyphaseBank& bank, const float* x, i
         continue;
       }
       const int n = static_cast<int>(hi - lo);
-      // Two groups at once where both want the same super periods and their
-      // chains fit.
-      const int groups =
-          (2 * n <= Lanes::kChains && g + 1 < bank.groups && wanted(g + 1, r0, rEnd) == std::pair{lo, hi}) ? 2 : 1;
+      // Up to kMaxGroups consecutive groups at once where they all want the same
+      // super periods and their chains fit: a call of a few super periods (a
+      // chunk) has too few chains in one group to hide the latency of the
+      // multiply-adds.
+      int groups = 1;
+      while (groups < kMaxGroups && (groups + 1) * n <= Lanes::kChains && g + groups < bank.groups &&
+             wanted(g + groups, r0, rEnd) == std::pair{lo, hi})
+        ++groups;
       const float* taps = bank.taps + g * bank.vectors * kLanes;
       const float* xs[kBlock];
       for (int k = 0; k < groups; ++k)
         for (int64_t r = lo; r < hi; ++r) xs[k * n + (r - lo)] = x + (base + r * bank.inputs + bank.offsets[g + k]);
       typename Lanes::Acc acc[kBlock];
-      if (groups == 2) {
-        Accumulate<Lanes, 2>(n, taps, bank.vectors, xs, acc);
-      } else {
-        Accumulate<Lanes, 1>(n, taps, bank.vectors, xs, acc);
+      switch (groups) {
+        case 4:
+          Accumulate<Lanes, 4>(n, taps, bank.vectors, xs, acc);
+          break;
+        case 3:
+          Accumulate<Lanes, 3>(n, taps, bank.vectors, xs, acc);
+          break;
+        case 2:
+          Accumulate<Lanes, 2>(n, taps, bank.vectors, xs, acc);
+          break;
+        default:
+          Accumulate<Lanes, 1>(n, taps, bank.vectors, xs, acc);
       }
       for (int k = 0; k < groups; ++k, ++g) {
         const int64_t lead = g * kLanes;

@@ -103,18 +103,18 @@ ResamplerBank::Floats64 ResamplerBank::AllocateFloats(size_t count) {
 
 std::shared_ptr<const ResamplerBank> ResamplerBank::Design(const FilterKey& key) try {
   auto bank = std::make_shared<ResamplerBank>();
-  bank->key = key;
+  bank->key_ = key;
   const size_t count = static_cast<size_t>(key.phases) * static_cast<size_t>(key.length);
-  bank->taps.resize(count);
-  bank->floats = AllocateFloats(count);
-  if (!bank->floats) return nullptr;
+  bank->taps_.resize(count);
+  bank->floats_ = AllocateFloats(count);
+  if (!bank->floats_) return nullptr;
   // Cut-off in cycles per input sample: rolloff of the lower of the two Nyquist limits.
   const double cutoff = 0.5 * key.rolloff * std::min(1.0, static_cast<double>(key.phases) / key.step);
   for (int32_t p = 0; p < key.phases; ++p)
-    DesignPhase(bank->taps.data() + static_cast<size_t>(p) * key.length, key.length,
+    DesignPhase(bank->taps_.data() + static_cast<size_t>(p) * key.length, key.length,
                 static_cast<double>(p) / key.phases, cutoff, key.alpha);
-  for (size_t i = 0; i < count; ++i) bank->floats[i] = static_cast<float>(bank->taps[i]);
-  bank->bytes = count * (sizeof(double) + sizeof(float));
+  for (size_t i = 0; i < count; ++i) bank->floats_[i] = static_cast<float>(bank->taps_[i]);
+  bank->bytes_ = count * (sizeof(double) + sizeof(float));
   bank->LayOutLanes();
   return bank;
 } catch (const std::bad_alloc&) {
@@ -122,38 +122,38 @@ std::shared_ptr<const ResamplerBank> ResamplerBank::Design(const FilterKey& key)
 }
 
 void ResamplerBank::LayOutLanes() {
-  const LanesShape shape = ChooseShape(key);
+  const LanesShape shape = ChooseShape(key_);
   if (shape.outputs == 0) return;
   const size_t floatCount = static_cast<size_t>(shape.groups * shape.vectors * kLanes);
-  laneTaps = AllocateFloats(floatCount);
-  if (!laneTaps) return;  // the per-output path serves
-  laneOffsets.resize(static_cast<size_t>(shape.groups));
-  const int32_t half = key.length / 2;
+  laneTaps_ = AllocateFloats(floatCount);
+  if (!laneTaps_) return;  // the per-output path serves
+  laneOffsets_.resize(static_cast<size_t>(shape.groups));
+  const int32_t half = key_.length / 2;
   for (int64_t g = 0; g < shape.groups; ++g) {
     const int64_t lead = g * kLanes;
-    laneOffsets[g] = static_cast<int32_t>(SampleOf(lead, key) - half);
-    float* group = laneTaps.get() + g * shape.vectors * kLanes;
+    laneOffsets_[g] = static_cast<int32_t>(SampleOf(lead, key_) - half);
+    float* group = laneTaps_.get() + g * shape.vectors * kLanes;
     for (int64_t j = 0; j < kLanes && lead + j < shape.outputs; ++j) {
       const int64_t o = lead + j;
-      const int64_t shift = SampleOf(o, key) - SampleOf(lead, key);
-      const float* phase = floats.get() + (o * key.step % key.phases) * key.length;
-      for (int32_t k = 0; k < key.length; ++k) group[(shift + k) * kLanes + j] = phase[k];
+      const int64_t shift = SampleOf(o, key_) - SampleOf(lead, key_);
+      const float* phase = floats_.get() + (o * key_.step % key_.phases) * key_.length;
+      for (int32_t k = 0; k < key_.length; ++k) group[(shift + k) * kLanes + j] = phase[k];
     }
   }
-  const int64_t spread = (static_cast<int64_t>(kLanes - 1) * key.step + key.phases - 1) / key.phases;
-  lanes = {laneTaps.get(),
-           floats.get(),
-           key.length,
-           laneOffsets.data(),
-           static_cast<int32_t>(shape.groups),
-           static_cast<int32_t>(shape.vectors),
-           static_cast<int32_t>(shape.outputs),
-           static_cast<int32_t>(SampleOf(shape.outputs, key)),
-           key.phases,
-           key.step,
-           InverseModulo(key.step % key.phases, key.phases),
-           static_cast<int32_t>(spread + 2)};
-  bytes += floatCount * sizeof(float);
+  const int64_t spread = (static_cast<int64_t>(kLanes - 1) * key_.step + key_.phases - 1) / key_.phases;
+  lanes_ = {laneTaps_.get(),
+            floats_.get(),
+            key_.length,
+            laneOffsets_.data(),
+            static_cast<int32_t>(shape.groups),
+            static_cast<int32_t>(shape.vectors),
+            static_cast<int32_t>(shape.outputs),
+            static_cast<int32_t>(SampleOf(shape.outputs, key_)),
+            key_.phases,
+            key_.step,
+            InverseModulo(key_.step % key_.phases, key_.phases),
+            static_cast<int32_t>(spread + 2)};
+  bytes_ += floatCount * sizeof(float);
 }
 
 namespace {
@@ -163,36 +163,36 @@ namespace {
 class BankCache {
  public:
   std::shared_ptr<const ResamplerBank> Find(const FilterKey& key) {
-    std::lock_guard<std::mutex> lock(mutex);
-    auto it = std::find_if(entries.begin(), entries.end(), [&](const auto& e) { return e->Key() == key; });
-    if (it == entries.end()) return nullptr;
-    std::rotate(it, it + 1, entries.end());
-    return entries.back();
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = std::find_if(entries_.begin(), entries_.end(), [&](const auto& e) { return e->Key() == key; });
+    if (it == entries_.end()) return nullptr;
+    std::rotate(it, it + 1, entries_.end());
+    return entries_.back();
   }
   // Adds a designed bank unless another thread added one first; returns the cached one.
   std::shared_ptr<const ResamplerBank> Add(std::shared_ptr<const ResamplerBank> bank) try {
-    std::lock_guard<std::mutex> lock(mutex);
-    for (const auto& e : entries)
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (const auto& e : entries_)
       if (e->Key() == bank->Key()) return e;
-    entries.push_back(bank);
+    entries_.push_back(bank);
     size_t bytes = 0;
-    for (const auto& e : entries) bytes += e->Bytes();
-    while (entries.size() > 1 && (entries.size() > kCachedBanks || bytes > kCachedBytes)) {
-      bytes -= entries.front()->Bytes();
-      entries.erase(entries.begin());
+    for (const auto& e : entries_) bytes += e->Bytes();
+    while (entries_.size() > 1 && (entries_.size() > kCachedBanks || bytes > kCachedBytes)) {
+      bytes -= entries_.front()->Bytes();
+      entries_.erase(entries_.begin());
     }
     return bank;
   } catch (const std::bad_alloc&) {
     return bank;  // used uncached
   }
   size_t Count() {
-    std::lock_guard<std::mutex> lock(mutex);
-    return entries.size();
+    std::lock_guard<std::mutex> lock(mutex_);
+    return entries_.size();
   }
 
  private:
-  std::mutex mutex;
-  std::vector<std::shared_ptr<const ResamplerBank>> entries;
+  std::mutex mutex_;
+  std::vector<std::shared_ptr<const ResamplerBank>> entries_;
 };
 
 BankCache& Cache() {

@@ -41,12 +41,12 @@ class ResamplerBank {
   // resampler's set-up checks it).
   static std::shared_ptr<const ResamplerBank> Design(const FilterKey& key);
 
-  const FilterKey& Key() const { return key; }
-  const double* Taps() const { return taps.data(); }
-  FloatPolyphaseBank Floats() const { return {floats.get(), key.length, key.phases, key.step}; }
+  const FilterKey& Key() const { return key_; }
+  const double* Taps() const { return taps_.data(); }
+  FloatPolyphaseBank Floats() const { return {floats_.get(), key_.length, key_.phases, key_.step}; }
   // Null where the lanes layout would be too large or slower than the per-output path.
-  const LanesPolyphaseBank* Lanes() const { return lanes.taps ? &lanes : nullptr; }
-  size_t Bytes() const { return bytes; }
+  const LanesPolyphaseBank* Lanes() const { return lanes_.taps ? &lanes_ : nullptr; }
+  size_t Bytes() const { return bytes_; }
 
  private:
   struct FreeAligned {
@@ -56,13 +56,13 @@ class ResamplerBank {
   static Floats64 AllocateFloats(size_t count);
   void LayOutLanes();
 
-  FilterKey key{};
-  std::vector<double> taps;
-  Floats64 floats;
-  Floats64 laneTaps;
-  std::vector<int32_t> laneOffsets;
-  LanesPolyphaseBank lanes{};
-  size_t bytes = 0;
+  FilterKey key_{};
+  std::vector<double> taps_;
+  Floats64 floats_;
+  Floats64 laneTaps_;
+  std::vector<int32_t> laneOffsets_;
+  LanesPolyphaseBank lanes_{};
+  size_t bytes_ = 0;
 };
 
 // The bank for `key` from the cache, designed into it on a miss; null when memory

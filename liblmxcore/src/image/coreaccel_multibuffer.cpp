@@ -168,7 +168,7 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
   const int32_t writing = access & BASE::ACCESS_WRITE;
   if (writing) LMX_CHECK(!access_list.size(), LMX_STATUS_PARAM_UNSUPPORTED);
   // One record cannot hold two acquisitions: the first would be lost.
-  LMX_CHECK(access_list.find(data) == access_list.end(), LMX_STATUS_PARAM_UNSUPPORTED);
+  LMX_CHECK(FindAccess(data) == access_list.end(), LMX_STATUS_PARAM_UNSUPPORTED);
 
   const int32_t sourceFormat = interm ? static_cast<int32_t>(*interm) : 0;
   if (interm) *interm = static_cast<Format>(0);
@@ -228,14 +228,16 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
   }
 
   // The record is made before the planes are taken, so nothing can fail after.
-  const auto record = access_list.emplace(data, native).first;
+  access_list.emplace_back(data, native);
   if (LMX_CALL_FAILED(sts, native->buffer->AcquireNativeAccess(access, 0, data))) {
-    access_list.erase(record);
+    access_list.pop_back();
     return sts;
   }
   AddRef();
   if (notify_ && observer) observer->OnAcquire(Traits::ObserverKind(this->info.format));
-  if (writing) m_bWriteFinished = false;
+  // Written under the lock, which orders it for every reader that decides under
+  // the lock; a release store spares the full fence of the default order.
+  if (writing) m_bWriteFinished.store(false, std::memory_order_release);
   return LMX_STATUS_NO_ERROR;
 }
 
@@ -291,7 +293,7 @@ Status MultiBuffer<BASE, INFO, DATA>::ReleaseAccess(DATA* data) try {
   Status sts = LMX_STATUS_NO_ERROR;
   {
     lmx::LockGuard guard(lock);
-    auto it = access_list.find(data);
+    auto it = FindAccess(data);
     // Side data is acquired without a record, so it has nothing to end. The record
     // is looked for first: an image whose native format is attachable, acquired as
     // format 0, went the normal way and holds a record, a reference and possibly
@@ -305,7 +307,7 @@ Status MultiBuffer<BASE, INFO, DATA>::ReleaseAccess(DATA* data) try {
       for (auto& [key, entry] : buffers)
         if (!Traits::IsAttachable(key)) entry.valid = 0;
       native->valid = 1;
-      m_bWriteFinished = true;
+      m_bWriteFinished.store(true, std::memory_order_release);
     }
     std::memset(data, 0, sizeof(*data));
   }

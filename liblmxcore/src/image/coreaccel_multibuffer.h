@@ -22,10 +22,12 @@
 // template for images and for audio.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "core_metadata.h"
@@ -221,7 +223,14 @@ class MultiBuffer : public MultiBufferFace<BASE, MultiBuffer<BASE, INFO, DATA>>,
   void* invalidateArgument_ = nullptr;
   std::vector<Base*> attached_;
   std::map<int32_t, NativeBuffer> buffers LMX_GUARDED_BY(lock);
-  std::map<DATA*, NativeBuffer*> access_list LMX_GUARDED_BY(lock);
+  // The outstanding acquisitions: each caller's record and the buffer it holds. A
+  // handful at most, searched in order; the vector keeps its room, so acquiring an
+  // object that has been acquired before allocates nothing.
+  std::vector<std::pair<DATA*, NativeBuffer*>> access_list LMX_GUARDED_BY(lock);
+  typename std::vector<std::pair<DATA*, NativeBuffer*>>::iterator FindAccess(DATA* data) LMX_REQUIRES(lock) {
+    return std::find_if(access_list.begin(), access_list.end(),
+                        [data](const auto& entry) { return entry.first == data; });
+  }
   lmx::RecursiveMutex lock;
   std::atomic<bool> m_bWriteFinished{true};
   std::atomic<bool> notify_{false};
