@@ -77,6 +77,7 @@ class TempFolder {
   fs::path path_;
 };
 
+inline const std::wstring kModuleFile = lmsdk::log_bootstrap::LoggingModuleFileName();
 inline fs::path FakeLoggingModule() { return fs::path(LMX_FAKE_LOGGING_MODULE); }
 inline fs::path BadSignatureLoggingModule() { return fs::path(LMX_FAKE_LOGGING_MODULE_BAD_SIGNATURE); }
 

@@ -1,6 +1,7 @@
 // The built library loaded at run time, its export table read as a host reads it.
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "module_host.h"
@@ -28,22 +29,16 @@ TEST_F(ExportTable, ThreeEntriesInOrderWithTheirDescriptors) {
   EXPECT_EQ(module_.Lookup(), lmxhost::TableLookup::kByName);
   const auto entries = module_.Entries();
   ASSERT_EQ(entries.size(), 3u);
-  const struct {
-    const char* code;
-    int32_t iid;
-    const char* name;
-  } expected[] = {{"CRSC", 0x44454853, "Core Framework Scheduler"},
-                  {"AEMU", 0x492D6A23, "Core - Memory Allocator"},
-                  {"ACON", 0x5758F698, "Audio converter"}};
+  // clang-format off
+  const std::tuple<const char*, int32_t, const char*> expected[] = {{"CRSC", 0x44454853, "Core Framework Scheduler"},
+      {"AEMU", 0x492D6A23, "Core - Memory Allocator"}, {"ACON", 0x5758F698, "Audio converter"}};
+  // clang-format on
   for (size_t i = 0; i < 3; ++i) {
     const auto& d = entries[i]->desc;
-    SCOPED_TRACE(expected[i].code);
-    EXPECT_EQ(d.signature, 0x02454C44u);
-    EXPECT_EQ(d.group, 0x80000000u);
-    EXPECT_EQ(lmxhost::FourCCText(d.code), expected[i].code);
-    EXPECT_EQ(d.iids[0], expected[i].iid);
+    SCOPED_TRACE(std::get<0>(expected[i]));
+    EXPECT_EQ(std::tuple(lmxhost::FourCCText(d.code), d.iids[0], lmxhost::FriendlyName(*entries[i])), expected[i]);
+    EXPECT_EQ(std::pair(d.signature, d.group), std::pair(0x02454C44u, 0x80000000u));
     EXPECT_NE(entries[i]->factory, nullptr);
-    EXPECT_EQ(lmxhost::FriendlyName(*entries[i]), expected[i].name);
     const size_t length = std::char_traits<char16_t>::length(d.friendlyName);
     for (size_t k = length; k < Service::SessionService::kFriendlyNameChars; ++k) ASSERT_EQ(d.friendlyName[k], 0);
   }

@@ -22,13 +22,10 @@ namespace {
 // sides through) but every operation that would walk or allocate them fails.
 TEST(IntegerExtremes, ImagesOfExtremeSidesFailEveryOperationCleanly) {
   LMXAllocator* allocator = lmxtest::NewAllocator();
-  struct Case {
-    int32_t width, height;
-  };
-  for (const Case& sides : {Case{INT_MIN, INT_MIN}, Case{INT_MIN, 1}, Case{-1, -1}, Case{1, INT_MIN}}) {
-    SCOPED_TRACE(testing::Message() << sides.width << " x " << sides.height);
+  for (auto [width, height] : {std::pair{INT_MIN, INT_MIN}, {INT_MIN, 1}, {-1, -1}, {1, INT_MIN}}) {
+    SCOPED_TRACE(testing::Message() << width << " x " << height);
     lmxtest::ScopedCapture capture;
-    Image::ImageInfo info{sides.width, sides.height, Image::PIXEL_FORMAT_BGRA, 0};
+    Image::ImageInfo info{width, height, Image::PIXEL_FORMAT_BGRA, 0};
     Image* image = nullptr;
     ASSERT_EQ(allocator->CreateImage(&info, 0, nullptr, &image), LMX_STATUS_NO_ERROR);
     Image::ImageData data{};

@@ -14,7 +14,6 @@ using namespace lmsdk::log_bootstrap;
 
 namespace {
 
-const std::wstring kModuleFile = LoggingModuleFileName();
 const std::wstring kSdk = L"Software\\Norvik\\LMSDK";
 const std::wstring kWow = L"Software\\Wow6432Node\\Norvik\\LMSDK";
 
