@@ -59,12 +59,9 @@ class TempFolder {
   const fs::path& path() const { return path_; }
   // "<folder>/<relative>/" as wide text with a trailing separator; created.
   std::wstring Directory(const std::string& relative) const {
-    fs::path directory = relative.empty() ? path_ : path_ / relative;
+    const fs::path directory = relative.empty() ? path_ : path_ / relative;
     fs::create_directories(directory);
-    std::wstring text = ToWide(directory.lexically_normal());
-    if (text.back() != L'/' && text.back() != L'\\')
-      text.push_back(static_cast<wchar_t>(fs::path::preferred_separator));
-    return text;
+    return ToWide((directory / "").lexically_normal());  // an empty last element adds the separator
   }
   fs::path Write(const std::string& relative, const std::string& bytes) const {
     const fs::path file = path_ / relative;

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "lmx/platform/module.h"
+#include "host_ref.h"
 #include "lmxallocator.h"
 #include "module_host.h"
 
@@ -70,14 +71,9 @@ TEST(ModuleServices, UnloadingLeavesNoBandThreadBehind) {
   for (int cycle = 0; cycle < 2; ++cycle) {
     {
       lmxhost::Module module;
+      lmxhost::Ref<LMXAllocator> allocator;  // released before the module unloads
       ASSERT_TRUE(module.Load(lmxhost::DefaultCoreLibraryPath()));
-      Base* object = nullptr;
-      for (auto* entry : module.Entries()) {
-        if (lmxhost::FourCCText(entry->desc.code) == "AEMU")
-          entry->factory(nullptr, nullptr, nullptr, entry, LMXAllocator::kIid, &object);
-      }
-      ASSERT_NE(object, nullptr);
-      auto* allocator = object->QueryInstance<LMXAllocator>();
+      ASSERT_EQ(module.Create(LMXAllocator::kIid, nullptr, allocator.Out()), LMX_STATUS_NO_ERROR);
       Image::ImageInfo info{1920, 1080, Image::PIXEL_FORMAT_YUY2, 0};
       Image* image = nullptr;
       ASSERT_EQ(allocator->CreateImage(&info, 0, nullptr, &image), LMX_STATUS_NO_ERROR);
@@ -88,7 +84,7 @@ TEST(ModuleServices, UnloadingLeavesNoBandThreadBehind) {
         image->ReleaseAccess(&data);
       }
       image->Release();
-      allocator->Release();
+      allocator.Reset();
       // One processor, LMX_THREADS=1, or a thread list that shows none (wine).
       if (threads() == before) GTEST_SKIP() << "no band thread to be seen here";
     }
