@@ -8,26 +8,16 @@
 
 using namespace Norvik::Lumetra;
 
-namespace {
-
-class ExportTable : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_TRUE(module_.Load(lmxhost::DefaultCoreLibraryPath())) << lmxhost::DefaultCoreLibraryPath();
-  }
-  lmxhost::Module module_;
-};
-
-}  // namespace
-
 // What a host relies on to find an implementation: the entries in order, each
 // with the descriptor signature and group, its code and first interface, a factory,
 // and a name in UTF-16 little-endian ("Core Framework Scheduler" at byte 68: 'C',
 // 0, 'o', 0) with the rest of the field zero; the code in memory order ("CRSC" at
 // byte 32).
-TEST_F(ExportTable, ThreeEntriesInOrderWithTheirDescriptors) {
-  EXPECT_EQ(module_.Lookup(), lmxhost::TableLookup::kByName);
-  const auto entries = module_.Entries();
+TEST(ExportTable, ThreeEntriesInOrderWithTheirDescriptors) {
+  lmxhost::Module module;
+  ASSERT_TRUE(module.Load(lmxhost::DefaultCoreLibraryPath())) << lmxhost::DefaultCoreLibraryPath();
+  EXPECT_EQ(module.Lookup(), lmxhost::TableLookup::kByName);
+  const auto entries = module.Entries();
   ASSERT_EQ(entries.size(), 3u);
   // clang-format off
   const std::tuple<const char*, int32_t, const char*> expected[] = {{"CRSC", 0x44454853, "Core Framework Scheduler"},
@@ -43,7 +33,7 @@ TEST_F(ExportTable, ThreeEntriesInOrderWithTheirDescriptors) {
     for (size_t k = length; k < Service::SessionService::kFriendlyNameChars; ++k) ASSERT_EQ(d.friendlyName[k], 0);
   }
   EXPECT_EQ(entries[2]->next, nullptr);
-  const auto* bytes = reinterpret_cast<const unsigned char*>(module_.Table());
+  const auto* bytes = reinterpret_cast<const unsigned char*>(module.Table());
   EXPECT_EQ(std::vector<unsigned char>(bytes + 68, bytes + 72), (std::vector<unsigned char>{'C', 0, 'o', 0}));
   EXPECT_TRUE(bytes[32] == 'C' && bytes[35] == 'C');
 }
