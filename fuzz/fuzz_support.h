@@ -3,6 +3,7 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -86,9 +87,7 @@ class CallerPlanes {
     }
   }
   bool Intact() const {
-    for (const lmxtest::GuardedPlane& plane : planes_)
-      if (!plane.Intact()) return false;
-    return true;
+    return std::ranges::all_of(planes_, [](const auto& plane) { return plane.Intact(); });
   }
   Image::ImageData data{};
 

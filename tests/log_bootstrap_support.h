@@ -47,8 +47,7 @@ class TempFolder {
   TempFolder() {
     static std::atomic<int> counter{0};
     const auto stamp = std::chrono::steady_clock::now().time_since_epoch().count();
-    path_ =
-        fs::temp_directory_path() / ("lmx_log_bootstrap_" + std::to_string(stamp) + "_" + std::to_string(counter++));
+    path_ = fs::temp_directory_path() / ("lmx_logs_" + std::to_string(stamp) + "_" + std::to_string(counter++));
     fs::create_directories(path_);
   }
   ~TempFolder() {

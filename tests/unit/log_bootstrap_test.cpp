@@ -13,11 +13,7 @@ using namespace lmsdk::log_bootstrap;
 
 namespace {
 
-std::wstring Native(std::wstring text) {
-  for (auto& c : text)
-    if (c == L'/') c = static_cast<wchar_t>(fs::path::preferred_separator);
-  return text;
-}
+std::wstring Native(const std::wstring& text) { return ToWide(ToPath(text).make_preferred()); }
 
 // Every test runs against an empty registry (a registry file that does not exist,
 // where the registry is a file), in a temporary folder of its own.

@@ -97,13 +97,11 @@ TEST_F(RequestsTest, FailureIsRememberedUntilTheOutputIsProducedAgain) {
 }
 
 TEST_F(RequestsTest, InlineRunsOnTheCompletingThreadOthersOnTheWorkers) {
-  RecordingTask inlineTask(L"(inline) here");
-  RecordingTask pooled(L"Decode");
+  RecordingTask inlineTask(L"(inline) here"), pooled(L"Decode");
   Mark({&a}, LMX_STATUS_EXEC_INPROGRESS);
   Request({&a}, &inlineTask);
   Request({&a}, &pooled);
-  std::thread producer([&] { Mark({&a}, LMX_STATUS_NO_ERROR); });
-  producer.join();
+  std::thread([&] { Mark({&a}, LMX_STATUS_NO_ERROR); }).join();  // completed on another thread
   EXPECT_EQ(inlineTask.Runs(), 1) << "before MarkOutputs returned";
   EXPECT_NE(inlineTask.Thread(), std::this_thread::get_id());
   ASSERT_TRUE(pooled.WaitForRuns(1));

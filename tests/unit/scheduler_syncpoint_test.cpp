@@ -78,8 +78,7 @@ TEST_F(SyncPointTest, WaitManyCountsNullsAgainstTheLimit) {
   EXPECT_TRUE(
       capture->Contains("Function Scheduler::SyncPoint::SynchronizeExINT returned "
                         "LMX_STATUS_PARAM_UNSUPPORTED = LMX_STATUS_PARAM_UNSUPPORTED"));
-  EXPECT_EQ(a->SynchronizeExINT(40, sps.data(), 24, events.data(), nullptr, 0), LMX_STATUS_NO_ERROR)
-      << "64 objects proceed";
+  EXPECT_EQ(a->SynchronizeExINT(40, sps.data(), 24, events.data(), nullptr, 0), LMX_STATUS_NO_ERROR);  // 64 proceed
 
   std::vector<LMXSyncPoint*> none(3, nullptr);
   EXPECT_EQ(a->SynchronizeExINT(3, none.data(), 0, nullptr, nullptr, -1), LMX_STATUS_PARAM_UNSUPPORTED)

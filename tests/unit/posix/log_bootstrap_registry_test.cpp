@@ -77,8 +77,7 @@ TEST_F(LogBootstrapRegistry, PropertiesFileRowsInOrder) {
     EXPECT_FALSE(result.propertiesGenerated);
     EXPECT_EQ(result.propertiesFile, test_.context.executableDirectory + L"./conf/lmxlog.properties");
     const FakeLoggingRecord& record = *RecordOf(result.module);
-    EXPECT_EQ(record.configureKind, 2);
-    EXPECT_EQ(record.watchDelay, 5000);
+    EXPECT_EQ(std::pair(record.configureKind, record.watchDelay), std::pair(2, 5000));
     EXPECT_STREQ(record.propertiesText, "log4j.rootLogger = INFO\n");
   }
 
