@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <limits>
 #include <memory>
 #include <vector>
@@ -42,14 +41,9 @@ constexpr int kOutputs = 8;
 
 // Mostly a value in lo..hi, else an extreme or any value.
 int32_t ConsumeInt(FuzzedDataProvider& input, int32_t lo, int32_t hi) {
-  switch (input.ConsumeIntegralInRange(0, 3)) {
-    case 0:
-      return input.PickValueInArray(kExtremes);
-    case 1:
-      return input.ConsumeIntegral<int32_t>();
-    default:
-      return input.ConsumeIntegralInRange(lo, hi);
-  }
+  const int kind = input.ConsumeIntegralInRange(0, 3);
+  if (kind == 0) return input.PickValueInArray(kExtremes);
+  return kind == 1 ? input.ConsumeIntegral<int32_t>() : input.ConsumeIntegralInRange(lo, hi);
 }
 
 Status ConsumeTableStatus(FuzzedDataProvider& input) {
@@ -136,26 +130,12 @@ struct Driver {
     for (Base* object : entries) object->Release();
   }
 
+  // One operation; accesses and scheduling are drawn twice as often as the others.
   void Step() {
-    switch (in.ConsumeIntegralInRange(0, 6)) {
-      case 0:
-        CreateImage();
-        break;
-      case 1:
-      case 2:
-        AccessImage();
-        break;
-      case 3:
-        UseImage();
-        break;
-      case 4:
-      case 5:
-        Schedule();
-        break;
-      default:
-        Wait();
-        break;
-    }
+    static constexpr void (Driver::*kSteps[])() = {&Driver::CreateImage, &Driver::AccessImage, &Driver::AccessImage,
+                                                   &Driver::UseImage,    &Driver::Schedule,    &Driver::Schedule,
+                                                   &Driver::Wait};
+    (this->*in.PickValueInArray(kSteps))();
   }
 
   // The plane layout of a key for a width x height image, and its plane count.
@@ -220,28 +200,23 @@ struct Driver {
     ImageInfo info{};
     Verified(image->QueryInfo(&info));
     auto* service = static_cast<LMXImageService*>(image->QueryInstance(LMXImageService::kIid));
-    switch (in.ConsumeIntegralInRange(0, 2)) {
-      case 0: {  // export or import through caller planes of any key and mode, pitch 0 now and then
-        auto caller = Caller(image, info, in.ConsumeBool() ? info.format : lmxfuzz::ConsumeFormatKey(in), true);
-        if (in.ConsumeIntegralInRange(0, 7) == 0) caller->data.pitches[0] = 0;
-        static constexpr int32_t kModes[] = {0, 1, 2, 3, 4, 6, 16, 18, 8};
-        const int32_t mode = in.ConsumeBool() ? in.PickValueInArray(kModes) : ConsumeInt(in, 0, 31);
-        Verified(in.ConsumeBool() ? image->ExportData(&caller->data, mode) : image->ImportData(&caller->data, mode));
-        Check(caller->Intact());
-        break;
-      }
-      case 1:
-        if (Image* other = Pick(images)) Verified(image->CopyImage(other));
-        break;
-      default: {  // every held format stale; the plane query with any description
-        Verified(service->InvalidateData());
-        ImageInfo query{ConsumeInt(in, 1, 64), ConsumeInt(in, 1, 64), lmxfuzz::ConsumeFormatKey(in), 0};
-        LMXImageService::PlaneInfo planes{};
-        const int32_t count = service->QueryPlaneInfo(&query, ConsumeInt(in, 0, 0), &planes);
-        Check(count >= 0 && count <= 4);
-        Verified(image->SetOptions(ConsumeInt(in, 0, 3)));
-        break;
-      }
+    const int op = in.ConsumeIntegralInRange(0, 2);
+    if (op == 0) {  // export or import through caller planes of any key and mode, pitch 0 now and then
+      auto caller = Caller(image, info, in.ConsumeBool() ? info.format : lmxfuzz::ConsumeFormatKey(in), true);
+      if (in.ConsumeIntegralInRange(0, 7) == 0) caller->data.pitches[0] = 0;
+      static constexpr int32_t kModes[] = {0, 1, 2, 3, 4, 6, 16, 18, 8};
+      const int32_t mode = in.ConsumeBool() ? in.PickValueInArray(kModes) : ConsumeInt(in, 0, 31);
+      Verified(in.ConsumeBool() ? image->ExportData(&caller->data, mode) : image->ImportData(&caller->data, mode));
+      Check(caller->Intact());
+    } else if (op == 1) {
+      if (Image* other = Pick(images)) Verified(image->CopyImage(other));
+    } else {  // every held format stale; the plane query with any description
+      Verified(service->InvalidateData());
+      ImageInfo query{ConsumeInt(in, 1, 64), ConsumeInt(in, 1, 64), lmxfuzz::ConsumeFormatKey(in), 0};
+      LMXImageService::PlaneInfo planes{};
+      const int32_t count = service->QueryPlaneInfo(&query, ConsumeInt(in, 0, 0), &planes);
+      Check(count >= 0 && count <= 4);
+      Verified(image->SetOptions(ConsumeInt(in, 0, 3)));
     }
   }
 
@@ -253,33 +228,25 @@ struct Driver {
     if (n > kOutputs) n = n == kMax ? kMin : -n;
     const int32_t offset = in.ConsumeIntegralInRange(0, kOutputs - (n > 0 ? n : 0));
     void** list = in.ConsumeIntegralInRange(0, 15) ? outputs + offset : nullptr;
-    switch (in.ConsumeIntegralInRange(0, 4)) {
-      case 0:
-        Verified(scheduler->MarkOutputs(n, list, ConsumeTableStatus(in)));
-        break;
-      case 1:
-        if (Verified(scheduler->RequestInputs(n, list, in.ConsumeBool() ? &task : nullptr)) >= 0) ++requested;
-        break;
-      case 2: {
-        LMXSyncPoint* sp = nullptr;
-        const bool out = syncPoints.size() < 6 && in.ConsumeIntegralInRange(0, 15) != 0;
-        if (Verified(scheduler->CreateSyncPoint(n, list, out ? &sp : nullptr)) >= 0) {
-          Check(sp != nullptr);
-          syncPoints.push_back(sp), signalled.push_back(false);
-        }
-        break;
+    const int op = in.ConsumeIntegralInRange(0, 4);
+    if (op == 0) {
+      Verified(scheduler->MarkOutputs(n, list, ConsumeTableStatus(in)));
+    } else if (op == 1) {
+      if (Verified(scheduler->RequestInputs(n, list, in.ConsumeBool() ? &task : nullptr)) >= 0) ++requested;
+    } else if (op == 2) {
+      LMXSyncPoint* sp = nullptr;
+      const bool out = syncPoints.size() < 6 && in.ConsumeIntegralInRange(0, 15) != 0;
+      if (Verified(scheduler->CreateSyncPoint(n, list, out ? &sp : nullptr)) >= 0) {
+        Check(sp != nullptr);
+        syncPoints.push_back(sp), signalled.push_back(false);
       }
-      case 3:
-        if (Verified(tasks->SubmitTask(in.ConsumeBool() ? &task : nullptr, ConsumeTableStatus(in))) >= 0) ++requested;
-        Verified(tasks->SetOption(ConsumeInt(in, 0, 0)));
-        break;
-      default:
-        if (!syncPoints.empty()) {
-          const size_t i = in.ConsumeIntegralInRange<size_t>(0, syncPoints.size() - 1);
-          Check(Verified(Producer(syncPoints[i])->SignalSyncPoint(ConsumeTableStatus(in))) == LMX_STATUS_NO_ERROR);
-          signalled[i] = true;
-        }
-        break;
+    } else if (op == 3) {
+      if (Verified(tasks->SubmitTask(in.ConsumeBool() ? &task : nullptr, ConsumeTableStatus(in))) >= 0) ++requested;
+      Verified(tasks->SetOption(ConsumeInt(in, 0, 0)));
+    } else if (!syncPoints.empty()) {
+      const size_t i = in.ConsumeIntegralInRange<size_t>(0, syncPoints.size() - 1);
+      Check(Verified(Producer(syncPoints[i])->SignalSyncPoint(ConsumeTableStatus(in))) == LMX_STATUS_NO_ERROR);
+      signalled[i] = true;
     }
   }
 
@@ -288,28 +255,24 @@ struct Driver {
     const size_t i = in.ConsumeIntegralInRange<size_t>(0, syncPoints.size() - 1);
     // A wait that may have nothing to wait for polls or waits a millisecond.
     const bool allSignalled = std::find(signalled.begin(), signalled.end(), false) == signalled.end();
-    switch (in.ConsumeIntegralInRange(0, 1)) {
-      case 0:
-        Verified(syncPoints[i]->Synchronize(signalled[i] ? ConsumeInt(in, -1, 2) : in.ConsumeIntegralInRange(0, 1)));
-        Verified(syncPoints[i]->QueryOutputStatus(in.ConsumeBool() ? outputs[in.ConsumeIntegralInRange(0, kOutputs - 1)]
-                                                                   : nullptr));
-        break;
-      default: {
-        // Arrays of exactly 64 entries: any count the library accepts stays inside
-        // them, and a larger or negative one must be refused before they are read.
-        const int32_t timeout = allSignalled ? ConsumeInt(in, -1, 2) : in.ConsumeIntegralInRange(0, 1);
-        auto sps = std::make_unique<LMXSyncPoint*[]>(64);
-        auto events = std::make_unique<void*[]>(64);
-        for (int k = 0; k < 64; ++k) sps[k] = in.ConsumeBool() ? syncPoints[k % syncPoints.size()] : nullptr;
-        const int32_t n1 = ConsumeInt(in, 0, 8), n2 = ConsumeInt(in, 0, 8);
-        int32_t idx = -7;
-        Verified(syncPoints[i]->SynchronizeExINT(n1, in.ConsumeIntegralInRange(0, 15) ? sps.get() : nullptr, n2,
-                                                 in.ConsumeBool() ? events.get() : nullptr,
-                                                 in.ConsumeBool() ? &idx : nullptr, timeout));
-        Check(idx == -7 || (idx >= 0 && idx < 64));
-        break;
-      }
+    if (!in.ConsumeBool()) {
+      Verified(syncPoints[i]->Synchronize(signalled[i] ? ConsumeInt(in, -1, 2) : in.ConsumeIntegralInRange(0, 1)));
+      Verified(syncPoints[i]->QueryOutputStatus(in.ConsumeBool() ? outputs[in.ConsumeIntegralInRange(0, kOutputs - 1)]
+                                                                 : nullptr));
+      return;
     }
+    // Arrays of exactly 64 entries: any count the library accepts stays inside
+    // them, and a larger or negative one must be refused before they are read.
+    const int32_t timeout = allSignalled ? ConsumeInt(in, -1, 2) : in.ConsumeIntegralInRange(0, 1);
+    auto sps = std::make_unique<LMXSyncPoint*[]>(64);
+    auto events = std::make_unique<void*[]>(64);
+    for (int k = 0; k < 64; ++k) sps[k] = in.ConsumeBool() ? syncPoints[k % syncPoints.size()] : nullptr;
+    const int32_t n1 = ConsumeInt(in, 0, 8), n2 = ConsumeInt(in, 0, 8);
+    int32_t idx = -7;
+    Verified(syncPoints[i]->SynchronizeExINT(n1, in.ConsumeIntegralInRange(0, 15) ? sps.get() : nullptr, n2,
+                                             in.ConsumeBool() ? events.get() : nullptr,
+                                             in.ConsumeBool() ? &idx : nullptr, timeout));
+    Check(idx == -7 || (idx >= 0 && idx < 64));
   }
 };
 

@@ -54,40 +54,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // Mostly small sizes; sometimes negative, or too large for any plane.
   static constexpr int32_t kMin = std::numeric_limits<int32_t>::min();
   static constexpr int32_t kHuge[] = {65536, 1 << 20, 1 << 30, std::numeric_limits<int32_t>::max()};
+  // Width and height ranges of the negative choices (0, 1) and of the small ones.
+  static constexpr int32_t kRanges[][4] = {{kMin, 64, kMin, -1}, {kMin, -1, 0, 64}, {0, 64, 0, 64}};
   auto in = [&](int32_t lo, int32_t hi) { return input.ConsumeIntegralInRange(lo, hi); };
   int32_t& width = src_info.width;
   int32_t& height = src_info.height;
   const int sizes = in(0, 7);
   const bool valid = sizes > 2;
-  switch (sizes) {
-    case 0:
-      width = in(kMin, 64), height = in(kMin, -1);
-      break;
-    case 1:
-      width = in(kMin, -1), height = in(0, 64);
-      break;
-    case 2:
-      width = input.PickValueInArray(kHuge), height = input.PickValueInArray(kHuge);
-      break;
-    default:
-      width = in(0, 64), height = in(0, 64);
-  }
-  dst_info.width = src_info.width;
-  dst_info.height = src_info.height;
+  const int32_t* range = kRanges[valid ? 2 : sizes % 2];
+  width = sizes == 2 ? input.PickValueInArray(kHuge) : in(range[0], range[1]);
+  height = sizes == 2 ? input.PickValueInArray(kHuge) : in(range[2], range[3]);
+  dst_info.width = width, dst_info.height = height;
   if (input.ConsumeIntegralInRange(0, 15) == 0) dst_info.width = input.ConsumeIntegralInRange(-2, 64);
 
   // A depth scale of any kind, or none.
-  static constexpr float kScales[] = {1.0f,
-                                      0.125f,
-                                      4.0f,
-                                      0.3f,
-                                      0.0f,
-                                      -1.0f,
-                                      1e-30f,
-                                      1e-40f,
-                                      1e30f,
-                                      std::numeric_limits<float>::quiet_NaN(),
-                                      std::numeric_limits<float>::infinity()};
+  constexpr float kNaN = std::numeric_limits<float>::quiet_NaN(), kInf = std::numeric_limits<float>::infinity();
+  static constexpr float kScales[] = {1.0f, 0.125f, 4.0f, 0.3f, 0.0f, -1.0f, 1e-30f, 1e-40f, 1e30f, kNaN, kInf};
   const size_t scaleChoice = input.ConsumeIntegralInRange<size_t>(0, std::size(kScales));
   lmx::FixedDepthScale depth =
       scaleChoice < std::size(kScales) ? lmx::FixedDepthScale(kScales[scaleChoice]) : lmx::FixedDepthScale();

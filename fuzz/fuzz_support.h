@@ -3,6 +3,7 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -22,23 +23,14 @@ namespace lmxfuzz {
 
 using Norvik::Lumetra::Image;
 
-inline constexpr int32_t kFormats[] = {Image::PIXEL_FORMAT_YUY2,
-                                       Image::PIXEL_FORMAT_NV12,
-                                       Image::PIXEL_FORMAT_BGRA,
-                                       Image::PIXEL_FORMAT_BGR,
-                                       Image::PIXEL_FORMAT_Y8,
-                                       Image::PIXEL_FORMAT_RGBA,
-                                       Image::PIXEL_FORMAT_RGB,
-                                       Image::PIXEL_FORMAT_NV21,
-                                       Image::PIXEL_FORMAT_DEPTH,
-                                       Image::PIXEL_FORMAT_DEPTH_NATIVE,
-                                       Image::PIXEL_FORMAT_DEPTH_FLOAT,
-                                       Image::PIXEL_FORMAT_Y16,
-                                       Image::PIXEL_FORMAT_Y8_RELATIVE,
-                                       Image::PIXEL_FORMAT_ATTACHED_8BPP,
-                                       Image::PIXEL_FORMAT_ATTACHED_2BPP,
-                                       Image::PIXEL_FORMAT_DEPTH_CONFIDENCE,
-                                       Image::PIXEL_FORMAT_ATTACHED_1BPP};
+// clang-format off
+inline constexpr int32_t kFormats[] = {
+    Image::PIXEL_FORMAT_YUY2, Image::PIXEL_FORMAT_NV12, Image::PIXEL_FORMAT_BGRA, Image::PIXEL_FORMAT_BGR,
+    Image::PIXEL_FORMAT_Y8, Image::PIXEL_FORMAT_RGBA, Image::PIXEL_FORMAT_RGB, Image::PIXEL_FORMAT_NV21,
+    Image::PIXEL_FORMAT_DEPTH, Image::PIXEL_FORMAT_DEPTH_NATIVE, Image::PIXEL_FORMAT_DEPTH_FLOAT, Image::PIXEL_FORMAT_Y16,
+    Image::PIXEL_FORMAT_Y8_RELATIVE, Image::PIXEL_FORMAT_ATTACHED_8BPP, Image::PIXEL_FORMAT_ATTACHED_2BPP,
+    Image::PIXEL_FORMAT_DEPTH_CONFIDENCE, Image::PIXEL_FORMAT_ATTACHED_1BPP};
+// clang-format on
 
 // A format key: a known format or any value, with no, a quarter-turn or any rotation bits.
 inline int32_t ConsumeFormatKey(FuzzedDataProvider& input) {
@@ -95,9 +87,7 @@ class CallerPlanes {
     }
   }
   bool Intact() const {
-    for (const lmxtest::GuardedPlane& plane : planes_)
-      if (!plane.Intact()) return false;
-    return true;
+    return std::ranges::all_of(planes_, [](const auto& plane) { return plane.Intact(); });
   }
   Image::ImageData data{};
 

@@ -75,9 +75,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   context.temporaryDirectory = ConsumeWide(input);
   const std::wstring sdk = ConsumeWide(input);
   const bool sdkSet = input.ConsumeBool();
-  context.environment = [&](const std::wstring& variable) -> std::optional<std::wstring> {
-    if (variable == L"LMSDK_DIR" && sdkSet) return sdk;
-    return std::nullopt;
+  context.environment = [&](const std::wstring& variable) {
+    return variable == L"LMSDK_DIR" && sdkSet ? std::optional(sdk) : std::nullopt;
   };
   context.reportEvent = [](const char*) {};
 

@@ -5,8 +5,6 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -50,91 +48,71 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     const int32_t id =
         input.ConsumeIntegralInRange(0, 7) == 0 ? input.ConsumeIntegral<int32_t>() : input.PickValueInArray(kIds);
     const bool modelled = !hasObject[id];
-    switch (input.ConsumeIntegralInRange(0, 9)) {
-      case 0: {  // attach a copy of some bytes, with a size that may not match
-        std::vector<uint8_t> value = input.ConsumeBytes<uint8_t>(input.ConsumeIntegralInRange(0, 300));
-        int32_t claimed = static_cast<int32_t>(value.size());
-        if (input.ConsumeIntegralInRange(0, 3) == 0) claimed = -input.ConsumeIntegralInRange(0, 1000);
-        if (value.empty()) value.push_back(0);  // a readable pointer even for size 0
-        const bool had = store->QueryBufferSize(id) > 0;
-        const Status sts =
-            store->AttachBuffer(id, input.ConsumeIntegralInRange(0, 15) ? value.data() : nullptr, claimed);
-        if (sts >= 0) {
-          Check(!had && claimed > 0);
-          if (modelled) shadow[id].assign(value.begin(), value.begin() + claimed);
-        }
-        break;
+    const int op = input.ConsumeIntegralInRange(0, 9);
+    if (op == 0) {  // attach a copy of some bytes, with a size that may not match
+      std::vector<uint8_t> value = input.ConsumeBytes<uint8_t>(input.ConsumeIntegralInRange(0, 300));
+      int32_t claimed = static_cast<int32_t>(value.size());
+      if (input.ConsumeIntegralInRange(0, 3) == 0) claimed = -input.ConsumeIntegralInRange(0, 1000);
+      if (value.empty()) value.push_back(0);  // a readable pointer even for size 0
+      const bool had = store->QueryBufferSize(id) > 0;
+      const Status sts = store->AttachBuffer(id, input.ConsumeIntegralInRange(0, 15) ? value.data() : nullptr, claimed);
+      if (sts >= 0) {
+        Check(!had && claimed > 0);
+        if (modelled) shadow[id].assign(value.begin(), value.begin() + claimed);
       }
-      case 1: {  // read back into a buffer that may be too small
-        const int32_t stored = store->QueryBufferSize(id);
-        Check(stored >= 0);
-        if (modelled) Check(stored == (shadow.count(id) ? static_cast<int32_t>(shadow[id].size()) : 0));
-        int32_t room = stored + input.ConsumeIntegralInRange(-2, 2);
-        if (input.ConsumeIntegralInRange(0, 7) == 0) room = input.ConsumeIntegral<int32_t>();
-        // The store may write at most min(room, stored) bytes; the block has exactly that.
-        const int32_t capacity = room < 0 ? 0 : (room < stored ? room : stored);
-        std::vector<uint8_t> out(static_cast<size_t>(capacity) + 1);
-        const Status sts = store->QueryBuffer(id, out.data(), room);
-        if (sts >= 0) {
-          Check(room >= stored);
-          if (modelled && shadow.count(id)) Check(std::memcmp(out.data(), shadow[id].data(), shadow[id].size()) == 0);
-        }
-        break;
+    } else if (op == 1) {  // read back into a buffer that may be too small
+      const int32_t stored = store->QueryBufferSize(id);
+      Check(stored >= 0);
+      if (modelled) Check(stored == (shadow.count(id) ? static_cast<int32_t>(shadow[id].size()) : 0));
+      int32_t room = stored + input.ConsumeIntegralInRange(-2, 2);
+      if (input.ConsumeIntegralInRange(0, 7) == 0) room = input.ConsumeIntegral<int32_t>();
+      // The store may write at most min(room, stored) bytes; the block has exactly that.
+      const int32_t capacity = room < 0 ? 0 : (room < stored ? room : stored);
+      std::vector<uint8_t> out(static_cast<size_t>(capacity) + 1);
+      if (store->QueryBuffer(id, out.data(), room) >= 0) {
+        Check(room >= stored);
+        if (modelled && shadow.count(id)) Check(std::memcmp(out.data(), shadow[id].data(), shadow[id].size()) == 0);
       }
-      case 2: {  // zero-copy read
-        uint8_t* buffer = nullptr;
-        int32_t length = -1;
-        if (internal->QueryInternalBuffer(id, &buffer, &length) >= 0) {
-          Check(buffer != nullptr && length > 0);
-          Check(!modelled || (shadow.count(id) && std::memcmp(buffer, shadow[id].data(), length) == 0));
-        }
-        break;
+    } else if (op == 2) {  // zero-copy read
+      uint8_t* buffer = nullptr;
+      int32_t length = -1;
+      if (internal->QueryInternalBuffer(id, &buffer, &length) >= 0) {
+        Check(buffer != nullptr && length > 0);
+        Check(!modelled || (shadow.count(id) && std::memcmp(buffer, shadow[id].data(), length) == 0));
       }
-      case 3: {  // reserve an identifier
-        const int32_t uid = store->QueryUID();
-        Check(uid >= 0x81001 && uid < 0xFFFFF);
-        Check(!shadow.count(uid));
-        break;
+    } else if (op == 3) {  // reserve an identifier
+      const int32_t uid = store->QueryUID();
+      Check(uid >= 0x81001 && uid < 0xFFFFF && !shadow.count(uid));
+    } else if (op == 4) {
+      store->DetachMetadata(id);
+      shadow.erase(id);
+      hasObject.erase(id);
+    } else if (op == 5) {  // attach a serialisable object, counted or not
+      auto payload = input.ConsumeBytes<uint8_t>(input.ConsumeIntegralInRange(0, 64));
+      const auto size = static_cast<int32_t>(payload.size());
+      objects.push_back(std::make_unique<FakeSerializable>(input.ConsumeBool(), std::move(payload), size, kCode));
+      shadow.erase(id);  // the plain record goes even when the attachment fails
+      if (store->AttachSerializable(id, static_cast<LMXSerializableService*>(objects.back().get())) >= 0)
+        hasObject[id] = true;
+    } else if (op == 6) {  // rebuild (or hand out) an object
+      void* face = nullptr;
+      const InterfaceId cuid =
+          input.ConsumeBool() ? LMXSerializableService::kIid : input.ConsumeIntegral<InterfaceId>();
+      if (store->CreateSerializable(id, cuid, &face) >= 0) {
+        Check(face != nullptr);
+        static_cast<Base*>(face)->Release();  // the caller's reference
       }
-      case 4:
-        store->DetachMetadata(id);
-        shadow.erase(id);
-        hasObject.erase(id);
-        break;
-      case 5: {  // attach a serialisable object, counted or not
-        auto payload = input.ConsumeBytes<uint8_t>(input.ConsumeIntegralInRange(0, 64));
-        const auto size = static_cast<int32_t>(payload.size());
-        objects.push_back(std::make_unique<FakeSerializable>(input.ConsumeBool(), std::move(payload), size, kCode));
-        shadow.erase(id);  // the plain record goes even when the attachment fails
-        if (store->AttachSerializable(id, static_cast<LMXSerializableService*>(objects.back().get())) >= 0)
-          hasObject[id] = true;
-        break;
-      }
-      case 6: {  // rebuild (or hand out) an object
-        void* face = nullptr;
-        const InterfaceId cuid =
-            input.ConsumeBool() ? LMXSerializableService::kIid : input.ConsumeIntegral<InterfaceId>();
-        if (store->CreateSerializable(id, cuid, &face) >= 0) {
-          Check(face != nullptr);
-          static_cast<Base*>(face)->Release();  // the caller's reference
-        }
-        break;
-      }
-      case 7:  // enumerate
-        store->QueryMetadata(input.ConsumeIntegralInRange(-2, 10));
-        break;
-      case 8:  // session on and off
-        internal->SetSession(input.ConsumeBool() ? &session : nullptr);
-        break;
-      default: {  // a serialised header attached as plain bytes, with any data size
-        const std::vector<uint8_t> data(input.ConsumeIntegralInRange(0, 16));
-        auto header =
-            lmxtest::SerialisedState(reinterpret_cast<const char*>(&kCode), data, input.ConsumeIntegralInRange(-4, 32));
-        store->DetachMetadata(id);
-        hasObject.erase(id);
-        if (store->AttachBuffer(id, header.data(), static_cast<int32_t>(header.size())) >= 0) shadow[id] = header;
-        break;
-      }
+    } else if (op == 7) {  // enumerate
+      store->QueryMetadata(input.ConsumeIntegralInRange(-2, 10));
+    } else if (op == 8) {  // session on and off
+      internal->SetSession(input.ConsumeBool() ? &session : nullptr);
+    } else {  // a serialised header attached as plain bytes, with any data size
+      const std::vector<uint8_t> data(input.ConsumeIntegralInRange(0, 16));
+      auto header =
+          lmxtest::SerialisedState(reinterpret_cast<const char*>(&kCode), data, input.ConsumeIntegralInRange(-4, 32));
+      store->DetachMetadata(id);
+      hasObject.erase(id);
+      if (store->AttachBuffer(id, header.data(), static_cast<int32_t>(header.size())) >= 0) shadow[id] = header;
     }
   }
 

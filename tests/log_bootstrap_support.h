@@ -47,8 +47,7 @@ class TempFolder {
   TempFolder() {
     static std::atomic<int> counter{0};
     const auto stamp = std::chrono::steady_clock::now().time_since_epoch().count();
-    path_ =
-        fs::temp_directory_path() / ("lmx_log_bootstrap_" + std::to_string(stamp) + "_" + std::to_string(counter++));
+    path_ = fs::temp_directory_path() / ("lmx_logs_" + std::to_string(stamp) + "_" + std::to_string(counter++));
     fs::create_directories(path_);
   }
   ~TempFolder() {
@@ -59,12 +58,9 @@ class TempFolder {
   const fs::path& path() const { return path_; }
   // "<folder>/<relative>/" as wide text with a trailing separator; created.
   std::wstring Directory(const std::string& relative) const {
-    fs::path directory = relative.empty() ? path_ : path_ / relative;
+    const fs::path directory = relative.empty() ? path_ : path_ / relative;
     fs::create_directories(directory);
-    std::wstring text = ToWide(directory.lexically_normal());
-    if (text.back() != L'/' && text.back() != L'\\')
-      text.push_back(static_cast<wchar_t>(fs::path::preferred_separator));
-    return text;
+    return ToWide((directory / "").lexically_normal());  // an empty last element adds the separator
   }
   fs::path Write(const std::string& relative, const std::string& bytes) const {
     const fs::path file = path_ / relative;
@@ -77,6 +73,7 @@ class TempFolder {
   fs::path path_;
 };
 
+inline const std::wstring kModuleFile = lmsdk::log_bootstrap::LoggingModuleFileName();
 inline fs::path FakeLoggingModule() { return fs::path(LMX_FAKE_LOGGING_MODULE); }
 inline fs::path BadSignatureLoggingModule() { return fs::path(LMX_FAKE_LOGGING_MODULE_BAD_SIGNATURE); }
 

@@ -3,7 +3,6 @@
 // format and read in another by the real kernels.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <vector>
 
 #include "lmxallocator.h"
@@ -13,34 +12,21 @@
 
 using namespace Norvik::Lumetra;
 
-namespace {
-
-class AllocatorEndToEnd : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_TRUE(module_.Load(lmxhost::DefaultCoreLibraryPath()));
-    ASSERT_EQ(module_.Create(LMXAllocator::kIid, nullptr, allocator_.Out()), LMX_STATUS_NO_ERROR);
-  }
-
-  lmxhost::Module module_;  // declared first: unloaded after the allocator is released
-  lmxhost::Ref<LMXAllocator> allocator_;
-};
-
-constexpr int32_t kWidth = 64;
-constexpr int32_t kHeight = 48;
-
-}  // namespace
-
 // Studio-range red (Y 81, U 90, V 240) as NV12, exported as BGR: no direct kernel,
 // converted through YUY2 by the real kernels, the intermediate left valid.
-TEST_F(AllocatorEndToEnd, ImagesConvertBetweenFormatsThroughTheRealKernels) {
+TEST(AllocatorEndToEnd, ImagesConvertBetweenFormatsThroughTheRealKernels) {
+  lmxhost::Module module;  // declared first: unloaded after the allocator is released
+  lmxhost::Ref<LMXAllocator> allocator;
+  ASSERT_TRUE(module.Load(lmxhost::DefaultCoreLibraryPath()));
+  ASSERT_EQ(module.Create(LMXAllocator::kIid, nullptr, allocator.Out()), LMX_STATUS_NO_ERROR);
+  constexpr int32_t kWidth = 64, kHeight = 48;
   lmxtest::GuardedPlane luma(kWidth, kHeight, 0, 81, 0, 0), chroma(kWidth, kHeight / 2, 0, 90, 0, 0);
   lmxtest::GuardedPlane bgr(kWidth * 3, kHeight, 5);
   for (int32_t i = 1; i < kWidth * kHeight / 2; i += 2) chroma.data()[i] = 240;
   Image::ImageInfo info{kWidth, kHeight, Image::PIXEL_FORMAT_NV12, 0};
   Image::ImageData data{Image::PIXEL_FORMAT_NV12, {}, {luma.pitch(), chroma.pitch()}, {luma.data(), chroma.data()}};
   Image* image = nullptr;
-  ASSERT_EQ(allocator_->CreateImage(&info, 0, &data, &image), LMX_STATUS_NO_ERROR);
+  ASSERT_EQ(allocator->CreateImage(&info, 0, &data, &image), LMX_STATUS_NO_ERROR);
   data = {Image::PIXEL_FORMAT_BGR, {}, {bgr.pitch()}, {bgr.data()}};
   ASSERT_EQ(image->ExportData(&data, 2), LMX_STATUS_NO_ERROR);
   for (auto [x, y] : {std::pair{0, 0}, {33, 20}, {63, 47}})

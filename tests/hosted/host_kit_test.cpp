@@ -3,6 +3,8 @@
 // released.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "module_host.h"
 
 using namespace Norvik::Lumetra;
@@ -45,22 +47,18 @@ TEST(HostKit, CreateTakesTheHighestMeritAndReleasesOnFailure) {
   DLLExportTable failing = EntryOf(&answersNothing, Make<2>, -1, 'F');
   DLLExportTable higher = EntryOf(&failing, Make<1>, 101, 'X');
   DLLExportTable lower = EntryOf(&higher, Make<0>, 100, 'X');
-  const struct {
-    InterfaceId iid;
-    Status sts;
-    Fake* face;
-    Fake* released;
-  } cases[] = {
+  const std::tuple<InterfaceId, Status, Fake*, Fake*> cases[] = {
+      // (asked for, status, face handed out, object released)
       {'X', LMX_STATUS_NO_ERROR, &made[1], nullptr},
       {'F', LMX_STATUS_ALLOC_FAILED, nullptr, &made[2]},
       {'N', LMX_STATUS_ITEM_UNAVAILABLE, nullptr, &made[3]},
       {'Y', LMX_STATUS_ITEM_UNAVAILABLE, nullptr, nullptr},
   };
-  for (const auto& c : cases) {
+  for (auto [iid, sts, expected, released] : cases) {
     for (Fake& fake : made) fake.releases = 0;
     void* face = &made[0];
-    EXPECT_EQ(lmxhost::Create(&lower, c.iid, nullptr, &face), c.sts) << c.iid;
-    EXPECT_EQ(face, c.face) << c.iid;
-    for (Fake& fake : made) EXPECT_EQ(fake.releases, &fake == c.released ? 1 : 0) << c.iid;
+    EXPECT_EQ(lmxhost::Create(&lower, iid, nullptr, &face), sts) << iid;
+    EXPECT_EQ(face, expected) << iid;
+    for (Fake& fake : made) EXPECT_EQ(fake.releases, &fake == released ? 1 : 0) << iid;
   }
 }

@@ -53,6 +53,13 @@ class Lmxtool : public ::testing::Test {
   void WriteFile(const std::string& name, const std::string& bytes) {
     std::ofstream(dir / name, std::ios::binary) << bytes;
   }
+  // A registry file setting DebugView to `level`, as the environment assignment that names it.
+  std::string DebugView(const std::string& level) {
+    const std::string header = "Windows Registry Editor Version 5.00\r\n\r\n";
+    WriteFile(level + ".reg",
+              header + "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n\"DebugView\"=\"" + level + "\"\r\n");
+    return "LMSDK_REGISTRY=" + P(level + ".reg") + " ";
+  }
   // A binary PGM (channels 1) or PPM (channels 3) of 8-bit samples.
   void WritePnm(const std::string& name, int width, int height, int channels, const std::vector<uint8_t>& pixels) {
     WriteFile(name, std::string(channels == 1 ? "P5\n" : "P6\n") + std::to_string(width) + " " +
@@ -82,8 +89,7 @@ TEST_F(Lmxtool, PictureFilesConvertRotateMirrorAndRunInBatches) {
   RunOk("convert " + P("in.ppm") + " " + P("flipped.png") + " --flip");
   int width = 0, height = 0;
   const std::vector<uint8_t> flipped = ReadPng("flipped.png", PNG_FORMAT_RGB, &width, &height);
-  ASSERT_EQ(flipped.size(), rgb.size());
-  EXPECT_EQ(std::pair(width, height), std::pair(6, 4));
+  ASSERT_EQ(std::pair(width, height), std::pair(6, 4)) << "read, with the size of the input";
   for (int y = 0; y < 4; ++y)
     EXPECT_TRUE(std::equal(rgb.begin() + y * 18, rgb.begin() + y * 18 + 18, flipped.begin() + (3 - y) * 18)) << y;
 
@@ -108,11 +114,8 @@ TEST_F(Lmxtool, PictureFilesConvertRotateMirrorAndRunInBatches) {
 // lines to standard error under the module's name.
 TEST_F(Lmxtool, RegistryDebugViewShowsTheLibrarysLinesOnStandardError) {
   WritePnm("in.pgm", 3, 2, 1, Pattern(6, 1));
-  WriteFile("verbose.reg",
-            "Windows Registry Editor Version 5.00\r\n\r\n"
-            "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n\"DebugView\"=\"VERBOSE\"\r\n");
   const std::string convert = "convert " + P("in.pgm") + " " + P("out.ppm") + " --to BGR";
-  Result r = RunOk(convert, "LMSDK_REGISTRY=" + P("verbose.reg") + " ");
+  Result r = RunOk(convert, DebugView("VERBOSE"));
   EXPECT_NE(r.err.find("liblmxcore: VERBOSE: coreaccel_emu.cpp: "), std::string::npos) << r.err;
   EXPECT_NE(r.err.find("Allocated 128 bytes for BGR"), std::string::npos);
   r = RunOk(convert, "env -u NORVIK_LIBQTRNOTIFY64 LMSDK_REGISTRY=" + P("missing.reg") + " ");
@@ -123,10 +126,7 @@ TEST_F(Lmxtool, RegistryDebugViewShowsTheLibrarysLinesOnStandardError) {
 // for a timed wait to give up; help names the formats, info the interfaces.
 TEST_F(Lmxtool, SuccessfulRunsStayQuietAndHelpAndInfoAreReadable) {
   WritePnm("big.ppm", 2000, 1500, 3, Pattern(2000 * 1500 * 3, 2));  // converted in well over 100 ms
-  WriteFile("errors.reg",
-            "Windows Registry Editor Version 5.00\r\n\r\n"
-            "[HKEY_LOCAL_MACHINE\\Software\\Norvik\\LMSDK\\Logging]\r\n\"DebugView\"=\"ERROR\"\r\n");
-  EXPECT_EQ(RunOk("convert " + P("big.ppm") + " " + P("big.png"), "LMSDK_REGISTRY=" + P("errors.reg") + " ").err, "");
+  EXPECT_EQ(RunOk("convert " + P("big.ppm") + " " + P("big.png"), DebugView("ERROR")).err, "");
   EXPECT_NE(RunOk("convert --help").out.find("NV12, BGRA, BGR, RGBA, RGB, Y8, Y8_RELATIVE, Y16, DEPTH"),
             std::string::npos);
   EXPECT_NE(RunOk("info").out.find("interfaces: LMXAllocator 0x492D6A23\n"), std::string::npos);

@@ -71,11 +71,10 @@ TEST(DebugOutput, LinesFromConcurrentThreadsNeverInterleave) {
   lmxtest::DebugOutputCapture capture;
   {
     std::vector<std::jthread> threads;
-    for (int t = 0; t < kThreads; ++t) {
+    for (int t = 0; t < kThreads; ++t)
       threads.emplace_back([&, t] {
         for (int i = 0; i < kLines; ++i) logger.Log(LOG_LEVEL_INFO, payload.c_str(), "f.cpp", t, "F");
       });
-    }
   }
   std::istringstream lines(capture.Finish());
   int whole = 0;

@@ -15,10 +15,7 @@ using namespace lmx::platform;
 using namespace std::chrono_literals;
 
 TEST(PlatformEvent, WaitSingleAndMultipleAnswers) {
-  EventHandle a = CreateManualResetEvent();
-  EventHandle b = CreateManualResetEvent();
-  ASSERT_NE(a, nullptr);
-  ASSERT_NE(b, nullptr);
+  EventHandle a = CreateManualResetEvent(), b = CreateManualResetEvent();
   EXPECT_EQ(WaitForEvent(a, 0), kWaitTimeout);
   EXPECT_EQ(WaitForEvent(a, 10), kWaitTimeout);
   EventHandle both[] = {a, b};

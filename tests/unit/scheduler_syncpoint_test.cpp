@@ -78,8 +78,7 @@ TEST_F(SyncPointTest, WaitManyCountsNullsAgainstTheLimit) {
   EXPECT_TRUE(
       capture->Contains("Function Scheduler::SyncPoint::SynchronizeExINT returned "
                         "LMX_STATUS_PARAM_UNSUPPORTED = LMX_STATUS_PARAM_UNSUPPORTED"));
-  EXPECT_EQ(a->SynchronizeExINT(40, sps.data(), 24, events.data(), nullptr, 0), LMX_STATUS_NO_ERROR)
-      << "64 objects proceed";
+  EXPECT_EQ(a->SynchronizeExINT(40, sps.data(), 24, events.data(), nullptr, 0), LMX_STATUS_NO_ERROR);  // 64 proceed
 
   std::vector<LMXSyncPoint*> none(3, nullptr);
   EXPECT_EQ(a->SynchronizeExINT(3, none.data(), 0, nullptr, nullptr, -1), LMX_STATUS_PARAM_UNSUPPORTED)
@@ -157,7 +156,5 @@ TEST_F(SyncPointTest, ReferenceCountAndUnsignalledDestruction) {
   sp->Release();
   ASSERT_TRUE(capture->Contains("Attempt to delete SP before it was signaled!!!\n"));
   for (const auto& line : capture->Lines())
-    if (line.message.find("Attempt") == 0) {
-      EXPECT_EQ(line.level, LOG_LEVEL_FATAL);
-    }
+    EXPECT_TRUE(line.message.find("Attempt") != 0 || line.level == LOG_LEVEL_FATAL);
 }

@@ -27,6 +27,7 @@ struct Node {
   std::unique_ptr<RecordingTask> task;
   std::atomic<Status> result{LMX_STATUS_EXEC_INPROGRESS};
 };
+using Stage = std::vector<std::unique_ptr<Node>>;
 
 }  // namespace
 
@@ -39,7 +40,7 @@ TEST(StressScheduler, PipelineRunsEveryCallbackOnceWithTheRightStatus) {
 
   std::mt19937 random(20240531);
   auto makeStage = [&](int count, int inputsFrom) {
-    std::vector<std::unique_ptr<Node>> stage;
+    Stage stage;
     for (int i = 0; i < count; ++i) {
       auto node = std::make_unique<Node>();
       for (int k = 0, n = inputsFrom ? 1 + static_cast<int>(random() % 3) : 0; k < n; ++k)
@@ -74,8 +75,7 @@ TEST(StressScheduler, PipelineRunsEveryCallbackOnceWithTheRightStatus) {
   for (size_t j = 0; j < sinks.size(); ++j)
     sinks[j]->task = std::make_unique<RecordingTask>(j % 2 ? L"(inline) sink" : L"sink");
 
-  auto request = [&](std::vector<std::unique_ptr<Node>>& stage, std::vector<std::unique_ptr<Node>>& from, int first,
-                     int step) {
+  auto request = [&](Stage& stage, Stage& from, int first, int step) {
     for (size_t j = first; j < stage.size(); j += step) {
       std::vector<void*> inputs;
       for (int i : stage[j]->inputs) inputs.push_back(&from[i]->output);

@@ -1,7 +1,6 @@
 // The POSIX registry: a ".reg" file named by $LMSDK_REGISTRY.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 
 #include "lmx/platform/registry.h"
