@@ -253,8 +253,8 @@ Status MultiBuffer<BASE, INFO, DATA>::GetBuffer(INFO* info, int32_t key, DATA* d
   // The entry is made first and filled last: a failure on the way leaves no
   // storage without an entry and no entry without storage.
   const auto [it, made] = buffers.try_emplace(key);
-  // Runs under this function's guard (the analysis does not follow it into the lambda).
-  auto forget = [&, it = it, made = made]() LMX_NO_THREAD_SAFETY_ANALYSIS {
+  auto forget = [&, it = it, made = made] {
+    lock.AssertHeld();  // this function's guard, which the analysis does not follow into the lambda
     if (made) buffers.erase(it);
   };
   BASE* storage = nullptr;

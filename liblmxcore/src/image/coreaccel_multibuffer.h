@@ -33,7 +33,7 @@
 #include "core_metadata.h"
 #include "image/coreaccel_baseaudio.h"
 #include "image/coreaccel_baseimage.h"
-#include "lmx/platform/thread_annotations.h"
+#include "lmx/platform/recursive_lock.h"
 #include "lmxsession.h"
 
 // What the session hands an image or audio object under 0x852193AF: told of each
@@ -231,7 +231,7 @@ class MultiBuffer : public MultiBufferFace<BASE, MultiBuffer<BASE, INFO, DATA>>,
     return std::find_if(access_list.begin(), access_list.end(),
                         [data](const auto& entry) { return entry.first == data; });
   }
-  lmx::RecursiveMutex lock;
+  lmx::RecursiveLock lock;
   std::atomic<bool> m_bWriteFinished{true};
   std::atomic<bool> notify_{false};
   LMXAccessObserver* observer = nullptr;

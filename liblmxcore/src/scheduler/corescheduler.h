@@ -17,7 +17,7 @@
 #include "scheduler/concurrent_map.h"
 #include "scheduler/corescheduler_pool.h"
 #include "scheduler/node_pool.h"
-#include "scheduler/recursive_lock.h"
+#include "lmx/platform/recursive_lock.h"
 #include "lmx/platform/event.h"
 #include "lmximpl.h"
 #include "lmxscheduler.h"

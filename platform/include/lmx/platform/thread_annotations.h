@@ -50,17 +50,6 @@ class LMX_CAPABILITY("mutex") Mutex {
   std::mutex mutex_;
 };
 
-// std::recursive_mutex, annotated (the analysis treats it as not re-entrant: a
-// function that takes it again while holding it says so with LMX_NO_THREAD_SAFETY_ANALYSIS).
-class LMX_CAPABILITY("mutex") RecursiveMutex {
- public:
-  void lock() LMX_ACQUIRE() { mutex_.lock(); }
-  void unlock() LMX_RELEASE() { mutex_.unlock(); }
-
- private:
-  std::recursive_mutex mutex_;
-};
-
 // std::lock_guard for an annotated lock.
 template <class Lock>
 class LMX_SCOPED_CAPABILITY LockGuard {
