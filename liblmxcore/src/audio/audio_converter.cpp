@@ -172,10 +172,12 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
   for (;;) {
     const int32_t frames = std::min((available - srcPos) / src_info.nchannels, bufLen - lastread);
     if (frames <= 0) break;
+    // What MixChannels(source + srcPos, src_info, inBuf + lastread, monoInfo, frames)
+    // does, without its checks, which hold here.
     if (floatMono) {
       kernels.floatToPcm16(floatSource + srcPos, inBuf + lastread, frames);
     } else {
-      MixChannels(source + srcPos, src_info, inBuf + lastread, monoInfo, frames);
+      kernels.mixToMono(source + srcPos, src_info.nchannels, inBuf + lastread, frames);
     }
     srcPos += frames * src_info.nchannels;
     lastread += frames;

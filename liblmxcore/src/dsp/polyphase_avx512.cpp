@@ -15,6 +15,8 @@
 #include "dsp/polyphase_body.h"
 #include "dsp/polyphase_lanes.h"
 
+#include <utility>
+
 namespace lmx {
 namespace {
 
@@ -122,12 +124,125 @@ LMX_INLINE bool RunWholeFactor(const float* rows, int32_t length, int32_t phases
   }
 }
 
+// Down-sampling by a whole factor M (one phase, step M, 2 <= M <= kMaxDecimation).
+// Output o reads samples n + o * M - half + k, so with the input split into M
+// streams (stream r holding samples r, r + M, r + 2M, ... of the block), tap k
+// of 16 consecutive outputs is 16 consecutive entries of stream k % M: one load
+// per tap and output vector, and no lane carries a zero tap. Each output is one
+// chain of fused multiply-adds over its taps in ascending order, as in the lanes
+// body, so the two give identical outputs. The input is split a block of
+// kDecimationVectors output vectors at a time; a block's vectors all share
+// each tap's broadcast.
+constexpr int kMaxDecimation = 8;
+constexpr int kDecimationVectors = 16;
+constexpr int kMaxStreamVectors = kDecimationVectors + 512 / 2 / 16 + 1;  // a block and the taps' reach
+
+// For each factor, each stream's lanes as indexes into pairs of input vectors
+// (sample r + M * i of 16 * M is lane (r + M * i) % 32 of pair (r + M * i) / 32)
+// and, per pair, the lanes it supplies.
+struct DecimationOrder {
+  alignas(64) int32_t index[kMaxDecimation + 1][kMaxDecimation][16];
+  uint16_t masks[kMaxDecimation + 1][kMaxDecimation][(kMaxDecimation + 1) / 2];
+  constexpr DecimationOrder() : index(), masks() {
+    for (int m = 2; m <= kMaxDecimation; ++m)
+      for (int r = 0; r < m; ++r)
+        for (int i = 0; i < 16; ++i) {
+          const int e = r + m * i;
+          index[m][r][i] = e % 32;
+          masks[m][r][e / 32] = static_cast<uint16_t>(masks[m][r][e / 32] | (1u << i));
+        }
+  }
+};
+
+template <int kVectors>
+LMX_INLINE void AccumulateDecimated(const float* taps, int32_t length, int32_t factor, const float* streams,
+                                    __m512* acc) {
+  for (int v = 0; v < kVectors; ++v) acc[v] = _mm512_setzero_ps();
+  int32_t r = 0, q = 0;  // tap k = q * factor + r
+  for (int32_t k = 0; k < length; ++k) {
+    const __m512 tap = _mm512_set1_ps(taps[k]);
+    const float* s = streams + r * kMaxStreamVectors * 16 + q;
+#pragma GCC unroll 16
+    for (int v = 0; v < kVectors; ++v) acc[v] = _mm512_fmadd_ps(tap, _mm512_loadu_ps(s + 16 * v), acc[v]);
+    if (++r == factor) r = 0, ++q;
+  }
+}
+
+// GCC 12 warns of the undefined pass-through inside its own AVX-512 min/max
+// intrinsics once this block is unrolled (a false positive).
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wuninitialized"
+template <int kVectors>
+void DecimateBlock(const float* taps, int32_t length, int32_t factor, const float* streams, float gain, int16_t* out,
+                   int32_t count) {
+  __m512 acc[kVectors];
+  AccumulateDecimated<kVectors>(taps, length, factor, streams, acc);
+#pragma GCC unroll 16
+  for (int v = 0; v < kVectors; ++v) {
+    const int32_t left = std::min(16, count - 16 * v);
+    _mm256_mask_storeu_epi16(out + 16 * v, static_cast<__mmask16>((1u << left) - 1u), ToPcm16(acc[v], gain));
+  }
+}
+
+#pragma GCC diagnostic pop
+
+template <int... kVectors>
+void DecimateBlock(int32_t vectors, const float* taps, int32_t length, int32_t factor, const float* streams, float gain,
+                   int16_t* out, int32_t count, std::integer_sequence<int, kVectors...>) {
+  using Block = void (*)(const float*, int32_t, int32_t, const float*, float, int16_t*, int32_t);
+  static constexpr Block kBlocks[] = {DecimateBlock<kVectors + 1>...};
+  kBlocks[vectors - 1](taps, length, factor, streams, gain, out, count);
+}
+
+void RunDecimate(const float* taps, int32_t length, int32_t factor, const float* x, int64_t position, int32_t count,
+                 float gain, int16_t* out) {
+  static constexpr DecimationOrder kOrder;
+  alignas(64) float streams[kMaxDecimation][kMaxStreamVectors * 16];
+  const int32_t half = length / 2;
+  const int32_t reach = (length - 1) / factor / 16 + 1;  // stream vectors the taps read past a block's outputs
+  for (int32_t done = 0; done < count;) {
+    const int32_t outputs = std::min(16 * kDecimationVectors, count - done);
+    const int32_t vectors = (outputs + 15) / 16;
+    // Samples the block's outputs read; the split reads no further (zeros after).
+    const float* block = x + position + static_cast<int64_t>(done) * factor - half;
+    const int64_t samples = static_cast<int64_t>(outputs - 1) * factor + length;
+    for (int32_t c = 0; c < vectors + reach; ++c) {
+      __m512 in[kMaxDecimation + 1];
+      for (int32_t j = 0; j < factor; ++j) {
+        const int64_t at = (static_cast<int64_t>(c) * factor + j) * 16;
+        const int64_t left = std::clamp<int64_t>(samples - at, 0, 16);
+        in[j] = _mm512_maskz_loadu_ps(static_cast<__mmask16>((1u << left) - 1u), block + at);
+      }
+      in[factor] = in[factor - 1];
+      for (int32_t r = 0; r < factor; ++r) {
+        const __m512i index = _mm512_load_si512(kOrder.index[factor][r]);
+        __m512 lanes = _mm512_permutex2var_ps(in[0], index, in[1]);
+        for (int32_t pair = 1; 2 * pair < factor; ++pair)
+          lanes = _mm512_mask_mov_ps(lanes, kOrder.masks[factor][r][pair],
+                                     _mm512_permutex2var_ps(in[2 * pair], index, in[2 * pair + 1]));
+        _mm512_store_ps(streams[r] + 16 * c, lanes);
+      }
+    }
+    DecimateBlock(vectors, taps, length, factor, streams[0], gain, out + done, outputs,
+                  std::make_integer_sequence<int, kDecimationVectors>());
+    done += outputs;
+  }
+}
+
 // Sixteen lanes in one register.
 struct Lanes512 {
   using Acc = __m512;
   static constexpr int kChains = 8;
   static LMX_INLINE __m512 Zero() { return _mm512_setzero_ps(); }
-  static LMX_INLINE __m512 Load(const float* v) { return _mm512_load_ps(v); }
+  // The tap vector is pinned in a register: left to itself, the compiler loads it
+  // again for every super period and broadcasts the sample instead, two loads per
+  // multiply-add rather than one (the vector loaded once, the sample broadcast from
+  // memory by the multiply-add itself).
+  static LMX_INLINE __m512 Load(const float* v) {
+    __m512 t = _mm512_load_ps(v);
+    __asm__("" : "+v"(t));
+    return t;
+  }
   static LMX_INLINE __m512 Fma(__m512 t, float x, __m512 acc) { return _mm512_fmadd_ps(t, _mm512_set1_ps(x), acc); }
   // Stores lanes from..to-1 at out.
   static LMX_INLINE void Store(__m512 acc, float gain, int16_t* out, int from, int to) {
@@ -155,6 +270,8 @@ void PolyphaseBlock_AVX512(const FloatPolyphaseBank& bank, const float* x, int64
 void PolyphaseLanes_AVX512(const LanesPolyphaseBank& bank, const float* x, int64_t position, int32_t count, float gain,
                            int16_t* out) {
   if (bank.step == 1 && RunWholeFactor(bank.rows, bank.length, bank.phases, x, position, count, gain, out)) return;
+  if (bank.phases == 1 && bank.step <= kMaxDecimation && bank.length <= 512)
+    return RunDecimate(bank.rows, bank.length, bank.step, x, position, count, gain, out);
   RunLanes<Lanes512>(bank, x, position, count, gain, out);
 }
 

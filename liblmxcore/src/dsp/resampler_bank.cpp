@@ -13,11 +13,15 @@ namespace lmx::dsp {
 namespace {
 
 constexpr std::align_val_t kVectorAlignment{64};
-// The lanes layout: super periods of at most this many outputs (so that a
-// 480-frame chunk spans several and they share vector loads), at most this many
-// bytes, and only where it needs fewer vectors per output than this fraction of
-// the taps (the per-output path's cost).
-constexpr int64_t kMaxSuperPeriod = 512;
+// The lanes layout: super periods of one period of at most kMaxPeriod outputs,
+// or of several periods up to kMaxSuperPeriod outputs (so that a 480-frame chunk
+// spans several super periods: each tap vector is loaded once for all of them,
+// from the first-level cache; at 48000 -> 44100, super periods of three periods
+// made every vector a load from the second level and the run 28 % slower), at
+// most this many bytes, and only where it needs fewer vectors per output than
+// this fraction of the taps (the per-output path's cost).
+constexpr int64_t kMaxPeriod = 512;
+constexpr int64_t kMaxSuperPeriod = 160;
 constexpr int64_t kMaxLanesBytes = 256 << 10;
 constexpr double kMaxVectorsPerTap = 1.0 / 8.0;
 
@@ -72,7 +76,7 @@ LanesShape ChooseShape(const FilterKey& key) {
   double bestCost = kMaxVectorsPerTap * key.length;
   for (int64_t periods = 1; periods <= kLanes; ++periods) {
     const int64_t outputs = periods * key.phases;
-    if (outputs > kMaxSuperPeriod) break;
+    if (outputs > (periods == 1 ? kMaxPeriod : kMaxSuperPeriod)) break;
     const int64_t groups = (outputs + kLanes - 1) / kLanes;
     int64_t vectors = 0;
     for (int64_t g = 0; g < groups; ++g) vectors = std::max(vectors, GroupVectors(key, outputs, g));

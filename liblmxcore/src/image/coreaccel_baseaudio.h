@@ -98,7 +98,11 @@ class AudioSysMem final : public BaseAudio {
                                         AudioSysMem** result);
 
  private:
-  uint8_t* block_ = nullptr;
+  // Blocks up to this size are allocated with the object (Create); DestroyObject's
+  // unsized delete frees both.
+  static constexpr int64_t kTrailingBlockBytes = 64 << 10;
+  static constexpr size_t kTrailingAlignment = 16;
+  uint8_t* block_ = nullptr;  // a block allocated apart from the object, owned
 };
 
 }  // namespace lmx

@@ -24,9 +24,22 @@ AudioSysMem::~AudioSysMem() {
 
 Status AudioSysMem::Create(const AudioInfo& info, int32_t format, const AudioData* adopt, uint32_t options,
                            AudioSysMem** result) {
-  auto* storage = new (std::nothrow) AudioSysMem(info, format, options);
+  // A block of at most kTrailingBlockBytes lives right after the object, in the same
+  // allocation: a converter's output of a 10 ms chunk is one allocation, not two.
+  const Checked bytes = CheckedMul(info.bufferSize, SampleBytes(static_cast<AudioFormat>(format)));
+  const bool trailing = !adopt && IsSize32(bytes) && *bytes <= kTrailingBlockBytes;
+  const size_t objectBytes = (sizeof(AudioSysMem) + kTrailingAlignment - 1) / kTrailingAlignment * kTrailingAlignment;
+  void* memory = ::operator new(
+      trailing ? objectBytes + static_cast<size_t>(std::max<int64_t>(*bytes, 1)) : sizeof(AudioSysMem), std::nothrow);
+  auto* storage = memory ? new (memory) AudioSysMem(info, format, options) : nullptr;
   if (result) *result = storage;
   if (!storage) return LMX_STATUS_ALLOC_FAILED;
+  if (trailing) {
+    storage->nativeData_ = AudioData{};
+    storage->nativeData_.dataPtr = static_cast<uint8_t*>(memory) + objectBytes;
+    storage->nativeData_.format = storage->info.format;
+    return LMX_STATUS_NO_ERROR;
+  }
   if (adopt) {
     storage->nativeData_ = *adopt;
     if (!storage->nativeData_.format) storage->nativeData_.format = static_cast<AudioFormat>(format);

@@ -25,7 +25,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <cstddef>
 #include <map>
+#include <memory_resource>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -224,10 +226,14 @@ class MultiBuffer : public MultiBufferFace<BASE, MultiBuffer<BASE, INFO, DATA>>,
   std::vector<Base*> attached_;
   std::map<int32_t, NativeBuffer> buffers LMX_GUARDED_BY(lock);
   // The outstanding acquisitions: each caller's record and the buffer it holds. A
-  // handful at most, searched in order; the vector keeps its room, so acquiring an
-  // object that has been acquired before allocates nothing.
-  std::vector<std::pair<DATA*, NativeBuffer*>> access_list LMX_GUARDED_BY(lock);
-  typename std::vector<std::pair<DATA*, NativeBuffer*>>::iterator FindAccess(DATA* data) LMX_REQUIRES(lock) {
+  // handful at most, searched in order. The vector keeps its room, which starts in
+  // the object itself, so acquiring an object allocates nothing (up to four
+  // acquisitions at once; beyond them the room comes from the heap, and stays).
+  using AccessRecord = std::pair<DATA*, NativeBuffer*>;
+  alignas(AccessRecord) std::byte accessRoom_[8 * sizeof(AccessRecord)];
+  std::pmr::monotonic_buffer_resource accessArena_{accessRoom_, sizeof(accessRoom_)};
+  std::pmr::vector<AccessRecord> access_list LMX_GUARDED_BY(lock){&accessArena_};
+  typename std::pmr::vector<AccessRecord>::iterator FindAccess(DATA* data) LMX_REQUIRES(lock) {
     return std::find_if(access_list.begin(), access_list.end(),
                         [data](const auto& entry) { return entry.first == data; });
   }
