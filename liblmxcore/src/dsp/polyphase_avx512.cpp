@@ -194,35 +194,58 @@ void DecimateBlock(int32_t vectors, const float* taps, int32_t length, int32_t f
   kBlocks[vectors - 1](taps, length, factor, streams, gain, out, count);
 }
 
+// Splits `samples` samples at `block` into kFactor streams of `chunks` vectors,
+// zeros past the samples: each chunk of 16 * kFactor samples is one vector of
+// every stream.
+template <int kFactor>
+void SplitStreams(const float* block, int64_t samples, int32_t chunks, float (*streams)[kMaxStreamVectors * 16]) {
+  static constexpr DecimationOrder kOrder;
+  __m512i index[kFactor];
+  for (int r = 0; r < kFactor; ++r) index[r] = _mm512_load_si512(kOrder.index[kFactor][r]);
+  const int64_t whole = std::min<int64_t>(chunks, samples / (16 * kFactor));  // chunks read without a mask
+  for (int32_t c = 0; c < chunks; ++c) {
+    const float* at = block + static_cast<int64_t>(c) * 16 * kFactor;
+    __m512 in[kFactor + 1];
+    for (int j = 0; j < kFactor; ++j) {
+      if (c < whole) {
+        in[j] = _mm512_loadu_ps(at + 16 * j);
+      } else {
+        const int64_t left = std::clamp<int64_t>(samples - (static_cast<int64_t>(c) * kFactor + j) * 16, 0, 16);
+        in[j] = _mm512_maskz_loadu_ps(static_cast<__mmask16>((1u << left) - 1u), at + 16 * j);
+      }
+    }
+    in[kFactor] = in[kFactor - 1];
+    for (int r = 0; r < kFactor; ++r) {
+      __m512 lanes = _mm512_permutex2var_ps(in[0], index[r], in[1]);
+      for (int pair = 1; 2 * pair < kFactor; ++pair)
+        lanes = _mm512_mask_mov_ps(lanes, kOrder.masks[kFactor][r][pair],
+                                   _mm512_permutex2var_ps(in[2 * pair], index[r], in[2 * pair + 1]));
+      _mm512_store_ps(streams[r] + 16 * c, lanes);
+    }
+  }
+}
+
+template <int... kFactors>
+void SplitStreams(int32_t factor, const float* block, int64_t samples, int32_t chunks,
+                  float (*streams)[kMaxStreamVectors * 16], std::integer_sequence<int, kFactors...>) {
+  using Split = void (*)(const float*, int64_t, int32_t, float(*)[kMaxStreamVectors * 16]);
+  static constexpr Split kSplits[] = {SplitStreams<kFactors + 2>...};
+  kSplits[factor - 2](block, samples, chunks, streams);
+}
+
 void RunDecimate(const float* taps, int32_t length, int32_t factor, const float* x, int64_t position, int32_t count,
                  float gain, int16_t* out) {
-  static constexpr DecimationOrder kOrder;
   alignas(64) float streams[kMaxDecimation][kMaxStreamVectors * 16];
   const int32_t half = length / 2;
   const int32_t reach = (length - 1) / factor / 16 + 1;  // stream vectors the taps read past a block's outputs
   for (int32_t done = 0; done < count;) {
     const int32_t outputs = std::min(16 * kDecimationVectors, count - done);
     const int32_t vectors = (outputs + 15) / 16;
-    // Samples the block's outputs read; the split reads no further (zeros after).
+    // Samples the block's outputs read; the split reads no further.
     const float* block = x + position + static_cast<int64_t>(done) * factor - half;
     const int64_t samples = static_cast<int64_t>(outputs - 1) * factor + length;
-    for (int32_t c = 0; c < vectors + reach; ++c) {
-      __m512 in[kMaxDecimation + 1];
-      for (int32_t j = 0; j < factor; ++j) {
-        const int64_t at = (static_cast<int64_t>(c) * factor + j) * 16;
-        const int64_t left = std::clamp<int64_t>(samples - at, 0, 16);
-        in[j] = _mm512_maskz_loadu_ps(static_cast<__mmask16>((1u << left) - 1u), block + at);
-      }
-      in[factor] = in[factor - 1];
-      for (int32_t r = 0; r < factor; ++r) {
-        const __m512i index = _mm512_load_si512(kOrder.index[factor][r]);
-        __m512 lanes = _mm512_permutex2var_ps(in[0], index, in[1]);
-        for (int32_t pair = 1; 2 * pair < factor; ++pair)
-          lanes = _mm512_mask_mov_ps(lanes, kOrder.masks[factor][r][pair],
-                                     _mm512_permutex2var_ps(in[2 * pair], index, in[2 * pair + 1]));
-        _mm512_store_ps(streams[r] + 16 * c, lanes);
-      }
-    }
+    SplitStreams(factor, block, samples, vectors + reach, streams,
+                 std::make_integer_sequence<int, kMaxDecimation - 1>());
     DecimateBlock(vectors, taps, length, factor, streams[0], gain, out + done, outputs,
                   std::make_integer_sequence<int, kDecimationVectors>());
     done += outputs;
