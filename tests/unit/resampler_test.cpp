@@ -141,8 +141,8 @@ std::vector<uint32_t> Variants() {
 // phase, whole factors up, many phases (160: whole groups; 147 and 441: a partial
 // last group), and the per-output block where lanes do not pay (48000 -> 8000).
 const std::pair<int32_t, int32_t> kRatePairs[] = {
-    {48000, 16000}, {44100, 48000}, {16000, 48000}, {44100, 16000}, {8000, 44100}, {8000, 16000}, {16000, 64000},
-    {8000, 48000},  {48000, 44100}, {48000, 8000},  {32000, 16000}, {40000, 8000}, {64000, 8000}};
+    {48000, 16000}, {44100, 48000}, {16000, 48000}, {44100, 16000}, {8000, 44100}, {8000, 16000},  {16000, 64000},
+    {8000, 48000},  {48000, 44100}, {48000, 8000},  {32000, 16000}, {40000, 8000}, {16000, 16000}, {64000, 8000}};
 
 // The fast path rounds the taps to float and sums in another order: an output may
 // differ from the double reference by 1, never more, and only rarely (an error in

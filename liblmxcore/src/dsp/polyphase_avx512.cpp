@@ -293,7 +293,7 @@ void PolyphaseBlock_AVX512(const FloatPolyphaseBank& bank, const float* x, int64
 void PolyphaseLanes_AVX512(const LanesPolyphaseBank& bank, const float* x, int64_t position, int32_t count, float gain,
                            int16_t* out) {
   if (bank.step == 1 && RunWholeFactor(bank.rows, bank.length, bank.phases, x, position, count, gain, out)) return;
-  if (bank.phases == 1 && bank.step <= kMaxDecimation && bank.length <= 512)
+  if (bank.phases == 1 && bank.step >= 2 && bank.step <= kMaxDecimation && bank.length <= 512)
     return RunDecimate(bank.rows, bank.length, bank.step, x, position, count, gain, out);
   RunLanes<Lanes512>(bank, x, position, count, gain, out);
 }
