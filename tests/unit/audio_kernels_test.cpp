@@ -59,34 +59,36 @@ TEST_F(AudioKernelsTest, MixToMonoMatchesScalarForEveryLayout) {
 }
 
 TEST_F(AudioKernelsTest, SampleConversionsMatchScalar) {
-  const AudioKernelTable simd = SelectAudioKernels(kCpuHasAVX2);
   std::uniform_real_distribution<float> dist(-1.5f, 1.5f);
-  for (int32_t n : {0, 1, 15, 16, 17, 33, 1000}) {
-    std::vector<float> in(n);
-    for (auto& x : in) x = dist(rng_);
-    const float specials[] = {std::numeric_limits<float>::quiet_NaN(),
-                              std::numeric_limits<float>::infinity(),
-                              -std::numeric_limits<float>::infinity(),
-                              0.5f / 32768,
-                              1.5f / 32768,
-                              -0.5f / 32768,
-                              32767.5f / 32768,
-                              -1.0f,
-                              1.0f};
-    for (int32_t i = 0; i < n && i < 9; ++i) in[i] = specials[i];
-    std::vector<int16_t> ref(n + 1, 1), opt(n + 1, 2);
-    FloatToPcm16_C(in.data(), ref.data(), n);
-    simd.floatToPcm16(in.data(), opt.data(), n);
-    ref.pop_back();
-    opt.pop_back();
-    ASSERT_EQ(ref, opt) << n;
+  for (const uint32_t features : {uint32_t{kCpuHasAVX2}, kCpuHasAVX2 | kCpuHasAVX512BW})
+    for (int32_t n : {0, 1, 15, 16, 17, 33, 1000}) {
+      if ((DetectedCpuFeatures() & features) != features) continue;
+      const AudioKernelTable simd = SelectAudioKernels(features);
+      std::vector<float> in(n);
+      for (auto& x : in) x = dist(rng_);
+      const float specials[] = {std::numeric_limits<float>::quiet_NaN(),
+                                std::numeric_limits<float>::infinity(),
+                                -std::numeric_limits<float>::infinity(),
+                                0.5f / 32768,
+                                1.5f / 32768,
+                                -0.5f / 32768,
+                                32767.5f / 32768,
+                                -1.0f,
+                                1.0f};
+      for (int32_t i = 0; i < n && i < 9; ++i) in[i] = specials[i];
+      std::vector<int16_t> ref(n + 1, 1), opt(n + 1, 2);
+      FloatToPcm16_C(in.data(), ref.data(), n);
+      simd.floatToPcm16(in.data(), opt.data(), n);
+      ref.pop_back();
+      opt.pop_back();
+      ASSERT_EQ(ref, opt) << n;
 
-    std::vector<int16_t> pcm = RandomPcm(n);
-    std::vector<float> fref(n), fopt(n);
-    Pcm16ToFloat_C(pcm.data(), fref.data(), n);
-    simd.pcm16ToFloat(pcm.data(), fopt.data(), n);
-    if (n) {
-      ASSERT_EQ(0, std::memcmp(fref.data(), fopt.data(), n * sizeof(float))) << n;
+      std::vector<int16_t> pcm = RandomPcm(n);
+      std::vector<float> fref(n), fopt(n);
+      Pcm16ToFloat_C(pcm.data(), fref.data(), n);
+      simd.pcm16ToFloat(pcm.data(), fopt.data(), n);
+      if (n) {
+        ASSERT_EQ(0, std::memcmp(fref.data(), fopt.data(), n * sizeof(float))) << n;
+      }
     }
-  }
 }

@@ -132,6 +132,10 @@ void MixToMono_AVX2(const int16_t* src, int32_t channels, int16_t* dst, int32_t 
 void PolyphaseBlock_AVX2(const FloatPolyphaseBank& bank, const float* x, int64_t position, int32_t count, float gain,
                          int16_t* out);
 
+// AVX-512 bodies of the sample conversions (kCpuHasAVX512BW).
+void FloatToPcm16_AVX512(const float* src, int16_t* dst, int32_t count);
+void Pcm16ToFloat_AVX512(const int16_t* src, float* dst, int32_t count);
+
 // AVX-512 body of the polyphase block: more outputs share each load; outputs
 // identical to the AVX2 body's except for up-sampling by 2, 3 or 4 (see above).
 // Only call it when CpuFeatures() has kCpuHasAVX512BW as well.

@@ -60,6 +60,10 @@ AudioKernelTable SelectAudioKernels(uint32_t features) {
       table.polyphaseBlock = PolyphaseBlock_AVX2;
       table.polyphaseLanes = PolyphaseLanes_AVX2;
     }
+    if (features & kCpuHasAVX512BW) {
+      table.floatToPcm16 = FloatToPcm16_AVX512;
+      table.pcm16ToFloat = Pcm16ToFloat_AVX512;
+    }
     if ((features & kCpuHasFMA) && (features & kCpuHasAVX512BW)) {
       table.polyphaseBlock = PolyphaseBlock_AVX512;
       table.polyphaseLanes = PolyphaseLanes_AVX512;
