@@ -160,6 +160,12 @@ FAULTS = [
     ("A09", "liblmxcore/src/dsp/polyphase_lanes.h", "x + (base + r * bank.inputs + bank.offsets[g + k]);",
      "x + (base + r * bank.inputs + bank.offsets[g]);",
      "resampler lanes: the second of two groups computed reads the first group's samples"),
+    ("A10", "liblmxcore/src/dsp/polyphase_avx512.cpp", "const int32_t reach = (length - 1) / factor / 16 + 1;",
+     "const int32_t reach = (length - 1) / factor / 16;",
+     "down-sampling body: the streams end before the last outputs' taps"),
+    ("A11", "liblmxcore/src/dsp/audio_kernels_avx512.cpp",
+     "y = _mm512_maskz_mov_ps(_mm512_cmp_ps_mask(y, y, _CMP_ORD_Q), y);", "",
+     "float -> PCM (AVX-512): NaN no longer becomes 0"),
 ]
 
 
