@@ -41,6 +41,8 @@ AudioConverter::~AudioConverter() { FreeResampler(); }
 void AudioConverter::FreeResampler() {
   FreeSamples(inBuf);
   FreeSamples(outBuf);
+  if (floats_) ::operator delete[](floats_, kSampleAlignment);
+  floats_ = nullptr;
   vkpsResamplePolyphaseFixedRelease_16s(state);
   std::free(state);
   inBuf = outBuf = nullptr;
@@ -114,6 +116,11 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
     outBuf = AllocateSamples(static_cast<int64_t>(outSamples) + 2);
     LMX_CHECK(inBuf && outBuf, LMX_STATUS_HANDLE_INVALID);
     std::memset(inBuf, 0, static_cast<size_t>(history) * sizeof(int16_t));  // the stream starts after silence
+    const size_t floatCount =
+        static_cast<size_t>(history + bufLen + kConverterPresets.inputSpare + 2 * kResamplerFloatPad);
+    floats_ = static_cast<float*>(::operator new[](floatCount * sizeof(float), kSampleAlignment, std::nothrow));
+    LMX_CHECK(floats_, LMX_STATUS_ALLOC_FAILED);
+    std::fill_n(floats_, floatCount, 0.0f);  // the silence, and finite pads
     srcRate = src_info.sampleRate;
     dstRate = dst_info.sampleRate;
     LoggingService* logger = lmsdk::LogUtil::GetLogger();
@@ -172,13 +179,18 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
   for (;;) {
     const int32_t frames = std::min((available - srcPos) / src_info.nchannels, bufLen - lastread);
     if (frames <= 0) break;
-    // What MixChannels(source + srcPos, src_info, inBuf + lastread, monoInfo, frames)
-    // does, without its checks, which hold here.
+    // The 16-bit mono samples (for a mixed source, what MixChannels(source + srcPos,
+    // src_info, inBuf + lastread, monoInfo, frames) gives, without its checks, which
+    // hold here), held as their float images: a 16-bit mono source is read
+    // straight into them, others pass through inBuf.
+    float* ring = floats_ + kResamplerFloatPad;
     if (floatMono) {
       kernels.floatToPcm16(floatSource + srcPos, inBuf + lastread, frames);
-    } else {
+    } else if (src_info.nchannels > 1) {
       kernels.mixToMono(source + srcPos, src_info.nchannels, inBuf + lastread, frames);
     }
+    kernels.pcm16ToFloat(floatMono || src_info.nchannels > 1 ? inBuf + lastread : source + srcPos, ring + lastread,
+                         frames);
     srcPos += frames * src_info.nchannels;
     lastread += frames;
 
@@ -188,9 +200,13 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
     const int64_t most = std::max<int64_t>(count, 0) * dstRate / srcRate + 2;
     const bool direct = destination && dst_info.nchannels == 1 && dstOffset + most <= dst_info2.bufferSize;
     int32_t outLen = 0;
-    VkpStatus vsts = kVkpOk;
-    if (LMX_CALL_FAILED(vsts, vkpsResamplePolyphaseFixed_16s(inBuf, count, direct ? destination + dstOffset : outBuf,
-                                                             0.98f, &time, &outLen, state))) {
+    const VkpStatus vsts = vkpsResamplePolyphaseFixed_32f(ring, count, direct ? destination + dstOffset : outBuf, 0.98f,
+                                                          &time, &outLen, state);
+    // Logged as the 16-bit run it stands for.
+    if (lmx::detail::CallFailed(vsts,
+                                "vkpsResamplePolyphaseFixed_16s(inBuf, lastread - history - (int)time, outBuf, 0.98f, "
+                                "&time, &outLen, state)",
+                                LMX_LOG_SOURCE_FILE, __LINE__, LMX_FUNCSIG)) {
       dst->ReleaseAccess(&dst_data);
       src->ReleaseAccess(&src_data);
       return LMX_STATUS_DEVICE_FAILED;
@@ -207,7 +223,7 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
     // Keep the history before the next output position and whatever follows it.
     const int32_t consumed = static_cast<int32_t>(time) - history;
     const int32_t kept = lastread + history - static_cast<int32_t>(time);
-    std::memmove(inBuf, inBuf + consumed, static_cast<size_t>(kept) * sizeof(int16_t));
+    std::memmove(ring, ring + consumed, static_cast<size_t>(kept) * sizeof(float));
     lastread = kept;
     time -= consumed;
   }

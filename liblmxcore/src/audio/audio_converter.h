@@ -52,6 +52,11 @@ class AudioConverter final : public Norvik::Lumetra::BaseImpl<LMXAudioConversion
   int32_t lastread = 0;
   uint8_t* state = nullptr;
   LMXAudio::AudioInfo monoInfo{0, LMXAudio::AUDIO_FORMAT_PCM, 0, 1, 0, {0, 0, 0}};
+  // The mono signal inBuf describes (history, then input not yet consumed) as the
+  // resampler reads it: each 16-bit sample's float image, s * 2^-15, between pads
+  // of kResamplerFloatPad finite samples. The 16-bit samples themselves pass
+  // through inBuf only where they are made (a mix, a float source's rounding).
+  float* floats_ = nullptr;
 };
 
 // The export table's audio converter factory. Like every factory of the table, arguments 2

@@ -22,7 +22,7 @@ constexpr int32_t kMaxLength = 512;
 // whole pass of the audio converter (a block and the filter's reach), and room on
 // each side for the samples a lanes group reads beyond its outputs' windows.
 constexpr int32_t kFloatSpan = kConverterPresets.block + 2 * kConverterPresets.history;
-constexpr int32_t kMaxReach = kMaxLength;  // a layout reaching further is not worth it (resampler_bank.cpp)
+constexpr int32_t kMaxReach = kResamplerFloatPad;  // a layout reaching further is not worth it (resampler_bank.cpp)
 
 // The state's header: the bank is the shared one (resampler_bank.h), held through
 // a reference the state owns until released.
@@ -36,6 +36,7 @@ struct ResamplerState {
   lmx::PolyphaseBlockFn polyphaseBlock;  // null: the double path
   lmx::PolyphaseLanesFn polyphaseLanes;  // null: polyphaseBlock
   lmx::Pcm16ToFloatFn pcm16ToFloat;
+  lmx::FloatToPcm16Fn floatToPcm16;
 };
 
 struct Ratio {
@@ -100,7 +101,8 @@ VkpStatus vkpsResamplePolyphaseFixedInit_16s(int32_t inRate, int32_t outRate, in
                               kernels.innerProduct,
                               kernels.polyphaseBlock,
                               lanes ? kernels.polyphaseLanes : nullptr,
-                              kernels.pcm16ToFloat};
+                              kernels.pcm16ToFloat,
+                              kernels.floatToPcm16};
   std::memcpy(state, &header, sizeof(header));
   return kVkpOk;
 }
@@ -112,9 +114,42 @@ void vkpsResamplePolyphaseFixedRelease_16s(uint8_t* state) {
   std::memset(state, 0, sizeof(ResamplerState));
 }
 
-VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16_t* out, float norm, double* time,
-                                         int32_t* outLen, uint8_t* state) {
-  if (!in || !out || !time || !outLen || !state) return kVkpNullPointer;
+namespace {
+
+// A run's input: 16-bit samples, or their float images (s * 2^-15) with
+// kResamplerFloatPad finite samples on each side of the windows.
+struct RunInput {
+  const int16_t* pcm;
+  const float* floats;
+};
+
+// Scales, rounds and saturates the double reference's sum.
+void RunReference(const ResamplerState& header, const ResamplerBank& bank, const int16_t* in, int64_t position,
+                  int64_t endPosition, double gain, int16_t* out, int32_t* produced) {
+  const double* taps64 = bank.Taps();
+  const int64_t phases = header.phases;
+  const int32_t half = header.taps / 2;
+  for (; position < endPosition; position += header.step) {
+    const int64_t n = position / phases;
+    const int64_t p = position % phases;
+    out[(*produced)++] =
+        RoundAndSaturate(header.innerProduct(taps64 + p * header.taps, in + (n - half), header.taps) * gain);
+  }
+}
+
+// The fast body over float samples at x, `position` counted from x[0].
+void RunFast(const ResamplerState& header, const ResamplerBank& bank, const float* x, int64_t position, int32_t outputs,
+             float gain, int16_t* out) {
+  const lmx::LanesPolyphaseBank* lanes = header.polyphaseLanes ? bank.Lanes() : nullptr;
+  if (lanes && lanes->reach <= kMaxReach) {
+    header.polyphaseLanes(*lanes, x, position, outputs, gain, out);
+  } else {
+    header.polyphaseBlock(bank.Floats(), x, position, outputs, gain, out);
+  }
+}
+
+VkpStatus Run(RunInput in, int32_t count, int16_t* out, float norm, double* time, int32_t* outLen, uint8_t* state) {
+  if (!(in.pcm || in.floats) || !out || !time || !outLen || !state) return kVkpNullPointer;
   const ResamplerState* header = Checked(state);
   if (!header) return kVkpBadState;
   const double start = *time;
@@ -145,17 +180,23 @@ VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16
   int32_t produced = 0;
   int64_t position = startPosition;
   const ResamplerBank& bank = **header->bank;
-  if (header->polyphaseBlock) {
-    // Fast path: spans of the input in float (s * 2^-15, exact; the gain is scaled
-    // back by 2^15, also exact), each holding the windows of a run of outputs;
-    // for the lanes body, between zeros as far as its groups read.
-    const lmx::FloatPolyphaseBank floatBank = bank.Floats();
+  // Float samples are s * 2^-15 (exact both ways); the fast body's gain is scaled
+  // back by 2^15, also exact.
+  const float gain = norm * 32768.0f;
+  if (header->polyphaseBlock && in.floats) {
+    // Read in place.
+    const int64_t outputs = endPosition > position ? (endPosition - position + step - 1) / step : 0;
+    RunFast(*header, bank, in.floats, position, static_cast<int32_t>(outputs), gain, out);
+    produced = static_cast<int32_t>(outputs);
+    position += outputs * step;
+  } else {
+    // Spans of the input in the other form, each holding the windows of a run of
+    // outputs; float spans lie between zeros as far as the lanes body reads.
     const lmx::LanesPolyphaseBank* lanes = header->polyphaseLanes ? bank.Lanes() : nullptr;
-    if (lanes && lanes->reach > kMaxReach) lanes = nullptr;
-    const int32_t reach = lanes ? lanes->reach : 0;
-    const float gain = norm * 32768.0f;
-    alignas(64) float buffer[kFloatSpan + 2 * kMaxReach];
-    float* span = buffer + reach;
+    const int32_t reach = lanes && lanes->reach <= kMaxReach ? lanes->reach : 0;
+    alignas(64) float floats[kFloatSpan + 2 * kMaxReach];
+    alignas(64) int16_t pcm[kFloatSpan];
+    float* span = floats + reach;
     while (position < endPosition) {
       // Outputs whose window ends inside the span: n + half <= first - half + kFloatSpan.
       const int64_t first = position / phases;
@@ -163,33 +204,37 @@ VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16
       const int64_t outputs = (limit - position + step - 1) / step;
       const int64_t last = (position + (outputs - 1) * step) / phases;
       const int32_t valid = static_cast<int32_t>(last - first + taps);
-      header->pcm16ToFloat(in + (first - half), span, valid);
-      if (lanes) {
-        std::memset(buffer, 0, static_cast<size_t>(reach) * sizeof(float));
+      const int64_t local = position - (first - half) * phases;  // position counted from the span's start
+      if (header->polyphaseBlock) {
+        header->pcm16ToFloat(in.pcm + (first - half), span, valid);
+        std::memset(floats, 0, static_cast<size_t>(reach) * sizeof(float));
         std::memset(span + valid, 0, static_cast<size_t>(reach) * sizeof(float));
-        header->polyphaseLanes(*lanes, span, position - (first - half) * phases, static_cast<int32_t>(outputs), gain,
-                               out + produced);
+        RunFast(*header, bank, span, local, static_cast<int32_t>(outputs), gain, out + produced);
+        produced += static_cast<int32_t>(outputs);
+      } else if (in.pcm) {
+        RunReference(*header, bank, in.pcm, position, limit, norm, out, &produced);
       } else {
-        header->polyphaseBlock(floatBank, span, position - (first - half) * phases, static_cast<int32_t>(outputs), gain,
-                               out + produced);
+        header->floatToPcm16(in.floats + (first - half), pcm, valid);  // exact: the samples are 16-bit values
+        RunReference(*header, bank, pcm, local, local + (limit - position), norm, out, &produced);
       }
-      produced += static_cast<int32_t>(outputs);
       position += outputs * step;
-    }
-  } else {
-    const double* taps64 = bank.Taps();
-    const lmx::InnerProductFn innerProduct = header->innerProduct;
-    const double gain = norm;
-    for (; position < endPosition; position += step) {
-      const int64_t n = position / phases;
-      const int64_t p = position % phases;
-      double acc = innerProduct(taps64 + p * taps, in + (n - half), taps);
-      out[produced++] = RoundAndSaturate(acc * gain);
     }
   }
   *time = static_cast<double>(position / phases) + static_cast<double>(position % phases) / static_cast<double>(phases);
   *outLen = produced;
   return kVkpOk;
+}
+
+}  // namespace
+
+VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16_t* out, float norm, double* time,
+                                         int32_t* outLen, uint8_t* state) {
+  return Run({in, nullptr}, count, out, norm, time, outLen, state);
+}
+
+VkpStatus vkpsResamplePolyphaseFixed_32f(const float* in, int32_t count, int16_t* out, float norm, double* time,
+                                         int32_t* outLen, uint8_t* state) {
+  return Run({nullptr, in}, count, out, norm, time, outLen, state);
 }
 
 }  // namespace lmx::dsp

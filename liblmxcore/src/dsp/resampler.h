@@ -102,6 +102,15 @@ VkpStatus vkpsResamplePolyphaseFixedInit_16s(int32_t inRate, int32_t outRate, in
 VkpStatus vkpsResamplePolyphaseFixed_16s(const int16_t* in, int32_t count, int16_t* out, float norm, double* time,
                                          int32_t* outLen, uint8_t* state);
 
+// The same run over the samples' float images (s * 2^-15, so exactly the 16-bit
+// values), read in place: besides the windows, `in` must hold kResamplerFloatPad
+// finite samples before the first output's window and after the last one's (the
+// outputs-in-lanes body reads zero-weighted samples there). The outputs are those
+// of vkpsResamplePolyphaseFixed_16s on the 16-bit samples.
+inline constexpr int32_t kResamplerFloatPad = 512;
+VkpStatus vkpsResamplePolyphaseFixed_32f(const float* in, int32_t count, int16_t* out, float norm, double* time,
+                                         int32_t* outLen, uint8_t* state);
+
 // Drops the state's reference to its bank; the state is then no longer set up.
 // Null or not set up: nothing to do.
 void vkpsResamplePolyphaseFixedRelease_16s(uint8_t* state);
