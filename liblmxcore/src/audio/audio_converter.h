@@ -3,8 +3,9 @@
 // Fed the consecutive chunks of one stream, it mixes each chunk down to mono
 // 16-bit, resamples it with a 64-tap polyphase filter and stores it into a new
 // audio object of the requested rate. Between calls it keeps the filter bank, the
-// last `history` input samples (plus any not yet consumed) and the fractional read
-// position, so each chunk continues where the previous one ended; the output of a
+// last `history` input samples (plus any not yet consumed; held as the float
+// images the resampler reads in place, so a chunk is converted once) and the
+// fractional read position, so each chunk continues where the previous one ended; the output of a
 // call ends `history` input samples before the end of its input, plus the
 // fraction of a sample the call's read position started at. So the chunking moves
 // where one call's output stops by less than one input sample, never the samples:
