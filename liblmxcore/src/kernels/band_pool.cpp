@@ -53,21 +53,36 @@ constexpr uint32_t Generation(uint32_t word) { return word & ~(kGenerationStep -
 // The word without its flags: what a caller waiting for a run compares.
 constexpr uint32_t Live(uint32_t word) { return word & ~(kStop | kWaiter); }
 
+int64_t NowNs() {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
 // One job's bands, taken one at a time by whoever runs them.
 struct Bands {
   const BandJob& job;
   int32_t band_units;
   int32_t count;
   std::atomic<int32_t> next{0};
+  int64_t handed_ns = NowNs();              // when the hand-off began
+  std::atomic<int64_t> first_helper_ns{0};  // when a band thread first picked the job up
 
-  void RunAll() {
+  // Runs bands until none is left; returns how many this thread ran.
+  int32_t RunAll() {
+    int32_t ran = 0;
     for (int32_t b = next.fetch_add(1, std::memory_order_relaxed); b < count;
-         b = next.fetch_add(1, std::memory_order_relaxed)) {
+         b = next.fetch_add(1, std::memory_order_relaxed), ++ran) {
       const int32_t begin = b * band_units;
       job.run(job.body, begin, std::min(begin + band_units, job.units));
     }
+    return ran;
   }
 };
+
+// Sums over the banded jobs since load, for BandedJobTimings.
+struct {
+  std::atomic<int64_t> handoff_ns{0}, helper_start_ns{0}, helper_starts{0}, caller_bands{0}, bands{0};
+} g_timings;
 
 // Set on band threads and on a caller while it runs bands: a conversion started
 // from inside a band runs on its own thread.
@@ -95,6 +110,8 @@ uint32_t BandThread(void* argument) {
     }
     // The caller may take the hand-off back until this exchange succeeds.
     if (!slot.word.compare_exchange_strong(word, Generation(word) | kRunning, std::memory_order_acquire)) continue;
+    int64_t unset = 0;
+    slot.bands->first_helper_ns.compare_exchange_strong(unset, NowNs(), std::memory_order_relaxed);
     slot.bands->RunAll();
     uint32_t before = slot.word.load(std::memory_order_relaxed);
     while (!slot.word.compare_exchange_weak(before, (Generation(word) + kGenerationStep) | kIdle | (before & kStop),
@@ -204,6 +221,13 @@ int64_t SetBandThresholdBytes(int64_t bytes) { return detail::g_band_threshold_b
 
 uint64_t BandedJobCount() { return g_banded.load(std::memory_order_relaxed); }
 
+BandTimings BandedJobTimings() {
+  return {g_timings.handoff_ns.load(std::memory_order_relaxed) / 1000,
+          g_timings.helper_start_ns.load(std::memory_order_relaxed) / 1000,
+          g_timings.helper_starts.load(std::memory_order_relaxed),
+          g_timings.caller_bands.load(std::memory_order_relaxed), g_timings.bands.load(std::memory_order_relaxed)};
+}
+
 namespace detail {
 
 void RunBandJob(const BandJob& job) {
@@ -243,10 +267,18 @@ void RunBandJob(const BandJob& job) {
     return;
   }
   g_banded.fetch_add(1, std::memory_order_relaxed);
+  g_timings.handoff_ns.fetch_add(NowNs() - bands.handed_ns, std::memory_order_relaxed);
   t_in_band = true;
-  bands.RunAll();
+  const int32_t ran = bands.RunAll();
   t_in_band = false;
   for (int32_t i = 0; i < count; ++i) Finish(*handed[i], generations[i]);
+  // Finish ordered the band threads' stores before these reads.
+  if (const int64_t first = bands.first_helper_ns.load(std::memory_order_relaxed)) {
+    g_timings.helper_start_ns.fetch_add(first - bands.handed_ns, std::memory_order_relaxed);
+    g_timings.helper_starts.fetch_add(1, std::memory_order_relaxed);
+  }
+  g_timings.caller_bands.fetch_add(ran, std::memory_order_relaxed);
+  g_timings.bands.fetch_add(bands.count, std::memory_order_relaxed);
 }
 
 }  // namespace detail

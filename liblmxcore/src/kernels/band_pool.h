@@ -46,6 +46,15 @@ int64_t SetBandThresholdBytes(int64_t bytes);
 // How many jobs have been split across threads since load (tests, benchmarks).
 uint64_t BandedJobCount();
 
+// Where a banded job's time goes, summed over the banded jobs since load
+// (benchmarks): the caller's time handing bands to idle threads (the wake-up
+// calls), the time from the hand-off's start until a band thread picked the job
+// up (over the jobs where one did), and how many bands the caller ran of all.
+struct BandTimings {
+  int64_t handoff_us, helper_start_us, helper_starts, caller_bands, bands;
+};
+BandTimings BandedJobTimings();
+
 namespace detail {
 
 // Work a frame must move before a second thread pays off. Waking an idle band
