@@ -98,7 +98,7 @@ Status ConvertImageBuffer(const Norvik::Lumetra::Image::ImageInfo* src_info,
 
 // Converts `src` into `mid` and on into `dst` in one pass, for a conversion that
 // names mid's format as its intermediate and has a one-pass kernel: NV12 through
-// YUY2 to BGRA or RGBA, same sizes, no rotation. Both destinations then hold
+// YUY2 to BGRA, RGBA, BGR or RGB, same sizes, no rotation. Both destinations then hold
 // what the two conversions would have written. Any other triple, or a kernel
 // refusal, answers a negative status with nothing written: the caller converts
 // in two steps, which gives the statuses of its own.

@@ -115,14 +115,15 @@ Status NV12ToYUY2(const uint8_t* src_y, int32_t src_y_pitch, const uint8_t* src_
   return LMX_STATUS_NO_ERROR;
 }
 
-Status NV12ToYUY2ToFourChannel(const uint8_t* src_y, int32_t src_y_pitch, const uint8_t* src_uv, int32_t src_uv_pitch,
-                               uint8_t* dst_yuy2, int32_t dst_yuy2_pitch, uint8_t* dst, int32_t dst_pitch,
-                               int32_t width, int32_t height, bool rgba, uint8_t alpha) {
+Status NV12ToYUY2ToColour(const uint8_t* src_y, int32_t src_y_pitch, const uint8_t* src_uv, int32_t src_uv_pitch,
+                          uint8_t* dst_yuy2, int32_t dst_yuy2_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
+                          int32_t height, int32_t order) {
   if (!src_y || !dst_yuy2 || !dst || (height >= 2 && !src_uv)) return LMX_STATUS_HANDLE_INVALID;
-  if (width < 2 || height < 1) return LMX_STATUS_PARAM_UNSUPPORTED;
+  if (width < 2 || height < 1 || order < kColourBGRA || order > kColourRGB) return LMX_STATUS_PARAM_UNSUPPORTED;
   if (static_cast<int64_t>(width) * 4 > std::numeric_limits<int>::max()) return LMX_STATUS_PARAM_UNSUPPORTED;
   const RowKernels& k = ActiveRowKernels();
-  const RowAlphaFn colour = rgba ? k.yuy2_to_rgba : k.yuy2_to_bgra;
+  const RowAlphaFn four[] = {k.yuy2_to_bgra, k.yuy2_to_rgba};
+  const RowFn three[] = {k.yuy2_to_bgr, k.yuy2_to_rgb};
   // Each YUY2 row is turned into colour right after it is written, while it is
   // still in the first-level cache: the second step never reads memory.
   RunBands(height, 2, PlaneWork(width, height, 8), [&](int32_t begin, int32_t end) {
@@ -130,7 +131,11 @@ Status NV12ToYUY2ToFourChannel(const uint8_t* src_y, int32_t src_y_pitch, const 
       uint8_t* yuy2 = Row(dst_yuy2, dst_yuy2_pitch, r);
       NV12RowToYUY2(k.nv12_to_yuy2, Row(src_y, src_y_pitch, r), ChromaRow(src_uv, src_uv_pitch, height, r), yuy2,
                     width);
-      colour(yuy2, Row(dst, dst_pitch, r), width, alpha);
+      if (order <= kColourRGBA) {
+        four[order](yuy2, Row(dst, dst_pitch, r), width, 255);
+      } else {
+        three[order - kColourBGR](yuy2, Row(dst, dst_pitch, r), width);
+      }
     }
   });
   return LMX_STATUS_NO_ERROR;
