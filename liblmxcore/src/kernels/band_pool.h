@@ -8,8 +8,9 @@
 // threshold (24 MiB by default: see kDefaultBandThresholdBytes), when the thread limit is 1, when the caller is itself
 // running a band (a conversion inside a band), or when no band thread is idle. Otherwise the range is cut into bands of
 // about half a MiB of work each (at least a few per thread), idle band threads are handed the job and the caller takes
-// bands too; it returns once every band has run. A caller waits only for bands that a thread took from its own job: a
-// busy thread is never waited for, so a conversion never stalls behind another frame's bands.
+// bands too (the caller from the front, band threads from the back); it returns once every band has run. A caller waits
+// only for bands that a thread took from its own job: a busy thread is never waited for, so a conversion never stalls
+// behind another frame's bands.
 //
 // Memory ordering: everything the bands wrote is visible to the caller when
 // RunBands returns.
