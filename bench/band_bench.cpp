@@ -112,6 +112,7 @@ void Object(benchmark::State& state, const Pair& pair, Size size, int32_t thread
       (allocator->CreateImage(&info, 0, nullptr, &image) < 0 || !Write(image, pair, size, src) || !Read(image, pair)))
     state.SkipWithError("access refused");
   const uint64_t banded = lmx::BandedJobCount();
+  const lmx::BandTimings before = lmx::BandedJobTimings();
   for (auto _ : state) {
     state.PauseTiming();
     if (fresh && image) {
@@ -126,7 +127,19 @@ void Object(benchmark::State& state, const Pair& pair, Size size, int32_t thread
       break;
     }
   }
-  state.counters["banded"] = static_cast<double>(lmx::BandedJobCount() - banded) / state.iterations();
+  const double jobs = static_cast<double>(lmx::BandedJobCount() - banded);
+  state.counters["banded"] = jobs / state.iterations();
+  if (jobs > 0) {
+    // Per banded job: the caller's wake-up calls, the band thread's start after
+    // the hand-off, and the caller's share of the bands.
+    const lmx::BandTimings after = lmx::BandedJobTimings();
+    state.counters["handoff_us"] = static_cast<double>(after.handoff_us - before.handoff_us) / jobs;
+    const auto starts = static_cast<double>(after.helper_starts - before.helper_starts);
+    if (starts > 0)
+      state.counters["start_us"] = static_cast<double>(after.helper_start_us - before.helper_start_us) / starts;
+    state.counters["caller_share"] =
+        static_cast<double>(after.caller_bands - before.caller_bands) / static_cast<double>(after.bands - before.bands);
+  }
   lmx::SetConversionThreadLimit(0);
   if (threshold >= 0) lmx::SetBandThresholdBytes(threshold);
   if (image) image->Release();

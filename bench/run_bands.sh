@@ -5,7 +5,8 @@
 # speed-up, libyuv's time on one thread and the ratio libyuv / all threads (above
 # 1 we are faster); the same into a new image per frame (new planes: page
 # faults); the memory ceiling (a 4K plane copied on one thread and on all); and,
-# below 4K, the default threshold beside banding forced at any size.
+# below 4K, the default threshold beside banding forced at any size; and, per
+# banded conversion, where the time of the hand-off goes.
 # Repetitions in random interleaving, medians of real time: the machine must be
 # otherwise idle. Extra arguments go to the benchmark.
 set -eu
@@ -17,12 +18,13 @@ bench_target=band_bench
 echo "$machine, $(nproc) logical processors, load before: $(cut -d' ' -f1-3 /proc/loadavg)"
 python3 - "$json" <<'PY'
 import json, sys
-rows = {}
+rows, counters = {}, {}
 for b in json.load(open(sys.argv[1]))["benchmarks"]:
     if b.get("run_type") == "aggregate" and b.get("aggregate_name") != "median":
         continue
     pair, size, side = b.get("run_name", b["name"]).split("/")[:3]
     rows.setdefault((pair, size), {})[side] = b["real_time"]
+    counters[(pair, size, side)] = b
 print("| conversion | size | one thread us | all threads us | speed-up | libyuv us | libyuv / all "
       "| new image per frame: one / all us | speed-up |")
 print("|---|---|---|---|---|---|---|---|---|")
@@ -36,6 +38,15 @@ if ("Memcpy", "3840x2160") in rows:
     print()
     print(f"Memory ceiling, 33 MB copied in bands: one thread {t['One']:.0f} us, all threads {t['All']:.0f} us, "
           f"speed-up {t['One'] / t['All']:.2f}")
+print()
+print("| conversion, all threads | size | banded jobs per frame | caller's share of bands | caller's hand-off us "
+      "| band thread picks the job up after us |")
+print("|---|---|---|---|---|---|")
+for (pair, size), t in rows.items():
+    c = counters.get((pair, size, "All"), {})
+    if c.get("banded", 0) > 0 and "handoff_us" in c:
+        print(f"| {pair} | {size} | {c['banded']:.0f} | {c['caller_share']:.2f} | {c['handoff_us']:.0f} | "
+              f"{c.get('start_us', float('nan')):.0f} |")
 print()
 print("| conversion | size | one thread us | banding allowed us | allowed / one | banded at any size us | forced / one |")
 print("|---|---|---|---|---|---|---|")

@@ -168,6 +168,20 @@ TEST(ImageMultiBuffer, IntermediatePassesReachAFormatAndGiveUpAfterThree) {
   EXPECT_NE(lines[2].find("BGR(*)"), std::string::npos);
   image->Release();
 
+  // NV12 -> BGRA through YUY2 runs in one pass, logged and stored as two steps.
+  capture->Clear();
+  ImageObject* nv12 = NewImage(8, 2, Image::PIXEL_FORMAT_NV12);
+  WriteAll(nv12, 8, 9);
+  ASSERT_EQ(Read(nv12, kBGRA, &data), LMX_STATUS_NO_ERROR);
+  nv12->ReleaseAccess(&data);
+  EXPECT_TRUE(nv12->IsBufferValid(Image::PIXEL_FORMAT_YUY2));
+  EXPECT_EQ(
+      Conversions(capture),
+      (std::vector<std::string>{
+          "Format conversion [NV12(*),BGRA(invalid)] -> BGRA conversion failed interm_format=YUY2",
+          "Format conversion [YUY2,NV12(*),BGRA(invalid)] -> YUY2", "Format conversion [YUY2(*),NV12,BGRA] -> BGRA"}));
+  nv12->Release();
+
   capture->Clear();
   ImageObject* looping = NewImage(8, 2, Image::PIXEL_FORMAT_YUY2);
   WriteAll(looping, 16, 0);

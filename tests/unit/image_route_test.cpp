@@ -165,6 +165,34 @@ TEST(ConvertImageBuffer, BandsGiveTheBytesOfOneThread) {
   EXPECT_GT(BandedJobCount(), banded);
 }
 
+// NV12 through YUY2 to colour in one banded pass: both
+// destinations hold the bytes of the two steps on one thread; other triples are
+// refused with nothing written.
+TEST(ConvertImageBuffer, OnePassThroughTheIntermediateGivesTheTwoSteps) {
+  const int64_t threshold = SetBandThresholdBytes(0);
+  FixedDepthScale none;
+  constexpr int32_t NV12 = Image::PIXEL_FORMAT_NV12, YUY2 = Image::PIXEL_FORMAT_YUY2;
+  for (auto [width, height] : {std::pair{2, 1}, {7, 5}, {129, 67}}) {
+    for (int32_t to : {Image::PIXEL_FORMAT_BGRA, Image::PIXEL_FORMAT_RGBA, Image::PIXEL_FORMAT_BGR,
+                       Image::PIXEL_FORMAT_RGB, Image::PIXEL_FORMAT_Y16}) {
+      SCOPED_TRACE(testing::Message() << width << "x" << height << " " << to);
+      Buffer src(width, height, NV12), mid(width, height, YUY2, 7), dst(width, height, to, 7);
+      Buffer one_mid(width, height, YUY2, 7), one_dst(width, height, to, 8);
+      SetConversionThreadLimit(1);
+      ASSERT_EQ(Convert(src, one_mid, none), LMX_STATUS_NO_ERROR);
+      const bool refused = Convert(one_mid, one_dst, none) < 0;  // YUY2 -> Y16 has no kernel
+      SetConversionThreadLimit(4);
+      EXPECT_EQ(ConvertThroughIntermediate(&src.info, &src.data, &mid.info, &mid.data, &dst.info, &dst.data) < 0,
+                refused);
+      Buffer untouched_mid(width, height, YUY2, 7), untouched_dst(width, height, to, 7);
+      EXPECT_TRUE(mid.Same(refused ? untouched_mid.planes : one_mid.planes));
+      EXPECT_TRUE(dst.Same(refused ? untouched_dst.planes : one_dst.planes));
+    }
+  }
+  SetConversionThreadLimit(0);
+  SetBandThresholdBytes(threshold);
+}
+
 TEST(DepthScale, ShiftFromScale) {
   lmxtest::ScopedCapture capture;
   for (auto [scale, expected] : {std::pair{1.0f, 0}, {0.125f, 3}, {0.126f, 3}, {4.0f, -2}}) {

@@ -2,8 +2,10 @@
 // dispatch, the conversion table, and the depth scale rules.
 #include "image/coreaccel_baseimage_route.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 
 #include "image/pixel_format_table.h"
 #include "kernels/pixel_kernels.h"
@@ -283,6 +285,25 @@ Status FixedDepthScale::GetDepthScale(float* scale) {
   if (!has_scale_ || !scale) return LMX_STATUS_FEATURE_UNSUPPORTED;
   *scale = scale_;
   return LMX_STATUS_NO_ERROR;
+}
+
+Status ConvertThroughIntermediate(const Image::ImageInfo* src_info, const Image::ImageData* src,
+                                  const Image::ImageInfo* mid_info, const Image::ImageData* mid,
+                                  const Image::ImageInfo* dst_info, const Image::ImageData* dst) {
+  LMX_CHECK(src_info && src && mid_info && mid && dst_info && dst, LMX_STATUS_HANDLE_INVALID);
+  // NV12 names YUY2 on its way to colour: those ends go in one pass.
+  const int32_t orders[][2] = {{BGRA, kColourBGRA}, {RGBA, kColourRGBA}, {BGR, kColourBGR}, {RGB, kColourRGB}};
+  const auto order = std::find_if(std::begin(orders), std::end(orders),
+                                  [&](const int32_t(&pair)[2]) { return pair[0] == dst_info->format; });
+  if (src_info->format != NV12 || mid_info->format != YUY2 || order == std::end(orders))
+    return LMX_STATUS_PARAM_UNSUPPORTED;
+  for (const Image::ImageInfo* info : {mid_info, dst_info})
+    if (info->width != src_info->width || info->height != src_info->height) return LMX_STATUS_PARAM_UNSUPPORTED;
+  for (const Image::ImageInfo* info : {src_info, mid_info, dst_info})
+    if (!PlanesFitInt32(*info)) return LMX_STATUS_PARAM_UNSUPPORTED;
+  return NV12ToYUY2ToColour(src->planes[0], src->pitches[0], src->planes[1], src->pitches[1], mid->planes[0],
+                            mid->pitches[0], dst->planes[0], dst->pitches[0], src_info->width, src_info->height,
+                            (*order)[1]);
 }
 
 Status ConvertImageBuffer(const Image::ImageInfo* src_info, const Image::ImageData* src,

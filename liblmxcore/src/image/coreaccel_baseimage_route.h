@@ -96,4 +96,17 @@ Status ConvertImageBuffer(const Norvik::Lumetra::Image::ImageInfo* src_info,
                           const Norvik::Lumetra::Image::ImageData* dst, DepthScaleSource& depth,
                           Norvik::Lumetra::Image::PixelFormat* interm, ConversionHandOff* handOff = nullptr);
 
+// Converts `src` into `mid` and on into `dst` in one pass, for a conversion that
+// names mid's format as its intermediate and has a one-pass kernel: NV12 through
+// YUY2 to BGRA, RGBA, BGR or RGB, same sizes, no rotation. Both destinations then hold
+// what the two conversions would have written. Any other triple, or a kernel
+// refusal, answers a negative status with nothing written: the caller converts
+// in two steps, which gives the statuses of its own.
+Status ConvertThroughIntermediate(const Norvik::Lumetra::Image::ImageInfo* src_info,
+                                  const Norvik::Lumetra::Image::ImageData* src,
+                                  const Norvik::Lumetra::Image::ImageInfo* mid_info,
+                                  const Norvik::Lumetra::Image::ImageData* mid,
+                                  const Norvik::Lumetra::Image::ImageInfo* dst_info,
+                                  const Norvik::Lumetra::Image::ImageData* dst);
+
 }  // namespace lmx

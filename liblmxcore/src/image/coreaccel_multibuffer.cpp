@@ -11,6 +11,7 @@
 #include <string>
 #include <thread>
 
+#include "image/coreaccel_baseimage_route.h"
 #include "image/coreaccel_emu.h"
 #include "image/coreaccel_multibuffer.h"
 #include "lmxutils.h"
@@ -40,6 +41,14 @@ std::wstring KeyName(int32_t key) {
 Status MultiBufferTraits<BaseImage>::CreateStorage(BaseImage& object, const ImageInfo& info, int32_t key,
                                                    const ImageData* adopt, int32_t options, BaseImage** storage) {
   return CreateImageSysMem(info, key, adopt, options, object.GetMemoryProvider(), storage);
+}
+
+Status MultiBufferTraits<BaseImage>::ConvertThrough(BaseImage& object, ImageInfo* src_info, ImageData* src,
+                                                    ImageInfo* mid_info, ImageData* mid, ImageInfo* dst_info,
+                                                    ImageData* dst) {
+  if (Base* provider = object.GetMemoryProvider(); provider && provider->QueryInstance<LMXCustomImageFormat>())
+    return LMX_STATUS_PARAM_UNSUPPORTED;
+  return ConvertThroughIntermediate(src_info, src, mid_info, mid, dst_info, dst);
 }
 
 Status MultiBufferTraits<BaseAudio>::CreateStorage(BaseAudio& /*object*/, const AudioInfo& info, int32_t key,
@@ -142,7 +151,7 @@ Status MultiBuffer<BASE, INFO, DATA>::AcquireAccessMulti(Access access, void* ac
     // The conversion named an intermediate format: convert into it, then try again
     // from it alone (interm keeps its value and restricts the next source).
     DATA local{};
-    if (InternalAcquireAccess(BASE::ACCESS_READ, accelerator, interm, &local, true, nullptr) < 0) return sts;
+    if (InternalAcquireAccess(BASE::ACCESS_READ, accelerator, interm, &local, true, nullptr, key) < 0) return sts;
     ReleaseAccess(&local);
     if (++passes >= kMaxIntermediatePasses) return sts;
   }
@@ -150,7 +159,8 @@ Status MultiBuffer<BASE, INFO, DATA>::AcquireAccessMulti(Access access, void* ac
 
 template <class BASE, class INFO, class DATA>
 Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void* /*accelerator*/, int32_t key,
-                                                            DATA* data, bool bAllocationAllowed, Format* interm) {
+                                                            DATA* data, bool bAllocationAllowed, Format* interm,
+                                                            int32_t onward) {
   LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "MultiBuffer::InternalAcquireAccess");
   LMX_CHECK(access == BASE::ACCESS_WRITE || access == BASE::ACCESS_READ || access == BASE::ACCESS_READ_WRITE,
             LMX_STATUS_PARAM_UNSUPPORTED);
@@ -181,6 +191,7 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
   if ((access & BASE::ACCESS_READ) && !native->valid) {
     LMX_CHECK(bAllocationAllowed, LMX_STATUS_ITEM_UNAVAILABLE);
     const NativeBuffer* tried = nullptr;
+    NativeBuffer* through = nullptr;  // the onward buffer, when converted in the same pass
     bool converted = false;
     for (auto& [sourceKey, source] : buffers) {
       if (!source.valid || !source.buffer || &source == native) continue;
@@ -188,6 +199,10 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
       INFO dstInfo = Traits::Describe(native->buffer);
       if (sourceFormat != 0 && sourceFormat != srcInfo.format) continue;
       tried = &source;
+      if (onward && ConvertOnward(source, *native, onward, &through)) {
+        converted = true;
+        break;
+      }
       DATA dst{};
       DATA src{};
       if (native->buffer->AcquireNativeAccess(BASE::ACCESS_WRITE, kStorageConversionOption, &dst) < 0) continue;
@@ -199,30 +214,15 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
       source.buffer->ReleaseNativeAccess(&src);
       native->buffer->ReleaseNativeAccess(&dst);
       if (copied >= 0) {
-        native->valid = 1;
         converted = true;
         break;
       }
     }
-
-    const int32_t named = interm ? static_cast<int32_t>(*interm) : 0;
-    LoggingService* logger = lmsdk::LogUtil::GetLogger();
-    if (Traits::kLogsConversion && logger->IsLevelEnabled(LOG_LEVEL_DEBUG)) {  // images only
-      std::wostringstream line;
-      line << L"Format conversion [";
-      bool first = true;
-      for (const auto& [entryKey, entry] : buffers) {
-        if (!first) line << L",";
-        first = false;
-        line << KeyName(entryKey);
-        if (!entry.valid) line << L"(invalid)";
-        if (&entry == tried) line << L"(*)";
-      }
-      line << L"] -> " << KeyName(format);
-      if (!converted) line << L" conversion failed";
-      if (named) line << L" interm_format=" << KeyName(named);
-      const int32_t level = named ? LOG_LEVEL_DEBUG : (converted ? LOG_LEVEL_VERBOSE : LOG_LEVEL_ERROR);
-      logger->LogW(level, line.str().c_str(), LMX_LOG_SOURCE_FILE, __LINE__, LMX_FUNCSIG);
+    if (converted) native->valid = 1;
+    LogConversion(tried, format, converted, interm ? static_cast<int32_t>(*interm) : 0);
+    if (through) {
+      through->valid = 1;
+      LogConversion(native, onward, true, 0);
     }
     if (!converted) return LMX_STATUS_PARAM_UNSUPPORTED;
   }
@@ -239,6 +239,49 @@ Status MultiBuffer<BASE, INFO, DATA>::InternalAcquireAccess(Access access, void*
   // the lock; a release store spares the full fence of the default order.
   if (writing) m_bWriteFinished.store(false, std::memory_order_release);
   return LMX_STATUS_NO_ERROR;
+}
+
+template <class BASE, class INFO, class DATA>
+bool MultiBuffer<BASE, INFO, DATA>::ConvertOnward(NativeBuffer& source, NativeBuffer& mid, int32_t onward,
+                                                  NativeBuffer** through) {
+  auto it = buffers.find(onward);
+  if (it == buffers.end() || !it->second.buffer || it->second.valid) return false;
+  BASE* ends[] = {source.buffer, mid.buffer, it->second.buffer};
+  INFO infos[3];
+  DATA planes[3]{};
+  int acquired = 0;
+  for (; acquired < 3; ++acquired) {
+    infos[acquired] = Traits::Describe(ends[acquired]);
+    const Access access = acquired ? BASE::ACCESS_WRITE : BASE::ACCESS_READ;
+    if (ends[acquired]->AcquireNativeAccess(access, kStorageConversionOption, &planes[acquired]) < 0) break;
+  }
+  const bool done = acquired == 3 && Traits::ConvertThrough(*this, &infos[0], &planes[0], &infos[1], &planes[1],
+                                                            &infos[2], &planes[2]) >= 0;
+  for (int i = acquired - 1; i >= 0; --i) ends[i]->ReleaseNativeAccess(&planes[i]);
+  if (done) *through = &it->second;
+  return done;
+}
+
+template <class BASE, class INFO, class DATA>
+void MultiBuffer<BASE, INFO, DATA>::LogConversion(const NativeBuffer* tried, int32_t format, bool converted,
+                                                  int32_t named) {
+  LoggingService* logger = lmsdk::LogUtil::GetLogger();
+  if (!Traits::kLogsConversion || !logger->IsLevelEnabled(LOG_LEVEL_DEBUG)) return;  // images only
+  std::wostringstream line;
+  line << L"Format conversion [";
+  bool first = true;
+  for (const auto& [entryKey, entry] : buffers) {
+    if (!first) line << L",";
+    first = false;
+    line << KeyName(entryKey);
+    if (!entry.valid) line << L"(invalid)";
+    if (&entry == tried) line << L"(*)";
+  }
+  line << L"] -> " << KeyName(format);
+  if (!converted) line << L" conversion failed";
+  if (named) line << L" interm_format=" << KeyName(named);
+  const int32_t level = named ? LOG_LEVEL_DEBUG : (converted ? LOG_LEVEL_VERBOSE : LOG_LEVEL_ERROR);
+  logger->LogW(level, line.str().c_str(), LMX_LOG_SOURCE_FILE, __LINE__, LMX_FUNCSIG);
 }
 
 template <class BASE, class INFO, class DATA>

@@ -82,6 +82,12 @@ struct MultiBufferTraits<BaseImage> {
     return description;
   }
   static int32_t CountPlanes(const ImageInfo* info) { return QueryPlaneInfo(info, 0, nullptr); }
+  // A conversion through an intermediate format in one pass
+  // (ConvertThroughIntermediate), unless the object's memory provider converts:
+  // it is offered each step.
+  static Norvik::Lumetra::Status ConvertThrough(BaseImage& object, ImageInfo* src_info, ImageData* src,
+                                                ImageInfo* mid_info, ImageData* mid, ImageInfo* dst_info,
+                                                ImageData* dst);
   // 2 for depth-like native formats, 1 otherwise.
   static int32_t ObserverKind(int32_t nativeFormat) { return IsDepthLike(nativeFormat) ? 2 : 1; }
 };
@@ -95,6 +101,10 @@ struct MultiBufferTraits<BaseAudio> {
   static Norvik::Lumetra::Status CreateStorage(BaseAudio& object, const AudioInfo& info, int32_t key,
                                                const AudioData* adopt, int32_t options, BaseAudio** storage);
   static AudioInfo Describe(BaseAudio* storage) { return storage->QueryInfo(); }
+  static Norvik::Lumetra::Status ConvertThrough(BaseAudio&, AudioInfo*, AudioData*, AudioInfo*, AudioData*, AudioInfo*,
+                                                AudioData*) {
+    return Norvik::Lumetra::LMX_STATUS_PARAM_UNSUPPORTED;
+  }
   // One block of samples for the two sample formats; none for any other code.
   static int32_t CountPlanes(const AudioInfo* info) {
     return info->format == LMXAudio::AUDIO_FORMAT_PCM || info->format == LMXAudio::AUDIO_FORMAT_IEEE_FLOAT ? 1 : 0;
@@ -200,9 +210,12 @@ class MultiBuffer : public MultiBufferFace<BASE, MultiBuffer<BASE, INFO, DATA>>,
   // The retry loop around InternalAcquireAccess, with up to three intermediate passes.
   Status AcquireAccessMulti(Access access, void* accelerator, int32_t key, DATA* data);
   // One attempt: wait for a write to finish, find or create the buffer, convert
-  // into it when reading a stale buffer, hand out its planes.
+  // into it when reading a stale buffer, hand out its planes. `onward`, when not
+  // 0, is the key this buffer is an intermediate for: where a one-pass kernel
+  // exists, its stale buffer is converted in the same pass (and logged as if
+  // converted next).
   Status InternalAcquireAccess(Access access, void* accelerator, int32_t key, DATA* data, bool bAllocationAllowed,
-                               Format* interm);
+                               Format* interm, int32_t onward = 0);
   // The buffer of a key, created (adopting data, or allocating) when absent.
   Status GetBuffer(INFO* info, int32_t key, DATA* data, int32_t options, bool bAllocationAllowed,
                    NativeBuffer** native);
@@ -218,6 +231,12 @@ class MultiBuffer : public MultiBufferFace<BASE, MultiBuffer<BASE, INFO, DATA>>,
 
  private:
   Status Init(INFO* info, DATA* data, int32_t options);
+  // Converts `source` into `mid` and on into the stale buffer of key `onward` in
+  // one pass; true when done (`mid` and the onward buffer then both hold the content).
+  bool ConvertOnward(NativeBuffer& source, NativeBuffer& mid, int32_t onward, NativeBuffer** through)
+      LMX_REQUIRES(lock);
+  // The "Format conversion [...]" line of a conversion into `format`.
+  void LogConversion(const NativeBuffer* tried, int32_t format, bool converted, int32_t named) LMX_REQUIRES(lock);
   void DropBuffers() LMX_REQUIRES(lock);
 
   lmx::RefCount refCount_;  // the count, the release handler and the dependents

@@ -53,21 +53,45 @@ constexpr uint32_t Generation(uint32_t word) { return word & ~(kGenerationStep -
 // The word without its flags: what a caller waiting for a run compares.
 constexpr uint32_t Live(uint32_t word) { return word & ~(kStop | kWaiter); }
 
-// One job's bands, taken one at a time by whoever runs them.
+int64_t NowNs() {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+// One job's bands, taken one at a time by whoever runs them: the caller from
+// the front, band threads from the back. Each thread then streams through a
+// region of its own instead of every other band (two threads at 4K took 5 to
+// 35% less time so), and the caller starts where the frame begins.
 struct Bands {
   const BandJob& job;
   int32_t band_units;
   int32_t count;
-  std::atomic<int32_t> next{0};
+  // The bands not yet taken, [front, back): back in the high half, front in the low.
+  std::atomic<uint64_t> left{static_cast<uint64_t>(count) << 32};
+  int64_t handed_ns = NowNs();              // when the hand-off began
+  std::atomic<int64_t> first_helper_ns{0};  // when a band thread first picked the job up
 
-  void RunAll() {
-    for (int32_t b = next.fetch_add(1, std::memory_order_relaxed); b < count;
-         b = next.fetch_add(1, std::memory_order_relaxed)) {
-      const int32_t begin = b * band_units;
+  // Runs bands until none is left; returns how many this thread ran.
+  int32_t RunAll(bool from_back) {
+    int32_t ran = 0;
+    uint64_t word = left.load(std::memory_order_relaxed);
+    for (;;) {
+      const auto front = static_cast<uint32_t>(word), back = static_cast<uint32_t>(word >> 32);
+      if (front >= back) return ran;
+      const uint64_t taken = from_back ? word - (uint64_t{1} << 32) : word + 1;
+      if (!left.compare_exchange_weak(word, taken, std::memory_order_relaxed)) continue;
+      const int32_t begin = static_cast<int32_t>(from_back ? back - 1 : front) * band_units;
       job.run(job.body, begin, std::min(begin + band_units, job.units));
+      ++ran;
+      word = left.load(std::memory_order_relaxed);
     }
   }
 };
+
+// Sums over the banded jobs since load, for BandedJobTimings.
+struct {
+  std::atomic<int64_t> handoff_ns{0}, helper_start_ns{0}, helper_starts{0}, caller_bands{0}, bands{0};
+} g_timings;
 
 // Set on band threads and on a caller while it runs bands: a conversion started
 // from inside a band runs on its own thread.
@@ -85,6 +109,12 @@ uint32_t BandThread(void* argument) {
   char name[16];
   std::snprintf(name, sizeof name, "lmx-band-%d", static_cast<int>(slot.number));
   platform::NameCurrentThread(name);
+  // Woken while the other processors are busy, a band thread must not take the
+  // caller's processor from it: it waits for a time slice, and the caller, out
+  // of bands, takes back a hand-off not yet started. (Preempting its waker, a
+  // band thread held the caller off its processor for 0.4 to 1.5 ms per frame
+  // on a busy machine.)
+  platform::NeverPreemptOnWake();
   t_in_band = true;
   for (;;) {
     uint32_t word = slot.word.load(std::memory_order_acquire);
@@ -95,7 +125,9 @@ uint32_t BandThread(void* argument) {
     }
     // The caller may take the hand-off back until this exchange succeeds.
     if (!slot.word.compare_exchange_strong(word, Generation(word) | kRunning, std::memory_order_acquire)) continue;
-    slot.bands->RunAll();
+    int64_t unset = 0;
+    slot.bands->first_helper_ns.compare_exchange_strong(unset, NowNs(), std::memory_order_relaxed);
+    slot.bands->RunAll(true);
     uint32_t before = slot.word.load(std::memory_order_relaxed);
     while (!slot.word.compare_exchange_weak(before, (Generation(word) + kGenerationStep) | kIdle | (before & kStop),
                                             std::memory_order_release, std::memory_order_relaxed)) {
@@ -204,6 +236,13 @@ int64_t SetBandThresholdBytes(int64_t bytes) { return detail::g_band_threshold_b
 
 uint64_t BandedJobCount() { return g_banded.load(std::memory_order_relaxed); }
 
+BandTimings BandedJobTimings() {
+  return {g_timings.handoff_ns.load(std::memory_order_relaxed) / 1000,
+          g_timings.helper_start_ns.load(std::memory_order_relaxed) / 1000,
+          g_timings.helper_starts.load(std::memory_order_relaxed),
+          g_timings.caller_bands.load(std::memory_order_relaxed), g_timings.bands.load(std::memory_order_relaxed)};
+}
+
 namespace detail {
 
 void RunBandJob(const BandJob& job) {
@@ -243,10 +282,18 @@ void RunBandJob(const BandJob& job) {
     return;
   }
   g_banded.fetch_add(1, std::memory_order_relaxed);
+  g_timings.handoff_ns.fetch_add(NowNs() - bands.handed_ns, std::memory_order_relaxed);
   t_in_band = true;
-  bands.RunAll();
+  const int32_t ran = bands.RunAll(false);
   t_in_band = false;
   for (int32_t i = 0; i < count; ++i) Finish(*handed[i], generations[i]);
+  // Finish ordered the band threads' stores before these reads.
+  if (const int64_t first = bands.first_helper_ns.load(std::memory_order_relaxed)) {
+    g_timings.helper_start_ns.fetch_add(first - bands.handed_ns, std::memory_order_relaxed);
+    g_timings.helper_starts.fetch_add(1, std::memory_order_relaxed);
+  }
+  g_timings.caller_bands.fetch_add(ran, std::memory_order_relaxed);
+  g_timings.bands.fetch_add(bands.count, std::memory_order_relaxed);
 }
 
 }  // namespace detail

@@ -8,8 +8,9 @@
 // threshold (24 MiB by default: see kDefaultBandThresholdBytes), when the thread limit is 1, when the caller is itself
 // running a band (a conversion inside a band), or when no band thread is idle. Otherwise the range is cut into bands of
 // about half a MiB of work each (at least a few per thread), idle band threads are handed the job and the caller takes
-// bands too; it returns once every band has run. A caller waits only for bands that a thread took from its own job: a
-// busy thread is never waited for, so a conversion never stalls behind another frame's bands.
+// bands too (the caller from the front, band threads from the back); it returns once every band has run. A caller waits
+// only for bands that a thread took from its own job: a busy thread is never waited for, so a conversion never stalls
+// behind another frame's bands.
 //
 // Memory ordering: everything the bands wrote is visible to the caller when
 // RunBands returns.
@@ -45,6 +46,15 @@ int64_t SetBandThresholdBytes(int64_t bytes);
 
 // How many jobs have been split across threads since load (tests, benchmarks).
 uint64_t BandedJobCount();
+
+// Where a banded job's time goes, summed over the banded jobs since load
+// (benchmarks): the caller's time handing bands to idle threads (the wake-up
+// calls), the time from the hand-off's start until a band thread picked the job
+// up (over the jobs where one did), and how many bands the caller ran of all.
+struct BandTimings {
+  int64_t handoff_us, helper_start_us, helper_starts, caller_bands, bands;
+};
+BandTimings BandedJobTimings();
 
 namespace detail {
 

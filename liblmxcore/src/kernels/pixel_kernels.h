@@ -64,6 +64,15 @@ Status YUY2ToNV12(const uint8_t* src_yuy2, int32_t src_pitch, uint8_t* dst_y, in
 // instead (or neutral chroma 128 when the image is one row high).
 Status NV12ToYUY2(const uint8_t* src_y, int32_t src_y_pitch, const uint8_t* src_uv, int32_t src_uv_pitch,
                   uint8_t* dst_yuy2, int32_t dst_pitch, int32_t width, int32_t height);
+// NV12ToYUY2 and then, from the YUY2 it wrote, YUY2ToBGRA (opaque), YUY2ToRGBA
+// (opaque), YUY2ToBGR or YUY2ToRGB as `order` says, row after row: both
+// destinations hold the bytes of the two calls, with one pass over memory. A
+// width below 2, a height below 1, an unknown order and rows too long are
+// refused with LMX_STATUS_PARAM_UNSUPPORTED, before touching memory.
+inline constexpr int32_t kColourBGRA = 0, kColourRGBA = 1, kColourBGR = 2, kColourRGB = 3;
+Status NV12ToYUY2ToColour(const uint8_t* src_y, int32_t src_y_pitch, const uint8_t* src_uv, int32_t src_uv_pitch,
+                          uint8_t* dst_yuy2, int32_t dst_yuy2_pitch, uint8_t* dst, int32_t dst_pitch, int32_t width,
+                          int32_t height, int32_t order);
 // Colour to YUY2 (studio range; coefficients and rounding in ycc_math.h).
 Status BGRAToYUY2(const uint8_t* src, int32_t src_pitch, uint8_t* dst_yuy2, int32_t dst_pitch, int32_t width,
                   int32_t height);

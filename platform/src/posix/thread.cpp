@@ -3,6 +3,7 @@
 #include "lmx/platform/thread.h"
 
 #include <pthread.h>
+#include <sched.h>
 
 #include <cerrno>
 #include <cstring>
@@ -76,6 +77,12 @@ void NameCurrentThread(const char* name) {
   char truncated[16] = {};
   std::strncpy(truncated, name, sizeof truncated - 1);
   ::pthread_setname_np(::pthread_self(), truncated);
+}
+
+void NeverPreemptOnWake() {
+  // Linux's batch policy: same share of the processor, no wake-up preemption.
+  const sched_param param{};
+  ::pthread_setschedparam(::pthread_self(), SCHED_BATCH, &param);
 }
 
 uint32_t LogicalProcessorCount() { return std::thread::hardware_concurrency(); }

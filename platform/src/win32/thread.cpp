@@ -61,6 +61,10 @@ void NameCurrentThread(const char* name) {
   set(::GetCurrentThread(), wide);
 }
 
+// Windows has no policy without wake-up preemption; a lower priority would let
+// any busy thread starve the band threads, so the default stays.
+void NeverPreemptOnWake() {}
+
 uint32_t LogicalProcessorCount() { return std::thread::hardware_concurrency(); }
 
 }  // namespace lmx::platform

@@ -36,6 +36,12 @@ void JoinLeavingThread(ThreadHandle thread);
 // characters are kept on Linux). Best effort: ignored where unsupported.
 void NameCurrentThread(const char* name);
 
+// Marks the calling thread as throughput work that never preempts a running
+// thread when it is woken: woken while every processor is busy, it waits for a
+// time slice instead of displacing its waker. Best effort: ignored where
+// unsupported.
+void NeverPreemptOnWake();
+
 // The number of logical processors as the standard library reports it (0 when
 // unknown).
 uint32_t LogicalProcessorCount();
