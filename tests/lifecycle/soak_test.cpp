@@ -16,10 +16,11 @@
 #include "lmxallocator.h"
 #include "unit/scheduler_test_support.h"
 
-// Under AddressSanitizer, a quarantine of a few 1080p frames: the default 256 MB
-// fills over tens of seconds at this rate and would pass for a growing resident set.
+// Under AddressSanitizer, a small quarantine (one 1080p frame): the planes are
+// recycled, so a session frees mostly small objects, which fill even 32 MB only
+// over tens of seconds, and a filling quarantine would pass for a growing resident set.
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
-  return "quarantine_size_mb=32";
+  return "quarantine_size_mb=8";
 }
 #ifdef __SANITIZE_ADDRESS__
 // Its allocator still keeps freed frames for a while (one 1080p frame set is 12
