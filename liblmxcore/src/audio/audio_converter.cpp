@@ -89,7 +89,7 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
 
   // Set-up on a change of either rate (or after a failed set-up, which leaves the
   // rates as they were but no buffers).
-  if (src_info.sampleRate != srcRate || dst_info.sampleRate != dstRate || !state || !inBuf || !outBuf) {
+  if (src_info.sampleRate != srcRate || dst_info.sampleRate != dstRate || !state || !inBuf || !outBuf || !floats_) {
     FreeResampler();
     // The call texts below are logged as written, so the filter's figures appear
     // as literals; they are kConverterPresets' (checked here).
@@ -131,8 +131,8 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
     }
   }
 
-  // A mono float source is read as it is held and rounded to 16 bits straight into
-  // the history, as the object's own conversion would (no 16-bit copy made in it).
+  // A mono float source is read as it is held and rounded to 16 bits in the call,
+  // as the object's own conversion would (no 16-bit copy made in it).
   const bool floatMono = src_info.format == LMXAudio::AUDIO_FORMAT_IEEE_FLOAT && src_info.nchannels == 1;
   Status sts = LMX_STATUS_NO_ERROR;
   LMXAudio::AudioData src_data{};
@@ -176,21 +176,24 @@ Status AudioConverter::ConvertAudio(LMXAudio* src, const LMXAudio::AudioInfo& ds
   const int32_t available = source ? src_data.dataSize : 0;
   int32_t srcPos = 0;
   unsigned int dstOffset = 0;
+  float* ring = floats_ + kResamplerFloatPad;
   for (;;) {
     const int32_t frames = std::min((available - srcPos) / src_info.nchannels, bufLen - lastread);
     if (frames <= 0) break;
     // The 16-bit mono samples (for a mixed source, what MixChannels(source + srcPos,
     // src_info, inBuf + lastread, monoInfo, frames) gives, without its checks, which
     // hold here), held as their float images: a 16-bit mono source is read
-    // straight into them, others pass through inBuf.
-    float* ring = floats_ + kResamplerFloatPad;
-    if (floatMono) {
-      kernels.floatToPcm16(floatSource + srcPos, inBuf + lastread, frames);
-    } else if (src_info.nchannels > 1) {
-      kernels.mixToMono(source + srcPos, src_info.nchannels, inBuf + lastread, frames);
+    // straight into them, others are made in inBuf first.
+    const int16_t* mono = source + srcPos;
+    if (floatMono || src_info.nchannels > 1) {
+      if (floatMono) {
+        kernels.floatToPcm16(floatSource + srcPos, inBuf + lastread, frames);
+      } else {
+        kernels.mixToMono(source + srcPos, src_info.nchannels, inBuf + lastread, frames);
+      }
+      mono = inBuf + lastread;
     }
-    kernels.pcm16ToFloat(floatMono || src_info.nchannels > 1 ? inBuf + lastread : source + srcPos, ring + lastread,
-                         frames);
+    kernels.pcm16ToFloat(mono, ring + lastread, frames);
     srcPos += frames * src_info.nchannels;
     lastread += frames;
 

@@ -134,8 +134,10 @@ LMX_INLINE bool RunWholeFactor(const float* rows, int32_t length, int32_t phases
 // kDecimationVectors output vectors at a time; a block's vectors all share
 // each tap's broadcast.
 constexpr int kMaxDecimation = 8;
+constexpr int kMaxDecimationLength = 512;  // taps
 constexpr int kDecimationVectors = 16;
-constexpr int kMaxStreamVectors = kDecimationVectors + 512 / 2 / 16 + 1;  // a block and the taps' reach
+// A block and the taps' reach.
+constexpr int kMaxStreamVectors = kDecimationVectors + kMaxDecimationLength / 2 / 16 + 1;
 
 // For each factor, each stream's lanes as indexes into pairs of input vectors
 // (sample r + M * i of 16 * M is lane (r + M * i) % 32 of pair (r + M * i) / 32)
@@ -293,7 +295,7 @@ void PolyphaseBlock_AVX512(const FloatPolyphaseBank& bank, const float* x, int64
 void PolyphaseLanes_AVX512(const LanesPolyphaseBank& bank, const float* x, int64_t position, int32_t count, float gain,
                            int16_t* out) {
   if (bank.step == 1 && RunWholeFactor(bank.rows, bank.length, bank.phases, x, position, count, gain, out)) return;
-  if (bank.phases == 1 && bank.step >= 2 && bank.step <= kMaxDecimation && bank.length <= 512)
+  if (bank.phases == 1 && bank.step >= 2 && bank.step <= kMaxDecimation && bank.length <= kMaxDecimationLength)
     return RunDecimate(bank.rows, bank.length, bank.step, x, position, count, gain, out);
   RunLanes<Lanes512>(bank, x, position, count, gain, out);
 }

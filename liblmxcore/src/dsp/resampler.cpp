@@ -137,11 +137,17 @@ void RunReference(const ResamplerState& header, const ResamplerBank& bank, const
   }
 }
 
+// The bank's outputs-in-lanes layout where the variant has that body and the
+// layout's reach is within the pads; null: the per-output block.
+const lmx::LanesPolyphaseBank* UsableLanes(const ResamplerState& header, const ResamplerBank& bank) {
+  const lmx::LanesPolyphaseBank* lanes = header.polyphaseLanes ? bank.Lanes() : nullptr;
+  return lanes && lanes->reach <= kMaxReach ? lanes : nullptr;
+}
+
 // The fast body over float samples at x, `position` counted from x[0].
 void RunFast(const ResamplerState& header, const ResamplerBank& bank, const float* x, int64_t position, int32_t outputs,
              float gain, int16_t* out) {
-  const lmx::LanesPolyphaseBank* lanes = header.polyphaseLanes ? bank.Lanes() : nullptr;
-  if (lanes && lanes->reach <= kMaxReach) {
+  if (const lmx::LanesPolyphaseBank* lanes = UsableLanes(header, bank)) {
     header.polyphaseLanes(*lanes, x, position, outputs, gain, out);
   } else {
     header.polyphaseBlock(bank.Floats(), x, position, outputs, gain, out);
@@ -192,8 +198,8 @@ VkpStatus Run(RunInput in, int32_t count, int16_t* out, float norm, double* time
   } else {
     // Spans of the input in the other form, each holding the windows of a run of
     // outputs; float spans lie between zeros as far as the lanes body reads.
-    const lmx::LanesPolyphaseBank* lanes = header->polyphaseLanes ? bank.Lanes() : nullptr;
-    const int32_t reach = lanes && lanes->reach <= kMaxReach ? lanes->reach : 0;
+    const lmx::LanesPolyphaseBank* lanes = UsableLanes(*header, bank);
+    const int32_t reach = lanes ? lanes->reach : 0;
     alignas(64) float floats[kFloatSpan + 2 * kMaxReach];
     alignas(64) int16_t pcm[kFloatSpan];
     float* span = floats + reach;
