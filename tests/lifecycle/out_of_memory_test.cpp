@@ -8,8 +8,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
 #include "lifecycle_support.h"
 #include "lmxallocator.h"
@@ -132,13 +134,17 @@ void Scheduler(Pass& pass) {
     auto* scheduler = static_cast<LMXScheduler*>(master->QueryInstance(LMXScheduler::kIid));
     pass.Step([&] { return service->MarkOutputs(2, keys, LMX_STATUS_EXEC_INPROGRESS); });
     pass.Step([&] { return service->CreateSyncPoint(2, keys, &sp); });
-    pass.Step([&] { return service->RequestInputs(1, &frameKey, &consumer); });
+    // More consumers than one completion lists on the stack; once the frame is
+    // marked done, every one of them runs.
+    int consumers = 0;
+    while (consumers < 40 && pass.Step([&] { return service->RequestInputs(1, &frameKey, &consumer); })) ++consumers;
+    const bool completing = !pass.stopped;
     pass.Step([&] { return service->MarkOutputs(2, keys, LMX_STATUS_NO_ERROR); });
     pass.Step([&] { return lmxtest::SignalFace(sp)->SignalSyncPoint(LMX_STATUS_NO_ERROR); });
     pass.Step([&] { return sp->Synchronize(2000); });
     if (pass.Step([&] { return scheduler->SubmitTask(&task, LMX_STATUS_NO_ERROR); }))
       pass.silentPool = !task.WaitForRuns(1);
-    if (!pass.stopped) pass.silentPool |= !consumer.WaitForRuns(1);
+    if (completing) pass.silentPool |= !consumer.WaitForRuns(consumers);
   }
   if (sp) sp->Release();
   if (follower) follower->Release();
@@ -215,6 +221,46 @@ TEST(OutOfMemory, EveryFailedAllocationIsAStatusAndLeavesNothingBehind) {
     EXPECT_GT(t.points, 0) << s.name;
     EXPECT_EQ(t.thrown + t.leaked + t.died + t.silent + t.retry, 0) << s.name;
   }
+}
+
+// With every worker held, 1,100 consumers overflow the task queue's first ring;
+// the one push whose growth fails runs its consumer on the completing thread
+// rather than drop it.
+TEST(OutOfMemory, AQueueThatCannotGrowLosesNoConsumer) {
+  lmxhost::HostSession session;
+  Base* object = Make(FourCC("CRSC"), &session);
+  ASSERT_NE(object, nullptr);
+  auto* service = static_cast<LMXSchedulerService*>(object->QueryInstance(LMXSchedulerService::kIid));
+  auto* scheduler = static_cast<LMXScheduler*>(object->QueryInstance(LMXScheduler::kIid));
+  std::atomic<int> held{0};
+  std::atomic<bool> open{false};
+  struct Opener {
+    std::atomic<bool>& open;
+    ~Opener() { open = true; }  // a failed assertion lets the workers go too
+  } opener{open};
+  lmxtest::RecordingTask holder(nullptr, [&](Status) {
+    ++held;
+    while (!open) std::this_thread::yield();
+  });
+  const int workers = static_cast<int>(std::thread::hardware_concurrency());
+  for (int i = 0; i < workers; ++i) ASSERT_EQ(scheduler->SubmitTask(&holder, LMX_STATUS_NO_ERROR), LMX_STATUS_NO_ERROR);
+  for (int waited = 0; held < workers && waited < 2000; ++waited) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  int frame = 0;
+  void* key = &frame;
+  lmxtest::RecordingTask consumer;
+  ASSERT_EQ(service->MarkOutputs(1, &key, LMX_STATUS_EXEC_INPROGRESS), LMX_STATUS_NO_ERROR);
+  for (int i = 0; i < 1100; ++i) ASSERT_EQ(service->RequestInputs(1, &key, &consumer), LMX_STATUS_NO_ERROR);
+  alloc_injector::FailAt(1);
+  {
+    alloc_injector::Armed armed;
+    EXPECT_EQ(service->MarkOutputs(1, &key, LMX_STATUS_NO_ERROR), LMX_STATUS_NO_ERROR);
+  }
+  EXPECT_TRUE(alloc_injector::Injected());
+  alloc_injector::FailAt(0);
+  EXPECT_EQ(consumer.Runs(), 1) << "the refused consumer runs at once";
+  open = true;
+  EXPECT_TRUE(consumer.WaitForRuns(1100));
+  object->Release();
 }
 
 }  // namespace

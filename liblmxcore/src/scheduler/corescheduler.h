@@ -35,6 +35,10 @@ struct SchedulerState {
     Callback* callback = nullptr;  // null once handed over
     Request* prev = nullptr;
     Request* next = nullptr;
+    // While a completion holds the callback to hand it over: the callback and
+    // the next request whose callback that completion hands over.
+    Callback* ready = nullptr;
+    Request* readyNext = nullptr;
   };
 
   // The outstanding requests in registration order (doubly linked through the
@@ -142,6 +146,10 @@ class Scheduler final
 
   Status MarkInProgress(int32_t n, void** outputs);
   Status CompleteOutputs(int32_t n, void** outputs, Status sts);
+  // Submits a consumer's callback that the scheduler calls on its own (inputs
+  // done or failed); one the queue has no room for runs on this thread rather
+  // than never.
+  void HandOver(Callback* callback, Status sts);
   // One waiter record per non-null input, chained through next, from the pool
   // (all or none); and their return. Require: requestLock is held.
   SchedulerState::Waiter* TakeWaiters(int32_t n, void** inputs);

@@ -55,13 +55,20 @@ void RunNamedTask(LMXSchedulerService::Callback* task, Status sts, char* text, s
   if (traced) logger->TraceLeave(LOG_LEVEL_TRACE, text);
 }
 
-void Push(TaskQueue& queue, LMXSchedulerService::Callback* task, Status sts) {
-  TaskQueue::Sleeper* sleeper;
-  {
+// Queues a task. A full queue that cannot grow keeps its items and refuses this
+// one, so that the submitter can run it rather than lose it.
+Status Push(TaskQueue& queue, LMXSchedulerService::Callback* task, Status sts) {
+  TaskQueue::Sleeper* sleeper = nullptr;
+  bool grown = true;
+  try {
     LockGuard lock(queue.mutex);
     sleeper = queue.Push({task, sts});
+  } catch (const std::bad_alloc&) {
+    grown = false;
   }
+  LMX_CHECK(grown, LMX_STATUS_ALLOC_FAILED);
   SleeperStack::Wake(sleeper);
+  return LMX_STATUS_NO_ERROR;
 }
 
 // The dedicated worker. It owns one reference to the queue, so it may outlive
@@ -125,10 +132,7 @@ PThreadScheduler::~PThreadScheduler() {
   thread = nullptr;
 }
 
-Status PThreadScheduler::Submit(LMXSchedulerService::Callback* task, Status sts) {
-  Push(*queue, task, sts);
-  return LMX_STATUS_NO_ERROR;
-}
+Status PThreadScheduler::Submit(LMXSchedulerService::Callback* task, Status sts) { return Push(*queue, task, sts); }
 
 STDThreadPool::STDThreadPool(int32_t count)
     : threadCount(count), queue(std::make_shared<TaskQueue>(static_cast<size_t>(std::max(count, 0)))) {
@@ -167,10 +171,7 @@ STDThreadPool::~STDThreadPool() {
   }
 }
 
-Status STDThreadPool::Submit(LMXSchedulerService::Callback* task, Status sts) {
-  Push(*queue, task, sts);
-  return LMX_STATUS_NO_ERROR;
-}
+Status STDThreadPool::Submit(LMXSchedulerService::Callback* task, Status sts) { return Push(*queue, task, sts); }
 
 int32_t HardwareThreadCount() {
   static const int32_t count = static_cast<int32_t>(platform::LogicalProcessorCount());

@@ -29,7 +29,8 @@ namespace lmx {
 class TaskScheduler {
  public:
   virtual ~TaskScheduler() = default;
-  // Queues the pair; may be called from any thread, workers included.
+  // Queues the pair; may be called from any thread, workers included. Returns
+  // LMX_STATUS_ALLOC_FAILED, queuing nothing, when a full queue cannot grow.
   virtual Norvik::Lumetra::Status Submit(LMXSchedulerService::Callback* task, Norvik::Lumetra::Status sts) = 0;
   // Whether at least one worker runs: a pool without one would accept tasks
   // that never run.

@@ -17,28 +17,36 @@ using FailureMap = lmx::ConcurrentPointerMap<Status, lmx::MapCount::kKept>;
 
 namespace {
 
-// The callbacks one completion hands over, in order; a short list stays on the
-// stack.
+// The callbacks one completion hands over, in order, linked through their
+// requests: completing outputs allocates nothing, so it cannot stop half-way.
+// A request completed meanwhile is released once its callback is taken out.
 class ReadyList {
  public:
-  void Add(LMXSchedulerService::Callback* callback) {
-    if (count_ < kInline) {
-      inline_[count_++] = callback;
-    } else {
-      overflow_.push_back(callback);
-    }
+  void Add(Request* request) {
+    request->ready = request->callback;
+    request->callback = nullptr;
+    request->readyNext = nullptr;
+    (tail_ ? tail_->readyNext : head_) = request;
+    tail_ = request;
   }
-  template <class Visit>
-  void ForEach(Visit visit) const {
-    for (size_t i = 0; i < count_; ++i) visit(inline_[i]);
-    for (LMXSchedulerService::Callback* callback : overflow_) visit(callback);
+  // Calls hand(callback) for each in order. A callback may complete other
+  // outputs (an inline task): requests still listed here are not released then,
+  // and none is listed twice, as only a request's own callback lists it.
+  template <class Release, class Hand>
+  void HandOver(Release release, Hand hand) {
+    for (Request* request = head_; request;) {
+      Request* next = request->readyNext;
+      LMXSchedulerService::Callback* callback = request->ready;
+      request->ready = nullptr;
+      if (request->count == 0) release(request);
+      hand(callback);
+      request = next;
+    }
   }
 
  private:
-  static constexpr size_t kInline = 32;
-  LMXSchedulerService::Callback* inline_[kInline];
-  size_t count_ = 0;
-  std::vector<LMXSchedulerService::Callback*> overflow_;
+  Request* head_ = nullptr;
+  Request* tail_ = nullptr;
 };
 
 // Whether a task's name marks it to run on the calling thread: its first eight
@@ -113,6 +121,10 @@ Status Scheduler::SubmitTask(Callback* task, Status sts) try {
 }
 LMX_EDGE_CATCH
 
+void Scheduler::HandOver(Callback* callback, Status sts) {
+  if (SubmitTask(callback, sts) == LMX_STATUS_ALLOC_FAILED) callback->Run(sts);
+}
+
 Status Scheduler::RequestInputs(int32_t n, void** inputs, Callback* cb) try {
   LMX_CHECK(cb, LMX_STATUS_HANDLE_INVALID);
   LMX_TRACE_AT(LOG_LEVEL_VERBOSE, "RequestInputs");
@@ -124,7 +136,7 @@ Status Scheduler::RequestInputs(int32_t n, void** inputs, Callback* cb) try {
   // A consumer of a failed output is called at once with its error; nothing is
   // registered. This pass relies on the map's own locks.
   if (Status failure = FirstFailure(s.failedOutputs, n, inputs); failure != LMX_STATUS_NO_ERROR) {
-    SubmitTask(cb, failure);
+    HandOver(cb, failure);
     return LMX_STATUS_NO_ERROR;
   }
 
@@ -169,7 +181,7 @@ Status Scheduler::RequestInputs(int32_t n, void** inputs, Callback* cb) try {
       }
     }
   }
-  if (!request) SubmitTask(cb, lateFailure);
+  if (!request) HandOver(cb, lateFailure);
   return LMX_STATUS_NO_ERROR;
 }
 LMX_EDGE_CATCH
@@ -233,12 +245,19 @@ Status Scheduler::MarkInProgress(int32_t n, void** outputs) {
 
 Status Scheduler::CompleteOutputs(int32_t n, void** outputs, Status sts) {
   SchedulerState& s = *state_;
+  // An error is recorded for consumers that come later. Without memory for the
+  // record the outputs still complete: the consumers waiting now get the error.
+  bool recorded = true;
   if (sts < 0) {
-    for (int32_t i = 0; i < n; ++i) {
-      if (!outputs[i]) continue;
-      FailureMap::Accessor record;
-      s.failedOutputs.Insert(record, outputs[i]);
-      record.value() = sts;
+    try {
+      for (int32_t i = 0; i < n; ++i) {
+        if (!outputs[i]) continue;
+        FailureMap::Accessor record;
+        s.failedOutputs.Insert(record, outputs[i]);
+        record.value() = sts;
+      }
+    } catch (const std::bad_alloc&) {
+      recorded = false;
     }
   }
 
@@ -253,21 +272,20 @@ Status Scheduler::CompleteOutputs(int32_t n, void** outputs, Status sts) {
       Request* request = waiter->request;
       // An error reaches the consumer at once, and only once, even while other
       // inputs are still pending.
-      if (sts < 0 && request->callback) {
-        ready.Add(request->callback);
-        request->callback = nullptr;
-      }
+      if (sts < 0 && request->callback) ready.Add(request);
       if (--request->count == 0) {
-        if (request->callback) ready.Add(request->callback);
+        if (request->callback) ready.Add(request);
         s.requests.Erase(request);
-        s.requestPool.Release(request);
+        if (!request->ready) s.requestPool.Release(request);  // else once its callback is out
       }
       s.waiterPool.Release(waiter);
     });
     s.pendingOutputs.Erase(waiters);
   }
   // Handed over while requestLock is held, so inline tasks run under it.
-  ready.ForEach([&](Callback* callback) { SubmitTask(callback, sts); });
+  ready.HandOver([&](Request* request) { s.requestPool.Release(request); },
+                 [&](Callback* callback) { HandOver(callback, sts); });
+  LMX_CHECK(recorded, LMX_STATUS_ALLOC_FAILED);
   return LMX_STATUS_NO_ERROR;
 }
 
