@@ -244,7 +244,8 @@ TEST(OutOfMemory, AQueueThatCannotGrowLosesNoConsumer) {
   });
   const int workers = static_cast<int>(std::thread::hardware_concurrency());
   for (int i = 0; i < workers; ++i) ASSERT_EQ(scheduler->SubmitTask(&holder, LMX_STATUS_NO_ERROR), LMX_STATUS_NO_ERROR);
-  for (int waited = 0; held < workers && waited < 2000; ++waited) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  for (int waited = 0; held < workers && waited < 2000; ++waited)
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   int frame = 0;
   void* key = &frame;
   lmxtest::RecordingTask consumer;
