@@ -4,7 +4,9 @@
 # thread and on every thread the library may use (a new image per frame), the
 # speed-up, libyuv's time on one thread and the ratio libyuv / all threads (above
 # 1 we are faster); the same into a new image per frame (new planes: page
-# faults); the memory ceiling (a 4K plane copied on one thread and on all); and,
+# faults); at 4K, the speed-up of one thread against all on alternate frames of
+# one image (the median over neighbouring pairs, steadier than the ratio of two
+# medians); the memory ceiling (a 4K plane copied on one thread and on all); and,
 # below 4K, the default threshold beside banding forced at any size; and, per
 # banded conversion, where the time of the hand-off goes.
 # Repetitions in random interleaving, medians of real time: the machine must be
@@ -33,6 +35,13 @@ for (pair, size), t in rows.items():
         print(f"| {pair} | {size} | {t['One']:.0f} | {t['All']:.0f} | {t['One'] / t['All']:.2f} | "
               f"{t['Anchor']:.0f} | {t['Anchor'] / t['All']:.2f} | {t['OneNew']:.0f} / {t['AllNew']:.0f} | "
               f"{t['OneNew'] / t['AllNew']:.2f} |")
+paired = [(pair, size, b["speedup"]) for (pair, size, side), b in counters.items() if side == "Paired" and "speedup" in b]
+if paired:
+    print()
+    print("| conversion | size | speed-up, one thread / all threads on alternate frames (median of the pairs) |")
+    print("|---|---|---|")
+    for pair, size, speedup in paired:
+        print(f"| {pair} | {size} | {speedup:.2f} |")
 if ("Memcpy", "3840x2160") in rows:
     t = rows[("Memcpy", "3840x2160")]
     print()

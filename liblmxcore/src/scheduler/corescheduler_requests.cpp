@@ -283,8 +283,12 @@ Status Scheduler::CompleteOutputs(int32_t n, void** outputs, Status sts) {
     s.pendingOutputs.Erase(waiters);
   }
   // Handed over while requestLock is held, so inline tasks run under it.
-  ready.HandOver([&](Request* request) { s.requestPool.Release(request); },
-                 [&](Callback* callback) { HandOver(callback, sts); });
+  ready.HandOver(
+      [&](Request* request) {
+        s.requestLock.AssertHeld();
+        s.requestPool.Release(request);
+      },
+      [&](Callback* callback) { HandOver(callback, sts); });
   LMX_CHECK(recorded, LMX_STATUS_ALLOC_FAILED);
   return LMX_STATUS_NO_ERROR;
 }
