@@ -93,6 +93,22 @@ bool Read(Image* image, const Pair& pair) {
   return image->ReleaseAccess(&data) >= 0;
 }
 
+// Per timed frame, the banded jobs since `banded` was read; per banded job, the
+// caller's wake-up calls, the band thread's start after the hand-off and the
+// caller's share of the bands, since `before`.
+void ReportBandedJobs(benchmark::State& state, uint64_t banded, const lmx::BandTimings& before) {
+  const double jobs = static_cast<double>(lmx::BandedJobCount() - banded);
+  state.counters["banded"] = jobs / static_cast<double>(state.iterations());
+  if (jobs <= 0) return;
+  const lmx::BandTimings after = lmx::BandedJobTimings();
+  state.counters["handoff_us"] = static_cast<double>(after.handoff_us - before.handoff_us) / jobs;
+  const auto starts = static_cast<double>(after.helper_starts - before.helper_starts);
+  if (starts > 0)
+    state.counters["start_us"] = static_cast<double>(after.helper_start_us - before.helper_start_us) / starts;
+  state.counters["caller_share"] =
+      static_cast<double>(after.caller_bands - before.caller_bands) / static_cast<double>(after.bands - before.bands);
+}
+
 // The read access that converts, timed; the write before it is not. `fresh`: a
 // new image per frame, so the destination planes are new memory each time (its
 // first touch costs page faults); otherwise one image, written again per frame.
@@ -129,19 +145,7 @@ void Object(benchmark::State& state, const Pair& pair, Size size, int32_t thread
       break;
     }
   }
-  const double jobs = static_cast<double>(lmx::BandedJobCount() - banded);
-  state.counters["banded"] = jobs / state.iterations();
-  if (jobs > 0) {
-    // Per banded job: the caller's wake-up calls, the band thread's start after
-    // the hand-off, and the caller's share of the bands.
-    const lmx::BandTimings after = lmx::BandedJobTimings();
-    state.counters["handoff_us"] = static_cast<double>(after.handoff_us - before.handoff_us) / jobs;
-    const auto starts = static_cast<double>(after.helper_starts - before.helper_starts);
-    if (starts > 0)
-      state.counters["start_us"] = static_cast<double>(after.helper_start_us - before.helper_start_us) / starts;
-    state.counters["caller_share"] =
-        static_cast<double>(after.caller_bands - before.caller_bands) / static_cast<double>(after.bands - before.bands);
-  }
+  ReportBandedJobs(state, banded, before);
   lmx::SetConversionThreadLimit(0);
   if (threshold >= 0) lmx::SetBandThresholdBytes(threshold);
   if (image) image->Release();
@@ -171,6 +175,8 @@ void Paired(benchmark::State& state, const Pair& pair, Size size) {
     return read ? std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() : -1.0;
   };
   frame(1);  // the planes are touched once before timing starts
+  const uint64_t banded = lmx::BandedJobCount();
+  const lmx::BandTimings before = lmx::BandedJobTimings();
   std::vector<double> speedups;
   for (auto _ : state) {
     const bool one_first = speedups.size() % 2 == 0;
@@ -187,6 +193,7 @@ void Paired(benchmark::State& state, const Pair& pair, Size size) {
     std::nth_element(speedups.begin(), speedups.begin() + speedups.size() / 2, speedups.end());
     state.counters["speedup"] = speedups[speedups.size() / 2];
   }
+  ReportBandedJobs(state, banded, before);
   lmx::SetConversionThreadLimit(0);
   image->Release();
   allocator->Release();
