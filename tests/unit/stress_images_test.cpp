@@ -6,6 +6,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -114,6 +118,54 @@ TEST(StressImages, ConversionsInsideBandsFinish) {
       EXPECT_EQ(lmx::BGRAToY8(bgra.data(), 256, grey.data() + i * 4096, 64, 64, 64), LMX_STATUS_NO_ERROR);
   });
   EXPECT_EQ(std::count(grey.begin(), grey.end(), 200), 8 * 64 * 64);
+  lmx::SetConversionThreadLimit(0);
+  lmx::SetBandThresholdBytes(threshold);
+}
+
+namespace {
+
+// Processor time, in clock ticks, of the band threads ("lmx-band-N"); -1 where
+// the threads cannot be listed.
+long BandThreadTicks() {
+  const std::filesystem::path tasks = "/proc/self/task";
+  if (!std::filesystem::exists(tasks)) return -1;
+  long ticks = 0;
+  for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+    std::string name, stat;
+    std::getline(std::ifstream(task.path() / "comm"), name);
+    if (name.rfind("lmx-band-", 0) != 0) continue;
+    std::getline(std::ifstream(task.path() / "stat"), stat);
+    std::istringstream fields(stat.substr(stat.rfind(')') + 2));  // from the state on
+    std::string field;
+    for (int i = 3; i < 14; ++i) fields >> field;  // up to utime, the 14th
+    long user = 0, system = 0;
+    fields >> user >> system;
+    ticks += user + system;
+  }
+  return ticks;
+}
+
+}  // namespace
+
+// Banded jobs every 2 ms keep a band thread awake around each one; once they
+// stop, the thread sleeps: its processor time stops growing.
+TEST(StressImages, BandThreadsSleepOnceTheFramesStop) {
+  const int64_t threshold = lmx::SetBandThresholdBytes(0);
+  lmx::SetConversionThreadLimit(2);
+  std::vector<std::atomic<int>> runs(64);
+  for (int frame = 0; frame < 40; ++frame) {
+    lmx::RunBands(64, 1, int64_t{1} << 30, [&](int32_t begin, int32_t end) {
+      for (int32_t i = begin; i < end; ++i) ++runs[i];
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  EXPECT_EQ(std::count_if(runs.begin(), runs.end(), [](auto& r) { return r == 40; }), 64);
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  const long before = BandThreadTicks();
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  if (before >= 0) {
+    EXPECT_LE(BandThreadTicks() - before, 2) << "a band thread spins with no job due";
+  }
   lmx::SetConversionThreadLimit(0);
   lmx::SetBandThresholdBytes(threshold);
 }

@@ -8,6 +8,7 @@
 #include <emmintrin.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <chrono>
 #include <cstdio>
 #include <cwchar>
@@ -41,13 +42,22 @@ constexpr int64_t kBandBytes = 512 << 10;
 // longest band, with margin. Sleeping costs more (the band thread's wake-up
 // call, then the caller's vCPU waking) than spinning for a band that has run.
 constexpr auto kFinishSpin = std::chrono::microseconds(200);
+// A steady stream of banded jobs (a camera's large frames) finds a band thread
+// awake: between jobs it sleeps until kEarlyNs before the next is due, then
+// spins until the job comes or kLateNs after it was due, and sleeps again
+// without a time limit when none came. The caller then hands the job over
+// without a wake-up call. (Waking a halted virtual processor cost the caller 40
+// to 60 us and started the band thread 100 to 130 us late, the difference
+// between 1.5x and 1.8x at 4K.) Intervals longer than kMaxPeriodNs are no stream.
+constexpr int64_t kEarlyNs = 300'000, kLateNs = 300'000, kMaxPeriodNs = 100'000'000;
 
-// A slot's state word: generation | waiter bit | stop bit | phase. The
+// A slot's state word: generation | spinning bit | waiter bit | stop bit | phase. The
 // generation grows by one each time a hand-off ends, so a caller waiting for
 // "its" run never mistakes a later run of the same thread for it. The stop bit
-// is set at unload and kept by every later change.
+// is set at unload and kept by every later change. The spinning bit marks an
+// idle thread that is awake, waiting for a job due now.
 constexpr uint32_t kIdle = 0, kClaimed = 1, kAssigned = 2, kRunning = 3;
-constexpr uint32_t kPhaseMask = 3, kStop = 4, kWaiter = 8, kGenerationStep = 16;
+constexpr uint32_t kPhaseMask = 3, kStop = 4, kWaiter = 8, kSpinning = 16, kGenerationStep = 32;
 constexpr uint32_t Phase(uint32_t word) { return word & kPhaseMask; }
 constexpr uint32_t Generation(uint32_t word) { return word & ~(kGenerationStep - 1); }
 // The word without its flags: what a caller waiting for a run compares.
@@ -88,6 +98,28 @@ struct Bands {
   }
 };
 
+// The rhythm of banded jobs: when the next is due (steady clock, ns; 0 while
+// the last intervals disagree). Callers update it without a lock: it only
+// decides when band threads are awake.
+class JobRhythm {
+ public:
+  void Job(int64_t now) {
+    const int64_t last = last_ns_.exchange(now, std::memory_order_relaxed);
+    const int64_t interval = now - last;
+    int64_t period = period_ns_.load(std::memory_order_relaxed);
+    // Two intervals within a quarter of each other make a rhythm.
+    const bool steady = period > 0 && 4 * std::abs(interval - period) <= period;
+    period = steady ? period + (interval - period) / 4 : (last > 0 && interval < kMaxPeriodNs ? interval : 0);
+    period_ns_.store(period, std::memory_order_relaxed);
+    next_ns_.store(steady ? now + period : 0, std::memory_order_relaxed);
+  }
+  int64_t NextNs() const { return next_ns_.load(std::memory_order_relaxed); }
+
+ private:
+  std::atomic<int64_t> last_ns_{0}, period_ns_{0}, next_ns_{0};
+};
+JobRhythm g_rhythm;
+
 // Sums over the banded jobs since load, for BandedJobTimings.
 struct {
   std::atomic<int64_t> handoff_ns{0}, helper_start_ns{0}, helper_starts{0}, caller_bands{0}, bands{0};
@@ -104,6 +136,25 @@ struct alignas(64) Slot {
   int32_t number = 0;
 };
 
+// Waits, idle, until the slot's word changes (or spuriously): asleep, except
+// around the moment the job rhythm says the next job is due.
+void AwaitJob(Slot& slot, uint32_t word) {
+  const int64_t next = g_rhythm.NextNs(), now = NowNs();
+  if (next == 0 || now > next + kLateNs) return platform::WaitWhileEqual(slot.word, word);
+  if (now < next - kEarlyNs) return platform::WaitWhileEqualFor(slot.word, word, (next - kEarlyNs - now) / 1000 + 1);
+  const uint32_t spinning = word | kSpinning;
+  if (!slot.word.compare_exchange_strong(word, spinning, std::memory_order_relaxed)) return;
+  for (int spin = 1; slot.word.load(std::memory_order_relaxed) == spinning; ++spin) {
+    // The clock is read once every 64 pauses (about 1.5 us).
+    if (spin % 64 == 0 && NowNs() > next + kLateNs) {
+      uint32_t expected = spinning;  // a claim that comes first wins
+      slot.word.compare_exchange_strong(expected, word, std::memory_order_relaxed);
+      return;
+    }
+    _mm_pause();
+  }
+}
+
 uint32_t BandThread(void* argument) {
   Slot& slot = *static_cast<Slot*>(argument);
   char name[16];
@@ -118,9 +169,13 @@ uint32_t BandThread(void* argument) {
   t_in_band = true;
   for (;;) {
     uint32_t word = slot.word.load(std::memory_order_acquire);
-    if (word & kStop) return 0;  // a hand-off not yet taken was run by its caller
+    if (word & kStop) return 0;     // a hand-off not yet taken was run by its caller
+    if (Phase(word) == kClaimed) {  // the claimer assigns it a few instructions later
+      _mm_pause();
+      continue;
+    }
     if (Phase(word) != kAssigned) {
-      platform::WaitWhileEqual(slot.word, word);
+      AwaitJob(slot, word);
       continue;
     }
     // The caller may take the hand-off back until this exchange succeeds.
@@ -252,6 +307,7 @@ void RunBandJob(const BandJob& job) {
     job.run(job.body, 0, job.units);
     return;
   }
+  g_rhythm.Job(NowNs());
   const int32_t helpers = std::min(limit - 1, max_bands - 1);
   const int32_t running = g_pool.EnsureThreads(helpers);
 
@@ -268,12 +324,15 @@ void RunBandJob(const BandJob& job) {
   for (int32_t i = 0; i < running && count < helpers; ++i) {
     Slot& slot = g_pool.At(i);
     uint32_t word = slot.word.load(std::memory_order_relaxed);
-    if (Phase(word) != kIdle || (word & kStop) ||
-        !slot.word.compare_exchange_strong(word, Generation(word) | kClaimed, std::memory_order_acquire))
-      continue;
+    bool claimed = false;  // retried while the thread only starts or stops spinning
+    while (Phase(word) == kIdle && !(word & kStop) &&
+           !(claimed = slot.word.compare_exchange_weak(word, Generation(word) | kClaimed, std::memory_order_acquire))) {
+    }
+    if (!claimed) continue;
     slot.bands = &bands;
-    slot.word.store(Generation(word) | kAssigned, std::memory_order_release);
-    platform::WakeOne(slot.word);
+    // Claimed to assigned, keeping a stop bit that unloading may have set meanwhile.
+    slot.word.fetch_add(kAssigned - kClaimed, std::memory_order_release);
+    if (!(word & kSpinning)) platform::WakeOne(slot.word);
     handed[count] = &slot;
     generations[count++] = Generation(word);
   }

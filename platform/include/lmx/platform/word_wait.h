@@ -16,6 +16,8 @@ namespace lmx::platform {
 
 // Sleeps while `word` holds `expected`. May return spuriously: callers loop.
 void WaitWhileEqual(const std::atomic<uint32_t>& word, uint32_t expected);
+// The same, for at most `timeout_us` microseconds.
+void WaitWhileEqualFor(const std::atomic<uint32_t>& word, uint32_t expected, int64_t timeout_us);
 // Wakes one thread sleeping on `word`.
 void WakeOne(const std::atomic<uint32_t>& word);
 
