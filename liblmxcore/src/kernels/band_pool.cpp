@@ -114,7 +114,6 @@ class JobRhythm {
     next_ns_.store(steady ? now + period : 0, std::memory_order_relaxed);
   }
   int64_t NextNs() const { return next_ns_.load(std::memory_order_relaxed); }
-  bool Steady() const { return NextNs() != 0; }
 
  private:
   std::atomic<int64_t> last_ns_{0}, period_ns_{0}, next_ns_{0};
@@ -309,11 +308,6 @@ void RunBandJob(const BandJob& job) {
     return;
   }
   g_rhythm.Job(NowNs());
-  // Below the threshold only while a band thread is awake for the job.
-  if (job.bytes < detail::g_band_threshold_bytes.load(std::memory_order_relaxed) && !g_rhythm.Steady()) {
-    job.run(job.body, 0, job.units);
-    return;
-  }
   const int32_t helpers = std::min(limit - 1, max_bands - 1);
   const int32_t running = g_pool.EnsureThreads(helpers);
 

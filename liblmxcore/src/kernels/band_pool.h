@@ -5,8 +5,7 @@
 // starts and ends on a multiple of `grain` (2 keeps 4:2:0 row pairs together).
 // `bytes` is the work's size (bytes read plus written). The body runs once, over
 // the whole range on the calling thread, when the work is below the band
-// threshold (24 MiB by default: see kDefaultBandThresholdBytes; 4 MiB while jobs
-// come at a steady rate: kSteadyBandThresholdBytes), when the thread limit is 1, when the caller is itself
+// threshold (24 MiB by default: see kDefaultBandThresholdBytes), when the thread limit is 1, when the caller is itself
 // running a band (a conversion inside a band), or when no band thread is idle. Otherwise the range is cut into bands of
 // about half a MiB of work each (at least a few per thread), idle band threads are handed the job and the caller takes
 // bands too (the caller from the front, band threads from the back); it returns once every band has run. A caller waits
@@ -28,7 +27,6 @@
 //   });
 #pragma once
 
-#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <type_traits>
@@ -71,12 +69,6 @@ namespace detail {
 // of one thread and 3840x2160 ones (33 MB and more) at 1.4 to 1.7x, so the
 // threshold sits between the two; 640x480 and 1280x720 never pay for threads.
 inline constexpr int64_t kDefaultBandThresholdBytes = 24 << 20;
-// While jobs of at least this size come at a steady rate, a band thread is
-// awake when the next one is due (no wake-up to pay), and frames from 1280x720
-// up are split too: banded in a steady stream, 1920x1080 frames ran at 0.52 to
-// 0.81x of one thread's time and 1280x720 ones at 0.55 to 0.83x. 640x480 frames
-// (1.2 to 2.4 MB of work) stay below it.
-inline constexpr int64_t kSteadyBandThresholdBytes = 4 << 20;
 extern std::atomic<int64_t> g_band_threshold_bytes;
 
 struct BandJob {
@@ -94,9 +86,7 @@ void RunBandJob(const BandJob& job);
 
 template <class Body>
 void RunBands(int32_t units, int32_t grain, int64_t bytes, Body&& body) {
-  if (bytes <
-          std::min(detail::g_band_threshold_bytes.load(std::memory_order_relaxed), detail::kSteadyBandThresholdBytes) ||
-      units < 2 * grain) {
+  if (bytes < detail::g_band_threshold_bytes.load(std::memory_order_relaxed) || units < 2 * grain) {
     body(int32_t{0}, units);
     return;
   }
