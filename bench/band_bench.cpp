@@ -66,6 +66,22 @@ void FillPattern(uint8_t* bytes, size_t size) {
   for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(i * 7 + (i >> 11));
 }
 
+// A frame of `format` whose bytes vary in every channel.
+std::vector<uint8_t> PatternFrame(int32_t format, int32_t bpp, Size size) {
+  std::vector<uint8_t> frame(Bytes(format, bpp, size));
+  FillPattern(frame.data(), frame.size());
+  return frame;
+}
+
+// The library's allocator; null, with the benchmark skipped, when it cannot be made.
+LMXAllocator* NewAllocator(benchmark::State& state) {
+  Base* object = nullptr;
+  if (lmx::CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, &object) >= 0 && object)
+    return static_cast<LMXAllocator*>(object);
+  state.SkipWithError("no allocator");
+  return nullptr;
+}
+
 // Copies `src` into the planes of an acquired buffer laid out as one plane of
 // `bpp` bytes per pixel (plus NV12's chroma plane).
 void Fill(const Image::ImageData& data, const uint8_t* src, int32_t format, int32_t bpp, Size s) {
@@ -115,12 +131,9 @@ void ReportBandedJobs(benchmark::State& state, uint64_t banded, const lmx::BandT
 // threads 1: one thread; 0: all; -1: all, and bands at any size (what the
 // threshold saves).
 void Object(benchmark::State& state, const Pair& pair, Size size, int32_t threads, bool fresh) {
-  Base* object = nullptr;
-  if (lmx::CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, &object) < 0 || !object)
-    return state.SkipWithError("no allocator");
-  auto* allocator = static_cast<LMXAllocator*>(object);
-  std::vector<uint8_t> src(Bytes(pair.from, pair.from_bpp, size));
-  FillPattern(src.data(), src.size());
+  LMXAllocator* allocator = NewAllocator(state);
+  if (!allocator) return;
+  const std::vector<uint8_t> src = PatternFrame(pair.from, pair.from_bpp, size);
   lmx::SetConversionThreadLimit(threads);
   const int64_t threshold = threads < 0 ? lmx::SetBandThresholdBytes(0) : -1;
   Image::ImageInfo info{size.w, size.h, pair.from, 0};
@@ -157,12 +170,9 @@ void Object(benchmark::State& state, const Pair& pair, Size size, int32_t thread
 // is free of the slow drifts of a shared machine, which move the medians of
 // separate runs by a third. Reports the median of those speed-ups.
 void Paired(benchmark::State& state, const Pair& pair, Size size) {
-  Base* object = nullptr;
-  if (lmx::CreateAllocator(nullptr, nullptr, nullptr, nullptr, 0, &object) < 0 || !object)
-    return state.SkipWithError("no allocator");
-  auto* allocator = static_cast<LMXAllocator*>(object);
-  std::vector<uint8_t> src(Bytes(pair.from, pair.from_bpp, size));
-  FillPattern(src.data(), src.size());
+  LMXAllocator* allocator = NewAllocator(state);
+  if (!allocator) return;
+  const std::vector<uint8_t> src = PatternFrame(pair.from, pair.from_bpp, size);
   Image::ImageInfo info{size.w, size.h, pair.from, 0};
   Image* image = nullptr;
   if (allocator->CreateImage(&info, 0, nullptr, &image) < 0) return state.SkipWithError("no image");
@@ -200,8 +210,8 @@ void Paired(benchmark::State& state, const Pair& pair, Size size) {
 }
 
 void Anchor(benchmark::State& state, const Pair& pair, Size size) {
-  std::vector<uint8_t> src(Bytes(pair.from, pair.from_bpp, size)), dst(Bytes(pair.to, pair.to_bpp, size));
-  FillPattern(src.data(), src.size());
+  const std::vector<uint8_t> src = PatternFrame(pair.from, pair.from_bpp, size);
+  std::vector<uint8_t> dst(Bytes(pair.to, pair.to_bpp, size));
   for (auto _ : state) {
     pair.anchor(src.data(), dst.data(), size.w, size.h);
     benchmark::DoNotOptimize(dst.data());

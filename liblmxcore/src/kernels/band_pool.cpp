@@ -41,7 +41,7 @@ constexpr int64_t kBandBytes = 512 << 10;
 // How long a caller spins for a band thread's last band before sleeping: the
 // longest band, with margin. Sleeping costs more (the band thread's wake-up
 // call, then the caller's vCPU waking) than spinning for a band that has run.
-constexpr auto kFinishSpin = std::chrono::microseconds(200);
+constexpr int64_t kFinishSpinNs = 200'000;
 // A steady stream of banded jobs (a camera's large frames) finds a band thread
 // awake: between jobs it sleeps until kEarlyNs before the next is due, then
 // spins until the job comes or kLateNs after it was due, and sleeps again
@@ -136,6 +136,20 @@ struct alignas(64) Slot {
   int32_t number = 0;
 };
 
+// Spins while `same(word)` holds for the word last read and the steady clock
+// is before `until_ns`; returns the word last read. The clock is read once
+// every 64 pauses (about 1.5 us).
+template <class Same>
+uint32_t SpinWhile(const std::atomic<uint32_t>& word, Same same, int64_t until_ns) {
+  uint32_t seen = word.load(std::memory_order_acquire);
+  for (int spin = 1; same(seen); ++spin) {
+    if (spin % 64 == 0 && NowNs() > until_ns) break;
+    _mm_pause();
+    seen = word.load(std::memory_order_acquire);
+  }
+  return seen;
+}
+
 // Waits, idle, until the slot's word changes (or spuriously): asleep, except
 // around the moment the job rhythm says the next job is due.
 void AwaitJob(Slot& slot, uint32_t word) {
@@ -144,15 +158,10 @@ void AwaitJob(Slot& slot, uint32_t word) {
   if (now < next - kEarlyNs) return platform::WaitWhileEqualFor(slot.word, word, (next - kEarlyNs - now) / 1000 + 1);
   const uint32_t spinning = word | kSpinning;
   if (!slot.word.compare_exchange_strong(word, spinning, std::memory_order_relaxed)) return;
-  for (int spin = 1; slot.word.load(std::memory_order_relaxed) == spinning; ++spin) {
-    // The clock is read once every 64 pauses (about 1.5 us).
-    if (spin % 64 == 0 && NowNs() > next + kLateNs) {
-      uint32_t expected = spinning;  // a claim that comes first wins
-      slot.word.compare_exchange_strong(expected, word, std::memory_order_relaxed);
-      return;
-    }
-    _mm_pause();
-  }
+  uint32_t seen = SpinWhile(
+      slot.word, [&](uint32_t w) { return w == spinning; }, next + kLateNs);
+  // No job came: back to plain idle, unless a claim comes first.
+  if (seen == spinning) slot.word.compare_exchange_strong(seen, word, std::memory_order_relaxed);
 }
 
 uint32_t BandThread(void* argument) {
@@ -260,13 +269,8 @@ void Finish(Slot& slot, uint32_t generation) {
   // Not running (a stop bit came before the thread took it): every band was
   // the caller's. Running: its bands end with the run.
   const uint32_t running = generation | kRunning;
-  const auto deadline = std::chrono::steady_clock::now() + kFinishSpin;
-  for (int spin = 1; Live(word) == running; ++spin) {
-    // The clock is read once every 64 pauses (about 1.5 us).
-    if (spin % 64 == 0 && std::chrono::steady_clock::now() > deadline) break;
-    _mm_pause();
-    word = slot.word.load(std::memory_order_acquire);
-  }
+  word = SpinWhile(
+      slot.word, [&](uint32_t w) { return Live(w) == running; }, NowNs() + kFinishSpinNs);
   while (Live(word) == running) {
     if (!(word & kWaiter)) {
       if (!slot.word.compare_exchange_weak(word, word | kWaiter, std::memory_order_acquire, std::memory_order_acquire))

@@ -1,7 +1,6 @@
 // Input and output scheduling: consumers' requests, producers' outputs, sync
 // points and task submission, all on the session master's state.
 #include <new>
-#include <vector>
 
 #include "scheduler/corescheduler.h"
 #include "scheduler/corescheduler_log.h"
